@@ -1,0 +1,172 @@
+#include "frame/modulators.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+namespace ONDREL2 {
+
+ModulatorMap& UserModulators() {
+  static ModulatorMap map;
+  return map;
+}
+
+ModulatorMap& SystemModulators() {
+  static ModulatorMap map;
+  return map;
+}
+
+double* ScriptMemory() {
+  static double memory[kScriptMemorySize];
+  return memory;
+}
+
+bool& ModulatorChangedFlag() {
+  static bool flag = false;
+  return flag;
+}
+
+bool& TwoPassFlag() {
+  static bool flag = false;
+  return flag;
+}
+
+void SetSystemModulator(const char* name, double value) { SystemModulators()[name] = value; }
+
+void InitSystemModulator(const char* name, double value) {
+  SystemModulators().emplace(name, value);
+}
+
+double GetSystemModulator(const char* name) { return SystemModulators()[name]; }
+
+void ClearSystemModulators() {
+  TwoPassFlag() = false;
+  std::memset(ScriptMemory(), 0, sizeof(double) * kScriptMemorySize);
+  SystemModulators().clear();
+}
+
+namespace {
+
+// Indexes into the script memory are the argument truncated toward zero and
+// deliberately unbounded: scripts are trusted preset content.
+inline double* Mem(double index) { return ScriptMemory() + static_cast<long>(index); }
+
+double FnGet(double i) { return *Mem(i); }
+
+double FnPut(double i, double v) {
+  *Mem(i) = v;
+  return v;
+}
+
+double FnFill(double v, double start, double n) {
+  if (n < 0) n = kScriptMemorySize - start;
+  if (n > 0) {
+    double* m = Mem(start);
+    for (int k = 0; k < n; ++k) m[k] = v;
+  }
+  return v;
+}
+
+double FnCpy(double dst, double src, double n) {
+  if (n < 0) n = kScriptMemorySize - src;
+  std::memmove(Mem(dst), Mem(src), static_cast<size_t>(static_cast<long>(n * 8)));
+  return *Mem(dst);
+}
+
+double FnIf(double c, double a, double b) { return c != 0 ? a : b; }
+double FnNot(double x) { return x == 0 ? 1 : 0; }
+double FnEq(double a, double b) { return a == b ? 1 : 0; }
+double FnNeq(double a, double b) { return a != b ? 1 : 0; }
+double FnGt(double a, double b) { return a > b ? 1 : 0; }
+double FnGe(double a, double b) { return a >= b ? 1 : 0; }
+double FnLt(double a, double b) { return b > a ? 1 : 0; }
+double FnLe(double a, double b) { return b >= a ? 1 : 0; }
+
+// A number from 0 up to x. Two draws on purpose; no seed is set.
+double FnRnd(double x) {
+  int a = std::rand();
+  if (a == 0) return 0.0;
+  int b = std::rand();
+  int r = b % a;
+  if (r == 0) return 0.0;
+  return static_cast<double>(r) * x / static_cast<double>(a);
+}
+
+constexpr int kPure = 32;
+constexpr int kFunction = 8;
+
+const xvariable kFunctions[kModulatorFunctionCount] = {
+    {"get", reinterpret_cast<const void*>(&FnGet), kFunction + 1 + kPure, nullptr},
+    {"put", reinterpret_cast<const void*>(&FnPut), kFunction + 2 + kPure, nullptr},
+    {"fill", reinterpret_cast<const void*>(&FnFill), kFunction + 3 + kPure, nullptr},
+    {"cpy", reinterpret_cast<const void*>(&FnCpy), kFunction + 3 + kPure, nullptr},
+    {"if", reinterpret_cast<const void*>(&FnIf), kFunction + 3 + kPure, nullptr},
+    {"not", reinterpret_cast<const void*>(&FnNot), kFunction + 1 + kPure, nullptr},
+    {"eq", reinterpret_cast<const void*>(&FnEq), kFunction + 2 + kPure, nullptr},
+    {"neq", reinterpret_cast<const void*>(&FnNeq), kFunction + 2 + kPure, nullptr},
+    {"gt", reinterpret_cast<const void*>(&FnGt), kFunction + 2 + kPure, nullptr},
+    {"ge", reinterpret_cast<const void*>(&FnGe), kFunction + 2 + kPure, nullptr},
+    {"lt", reinterpret_cast<const void*>(&FnLt), kFunction + 2 + kPure, nullptr},
+    {"le", reinterpret_cast<const void*>(&FnLe), kFunction + 2 + kPure, nullptr},
+    {"rnd", reinterpret_cast<const void*>(&FnRnd), kFunction + 1 + kPure, nullptr},
+};
+
+const int kGenreTable[63] = {3, 3, 4, 3, 3, 3, 3, 3, 3, 1, 3, 3, 3, 3, 1, 3, 3, 3, 3, 3, 1,
+                             3, 2, 3, 4, 3, 3, 3, 1, 3, 3, 3, 4, 3, 3, 3, 1, 3, 3, 3, 3, 3,
+                             3, 2, 3, 2, 3, 3, 4, 3, 3, 1, 3, 3, 3, 3, 2, 3, 3, 3, 3, 3, 3};
+
+}  // namespace
+
+const xvariable* ModulatorFunctions() { return kFunctions; }
+
+int GenreOfZkv(int index) {
+  if (index < 0 || index > 62) index = 0;
+  return kGenreTable[index];
+}
+
+bool get_modulator_user(const char* name, double* value) {
+  if (name == nullptr) return false;
+  ModulatorMap& map = UserModulators();
+  auto it = map.find(name);
+  if (it == map.end()) return false;
+  if (value != nullptr) *value = it->second;
+  return true;
+}
+
+double get_modulator_user(const char* name) {
+  double value = 0.0;
+  get_modulator_user(name, &value);
+  return value;
+}
+
+void set_modulator_user(const char* name, double value) {
+  if (name == nullptr) return;
+  UserModulators()[name] = value;
+}
+
+int lock_modulators(xvariable** list) {
+  ModulatorMap& user = UserModulators();
+  ModulatorMap& system = SystemModulators();
+  int count = static_cast<int>(user.size() + system.size()) + kModulatorFunctionCount;
+  auto* records = static_cast<xvariable*>(std::calloc(static_cast<size_t>(count), sizeof(xvariable)));
+  if (records != nullptr) {
+    int i = 0;
+    for (auto& kv : user) {
+      records[i].name = kv.first.c_str();
+      records[i].address = &kv.second;
+      ++i;
+    }
+    for (auto& kv : system) {
+      records[i].name = kv.first.c_str();
+      records[i].address = &kv.second;
+      ++i;
+    }
+    for (int f = 0; f < kModulatorFunctionCount; ++f) records[i++] = kFunctions[f];
+  }
+  if (list != nullptr) *list = records;
+  return count;
+}
+
+void unlock_modulators(xvariable* list, int /*count*/) { std::free(list); }
+
+}  // namespace ONDREL2

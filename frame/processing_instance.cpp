@@ -1,0 +1,324 @@
+#include "frame/processing_instance.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "frame/log.h"
+#include "frame/modulators.h"
+#include "framework/audio_effect.h"
+
+namespace ONDREL2 {
+
+ProcessingInstance::ProcessingInstance() { AllocBlockBuffers(0, 0); }
+
+ProcessingInstance::~ProcessingInstance() {
+  for (AudioEffect* fx : effects) {
+    fx->Close();
+    fx->Destroy();
+  }
+  effects.clear();
+  AllocBlockBuffers(0, 0);
+  // The play-speed controller is created by its own functions and is never
+  // set in this build.
+  speedController = nullptr;
+}
+
+int ProcessingInstance::AllocBlockBuffers(int channels, int frames) {
+  if (!blockVector.empty()) std::free(blockVector[0]);
+  blockVector.clear();
+  if (static_cast<long>(channels) * frames < 1) {
+    maxBlockSize = frames;
+    return 0;
+  }
+  const size_t total = static_cast<size_t>(channels) * static_cast<size_t>(frames);
+  float* block = static_cast<float*>(std::calloc(total, sizeof(float)));
+  if (block == nullptr) {
+    maxBlockSize = 0;
+    return 2001;
+  }
+  for (int c = 0; c < channels; ++c) blockVector.push_back(block + static_cast<size_t>(c) * frames);
+  maxBlockSize = frames;
+  return 0;
+}
+
+void ProcessingInstance::SetFormatModulators() {
+  SetSystemModulator("GV_SAMPLERATE", inRate);
+  SetSystemModulator("GV_CHANNELS", inChannels);
+}
+
+int ProcessingInstance::ConfigureChain() {
+  outChannels = inChannels;
+  outLayout = inLayout;
+  outRate = inRate;
+  int maxChannels = inChannels;
+  int maxBlock = 1;
+  Log(kLogInfo, "[ON2L]:in/sr:%g, ch:%d, layout:%llx", static_cast<double>(inRate), inChannels,
+      static_cast<unsigned long long>(inLayout));
+  ClearSystemModulators();
+
+  if (!effects.empty()) {
+    SetFormatModulators();
+    for (size_t i = 0; i < effects.size();) {
+      AudioEffect* fx = effects[i];
+      char name[64] = {0};
+      fx->GetEffectName(name);
+      Log(kLogInfo, "[ON2L]:FX:%s", name);
+      fx->SetChannels(outChannels, outLayout);
+      fx->SetSampleRate(outRate);
+      SetSystemModulator("GV_FXBYPASSED", 0.0);
+      fx->Resume();
+      if (GetSystemModulator("GV_FXBYPASSED") != 0.0) {
+        Log(kLogInfo, "[ON2L]:Bypassed");
+        fx->Destroy();
+        effects.erase(effects.begin() + static_cast<long>(i));
+        continue;
+      }
+      outRate = fx->GetSampleRate();
+      outChannels = fx->GetOutChannels();
+      outLayout = fx->GetOutChannelMask();
+      const int block = fx->GetBlockSize();
+      Log(kLogTrace, "[ON2L]:FX:BSize=%d", block);
+      maxBlock = std::max(maxBlock, block);
+      maxChannels = std::max({maxChannels, outChannels, static_cast<int>(fx->GetChannels())});
+      ++i;
+    }
+  }
+
+  if (TwoPassFlag()) {
+    Log(kLogInfo, "[ON2L]:2-pass");
+    ApplyBypassPass();
+  }
+
+  inputBlockSize = effects.empty() ? maxBlock : effects[0]->GetBlockSize();
+  Log(kLogInfo, "[ON2L]:out/sr:%g, ch:%d, layout:%llx, mbs:%d, list:%d", static_cast<double>(outRate),
+      outChannels, static_cast<unsigned long long>(outLayout), maxBlock,
+      static_cast<int>(effects.size()));
+
+  const bool widthChanged = inChannels != input.channels || outChannels != output.channels;
+  // A width above 64 keeps the old queue: no error reaches the host here.
+  input.SetChannelCount(inChannels);
+  output.SetChannelCount(outChannels);
+
+  // The scratch must hold every channel the queues or effects can hand it.
+  maxChannels = std::max({maxChannels, input.channels, output.channels});
+  if (AllocBlockBuffers(maxChannels, maxBlock) != 0) return 2001;
+
+  if (widthChanged) {
+    Log(kLogInfo, "[ON2L]:Flushing IO");
+    FlushBuffers();
+  }
+  return 0;
+}
+
+void ProcessingInstance::ApplyBypassPass() {
+  if (effects.empty()) return;
+  SetFormatModulators();
+  for (size_t i = 0; i < effects.size();) {
+    AudioEffect* fx = effects[i];
+    SetSystemModulator("GV_FXBYPASSED", 0.0);
+    fx->Resume();
+    if (GetSystemModulator("GV_FXBYPASSED") != 0.0) {
+      char name[64] = {0};
+      fx->GetEffectName(name);
+      Log(kLogInfo, "[ON2L]:FX:%s Bypassed", name);
+      fx->Destroy();
+      effects.erase(effects.begin() + static_cast<long>(i));
+      continue;
+    }
+    ++i;
+  }
+}
+
+int ProcessingInstance::KissEffectList() {
+  Log(kLogInfo, "[ON2L]:KissEffectList:%d", static_cast<int>(effects.size()));
+  ClearSystemModulators();
+  ApplyBypassPass();
+  if (TwoPassFlag()) {
+    Log(kLogInfo, "[ON2L]:2-pass");
+    ApplyBypassPass();
+  }
+  Log(kLogInfo, "[ON2L]:KissEffectList:%d", static_cast<int>(effects.size()));
+  return 0;
+}
+
+namespace {
+
+// Compares two parameters' value bytes and scripts. Returns true on a
+// difference; `scriptDiffers` tells whether the script caused it.
+bool ParamDiffers(AEffect* running, AEffect* fresh, int p, bool* scriptDiffers) {
+  void* a = nullptr;
+  void* b = nullptr;
+  const int32_t sizeA = running->dispatcher(running, 5, p, 0, &a, 0.0f);
+  const int32_t sizeB = fresh->dispatcher(fresh, 5, p, 0, &b, 0.0f);
+  if (sizeA != sizeB) return true;
+  if (sizeA > 0 && (a == nullptr || b == nullptr || std::memcmp(a, b, static_cast<size_t>(sizeA)) != 0))
+    return true;
+  const char* scriptA = nullptr;
+  const char* scriptB = nullptr;
+  running->dispatcher(running, 23, p, 0, &scriptA, 0.0f);
+  fresh->dispatcher(fresh, 23, p, 0, &scriptB, 0.0f);
+  if (scriptA == scriptB) return false;
+  if (scriptA != nullptr && scriptB != nullptr && std::strcmp(scriptA, scriptB) == 0) return false;
+  *scriptDiffers = true;
+  return true;
+}
+
+}  // namespace
+
+int ProcessingInstance::SetParams(AEffect** list, int count) {
+  if (count < 0) count = 0;
+  if (list == nullptr) count = 0;
+  bool& modchg = ModulatorChangedFlag();
+  Log(kLogInfo, "[ON2L]:SetParams: %p, %d (current:%d), modchg=%d", static_cast<void*>(list), count,
+      static_cast<int>(effects.size()), modchg ? 1 : 0);
+  bool rebuild = modchg || count == 0 || count != static_cast<int>(effects.size());
+  modchg = false;
+  int changedEffect = -1;
+  int changedParam = -1;
+  bool scriptChanged = false;
+
+  // A handle without an object cannot enter a chain. The list is still
+  // the library's: the valid handles are destroyed, nothing leaks.
+  for (int i = 0; i < count; ++i) {
+    if (list[i] != nullptr && list[i]->object != nullptr) continue;
+    for (int k = 0; k < count; ++k)
+      if (list[k] != nullptr && list[k]->object != nullptr) list[k]->object->Destroy();
+    return 2000;
+  }
+
+  for (int i = 0; !rebuild && i < count; ++i) {
+    AEffect* fresh = list[i];
+    AEffect* running = effects[static_cast<size_t>(i)]->GetAEffect();
+    int32_t typeA = 0;
+    int32_t typeB = 0;
+    running->dispatcher(running, 15, 0, 0, &typeA, 0.0f);
+    fresh->dispatcher(fresh, 15, 0, 0, &typeB, 0.0f);
+    if (typeA != typeB) {
+      rebuild = true;
+      break;
+    }
+    for (int p = 0; p < running->numParams; ++p) {
+      if (!ParamDiffers(running, fresh, p, &scriptChanged)) continue;
+      if (changedParam != -1 || fresh->dispatcher(fresh, 24, p, 0, nullptr, 0.0f) != 0) {
+        rebuild = true;
+        break;
+      }
+      changedEffect = i;
+      changedParam = p;
+    }
+  }
+
+  if (!rebuild) {
+    int result = 12000;
+    if (changedParam != -1) {
+      AudioEffect* target = effects[static_cast<size_t>(changedEffect)];
+      AEffect* source = list[changedEffect];
+      for (int q = 0; q < source->numParams; ++q) {
+        void* data = nullptr;
+        const int32_t size = source->dispatcher(source, 5, q, 0, &data, 0.0f);
+        target->SetParamData(q, data, size);
+        const char* text = nullptr;
+        source->dispatcher(source, 23, q, 0, &text, 0.0f);
+        if (text != nullptr) {
+          // Overwritten at every parameter: what counts is whether the
+          // effect's last parameter has a script. Deliberate.
+          scriptChanged = text[0] != 0;
+          target->SetParamScript(q, text);
+        }
+      }
+      if (scriptChanged) {
+        Log(kLogNotable, "[ON2L]:KissEffectList because of Script");
+        result = KissEffectList();
+      } else {
+        Log(kLogTrace, "[ON2L]:FX %d is On the fly", changedEffect);
+        result = 0;
+      }
+    }
+    for (int i = 0; i < count; ++i) list[i]->object->Destroy();
+    return result;
+  }
+
+  for (AudioEffect* fx : effects) fx->Destroy();
+  effects.clear();
+  for (int i = 0; i < count; ++i) effects.push_back(list[i]->object);
+  Log(kLogInfo, "[ON2L]:UpdateCurrentEffectList");
+  return ConfigureChain();
+}
+
+int ProcessingInstance::PumpInput(int* available) {
+  while (input.Count() >= inputBlockSize && inputBlockSize > 0) {
+    int got = 0;
+    if (int rc = input.GetPlanar(blockVector, inputBlockSize, &got, 0)) return rc;
+    if (int rc = RunChainBlock(blockVector, got)) return rc;
+  }
+  if (available != nullptr) *available = output.channels * output.Count();
+  return 0;
+}
+
+int ProcessingInstance::RunChainBlock(const std::vector<float*>& vec, int frames) {
+  if (effects.empty()) return output.PutPlanar(vec, frames, 0);
+  const int n = effects[0]->GetChannels();
+  for (size_t c = static_cast<size_t>(std::max(n, 0)); c < vec.size(); ++c)
+    std::memset(vec[c], 0, sizeof(float) * static_cast<size_t>(frames));
+  int32_t avail = 0;
+  if (int rc = effects[0]->ProcessInput(vec, frames, &avail)) return rc;
+  for (size_t i = 1; i < effects.size(); ++i) {
+    for (;;) {
+      avail = 0;
+      if (int rc = effects[i - 1]->ProcessOutput(vec, maxBlockSize, &avail)) return rc;
+      if (avail == 0) break;
+      if (int rc = effects[i]->ProcessInput(vec, avail, &avail)) return rc;
+    }
+  }
+  avail = 0;
+  if (int rc = effects.back()->ProcessOutput(vec, maxBlockSize, &avail)) return rc;
+  while (avail > 0) {
+    if (int rc = output.PutPlanar(vec, avail, 0)) return rc;
+    avail = 0;
+    if (int rc = effects.back()->ProcessOutput(vec, maxBlockSize, &avail)) return rc;
+  }
+  return 0;
+}
+
+void ProcessingInstance::FlushBuffers() {
+  for (AudioEffect* fx : effects) fx->ClearBuffers();
+  input.Clear();
+  output.Clear();
+}
+
+int ProcessingInstance::DrainChain(int* available) {
+  int dummy = 0;
+  if (available == nullptr) available = &dummy;
+  *available = 0;
+  if (effects.empty()) return 0;
+  int got = 0;
+  if (int rc = input.GetPlanar(blockVector, maxBlockSize, &got, 0)) return rc;
+  int32_t ignored = 0;
+  if (int rc = effects[0]->ProcessInput(blockVector, got, &ignored)) return rc;
+  for (size_t i = 0; i < effects.size(); ++i) {
+    if (*available > 0) {
+      do {
+        int32_t n = 0;
+        if (int rc = effects[i - 1]->ProcessOutput(blockVector, maxBlockSize, &n)) return rc;
+        *available = n;
+        if (n == 0) break;
+        if (int rc = effects[i]->ProcessInput(blockVector, n, &ignored)) return rc;
+      } while (*available > 0);
+    }
+    int32_t tail = 0;
+    if (int rc = effects[i]->FlushTail(&tail)) return rc;
+    *available = tail;
+  }
+  int32_t n = 0;
+  do {
+    n = 0;
+    if (int rc = effects.back()->ProcessOutput(blockVector, maxBlockSize, &n)) return rc;
+    if (int rc = output.PutPlanar(blockVector, n, 0)) return rc;
+  } while (n > 0);
+  *available = output.channels * output.Count();
+  return 0;
+}
+
+}  // namespace ONDREL2

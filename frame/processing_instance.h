@@ -1,0 +1,60 @@
+// ProcessingInstance: the object behind the host's opaque instance pointer.
+//
+// Holds one ordered chain of effects and runs interleaved PCM through it.
+// Two queues decouple the host's buffer sizes from the effects' blocks:
+// `input` collects host samples until a whole block of the first effect is
+// there; `output` holds what left the last effect. The instance negotiates
+// rate, channel count and layout along the chain, and for each new list
+// decides between a rebuild, a change applied on the fly, and nothing.
+//
+// The steady path (PumpInput with stable sizes) allocates nothing. Not
+// thread-safe: the host serialises all calls on one instance.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "frame/sample_fifo.h"
+#include "ondrel.h"
+
+namespace ONDREL2 {
+
+class AudioEffect;
+class PlaySpeedController;
+
+class ProcessingInstance {
+ public:
+  ProcessingInstance();
+  ~ProcessingInstance();
+  ProcessingInstance(const ProcessingInstance&) = delete;
+  ProcessingInstance& operator=(const ProcessingInstance&) = delete;
+
+  int SetParams(AEffect** list, int count);
+  int ConfigureChain();
+  int KissEffectList();
+  void ApplyBypassPass();
+  int PumpInput(int* available);
+  int RunChainBlock(const std::vector<float*>& vec, int frames);
+  void FlushBuffers();
+  int DrainChain(int* available);
+  int AllocBlockBuffers(int channels, int frames);
+
+  std::vector<AudioEffect*> effects;
+  SampleFifo input;
+  SampleFifo output;
+  int inputBlockSize = 0;
+  float inRate = 44100.0f;
+  float outRate = 44100.0f;
+  int inChannels = 2;
+  uint64_t inLayout = 0;
+  int outChannels = 2;
+  uint64_t outLayout = 0;
+  int maxBlockSize = 0;
+  std::vector<float*> blockVector;
+  PlaySpeedController* speedController = nullptr;
+
+ private:
+  void SetFormatModulators();
+};
+
+}  // namespace ONDREL2

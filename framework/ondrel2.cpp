@@ -1,0 +1,133 @@
+#include "framework/ondrel2.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace ONDREL2 {
+namespace {
+constexpr int32_t kMaxFlushBlocks = 1 << 16;
+}  // namespace
+
+IOndrel2::~IOndrel2() {
+  std::free(scratch);
+  scratch = nullptr;
+}
+
+int32_t IOndrel2::Resume() {
+  UpdateParams();
+  paramsDirty = false;
+  return SetupBuffers();
+}
+
+int32_t IOndrel2::GetBlockSize() { return 512; }
+
+void IOndrel2::ClearBuffers() {
+  inFifo.Clear();
+  dryFifo.Clear();
+  outFifo.Clear();
+}
+
+int32_t IOndrel2::UpdateParams() { return 0; }
+int32_t IOndrel2::GetLatency() { return 0; }
+
+void IOndrel2::FreeScratch() {
+  std::free(scratch);
+  scratch = nullptr;
+}
+
+void IOndrel2::ResetDsp() {}
+
+int32_t IOndrel2::ProcessBlock(const ChannelVector&, int32_t*) { return 0; }
+
+int32_t IOndrel2::SetupBuffers() {
+  if (int32_t rc = inFifo.SetChannelCount(handle.numInputs)) return rc;
+  if (int32_t rc = outFifo.SetChannelCount(handle.numOutputs)) return rc;
+  const int32_t maxChannels = std::max(handle.numInputs, handle.numOutputs);
+  const int32_t block = GetBlockSize();
+  const int32_t need = block * maxChannels;
+  if (scratchSize < need) {
+    scratchSize = need;
+    std::free(scratch);
+    scratch = static_cast<float*>(std::malloc(sizeof(float) * static_cast<size_t>(need)));
+    if (scratch == nullptr) return 2001;
+  }
+  if (static_cast<int32_t>(blockBufs.size()) != maxChannels) {
+    blockBufs.clear();
+    for (int32_t c = 0; c < maxChannels; ++c) blockBufs.push_back(scratch + c * block);
+  }
+  return SetupDryFifo(handle.numInputs, handle.numOutputs, handle.numInputs);
+}
+
+int32_t IOndrel2::SetupDryFifo(int32_t a, int32_t b, int32_t c) {
+  const int32_t n = std::max({a, b, c}) - std::min({a, b, c});
+  if (n != dryFifo.channels) return dryFifo.SetChannelCount(n);
+  return 0;
+}
+
+int32_t IOndrel2::ProcessInput(const ChannelVector& in, int32_t frames, int32_t* available) {
+  if (scratchSize == 0 || scratch == nullptr) return 2000;
+  if (int32_t rc = inFifo.PutPlanar(in, frames, 0)) return rc;
+  const int32_t inChannels = static_cast<int32_t>(in.size());
+  if (inChannels > inFifo.channels) {
+    if (dryFifo.channels < inChannels - inFifo.channels)
+      SetupDryFifo(inFifo.channels, outFifo.channels, inChannels);
+    dryFifo.PutPlanar(in, frames, inFifo.channels);
+  }
+  const int32_t block = GetBlockSize();
+  while (inFifo.Count() >= block) {
+    int32_t got = 0;
+    inFifo.GetPlanar(blockBufs, block, &got, 0);
+    if (inChannels > inFifo.channels &&
+        dryFifo.channels + inFifo.channels <= static_cast<int32_t>(blockBufs.size()))
+      dryFifo.GetPlanar(blockBufs, got, &got, inFifo.channels);
+    if (paramsDirty) {
+      const int32_t rc = UpdateParams();
+      paramsDirty = false;
+      if (rc != 0) return rc;
+    }
+    if (int32_t rc = ProcessBlock(blockBufs, &got)) return rc;
+    outFifo.PutPlanar(blockBufs, got, 0);
+    if (static_cast<int32_t>(blockBufs.size()) > outFifo.channels)
+      dryFifo.PutPlanar(blockBufs, got, outFifo.channels);
+  }
+  if (available != nullptr) *available = outFifo.Count();
+  return 0;
+}
+
+int32_t IOndrel2::ProcessOutput(const ChannelVector& out, int32_t frames, int32_t* got) {
+  int32_t n = 0;
+  if (int32_t rc = outFifo.GetPlanar(out, frames, &n, 0)) return rc;
+  int32_t rc = 0;
+  if (static_cast<int32_t>(out.size()) > outFifo.channels)
+    rc = dryFifo.GetPlanar(out, n, &n, outFifo.channels);
+  if (got != nullptr) *got = n;
+  return rc;
+}
+
+int32_t IOndrel2::FlushTail(int32_t* frames) {
+  int32_t dummy = 0;
+  if (frames == nullptr) frames = &dummy;
+  if (scratchSize == 0 || scratch == nullptr) {
+    *frames = 0;
+    return 0;
+  }
+  const int32_t target = inFifo.Count() + outFifo.Count() + GetLatency();
+  const int32_t block = GetBlockSize();
+  // An effect that never gives frames back would keep this loop going; a
+  // generous bound keeps a faulty effect from hanging the host.
+  int32_t rounds = 0;
+  do {
+    if (++rounds > kMaxFlushBlocks) break;
+    std::memset(scratch, 0, sizeof(float) * static_cast<size_t>(scratchSize));
+    if (dryFifo.channels > 0) dryFifo.PutPlanar(blockBufs, block, 0);
+    if (int32_t rc = ProcessInput(blockBufs, block, frames)) return rc;
+  } while (*frames <= target);
+  if (*frames > target) outFifo.DropNewest(*frames - target);
+  *frames = outFifo.Count();
+  inFifo.Clear();
+  ResetDsp();
+  return 0;
+}
+
+}  // namespace ONDREL2

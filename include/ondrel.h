@@ -1,0 +1,265 @@
+/*
+ * ondrel: audio effects for music players.
+ *
+ * The one public header of libondrel. A host includes only this file and
+ * links the library (`find_package(ondrel)` / target `ondrel::ondrel`, or
+ * `pkg-config --cflags --libs ondrel`).
+ *
+ * Typical use:
+ *
+ *   ONDREL2::ondrel_init(nullptr);
+ *   void* inst = ONDREL2::ondrel_create_inst();
+ *   ONDREL2::ondrel_setup_input(inst, 2, 0);
+ *   ONDREL2::ondrel_set_samplerate(inst, 44100.0f);
+ *   ONDREL2::AEffect* fx = nullptr;
+ *   ONDREL2::ondrel_create_effect(ONDREL2::EFFECT_AMPLIFIER, &fx);
+ *   fx->dispatcher(fx, ONDREL2::ONDREL_OP_SET_PARAM, 0, 0, nullptr, -6.0f);
+ *   ONDREL2::ondrel_set_params(inst, &fx, 1);   // the instance owns fx now
+ *   ONDREL2::ondrel_processf_input(inst, in, count, &available);
+ *   ONDREL2::ondrel_processf_output(inst, out, capacity, &written);
+ *   ...
+ *   ONDREL2::ondrel_destroy_inst(inst);
+ *   ONDREL2::ondrel_uninit();
+ *
+ * Every integer result is a status code:
+ *     0  success
+ *  1000  parameter stream not loadable (too new, unknown type, too many params)
+ *  2000  invalid argument (null instance, bad count, unknown effect type, ...)
+ *  2001  out of memory, or a caller's array too small
+ *  2002  invalid play-speed multiple or speed change
+ *  2003  not available
+ * 11000  a changed channel count reported by an effect's update
+ * 12000  ondrel_set_params found nothing to do (the handed-in effects are
+ *        destroyed, the running chain is untouched)
+ *
+ * Threads: the library starts none and takes no locks. All calls on one
+ * instance must be serialised by the host.
+ */
+#ifndef ONDREL_H
+#define ONDREL_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(_WIN32)
+#define ONDREL_API __declspec(dllexport)
+#else
+#define ONDREL_API __attribute__((visibility("default")))
+#endif
+
+namespace ONDREL2 {
+
+class AudioEffect;
+
+/* Status codes. */
+enum ONDREL_STATUS {
+  ONDREL_OK = 0,
+  ONDREL_E_STREAM = 1000,
+  ONDREL_E_INVALID = 2000,
+  ONDREL_E_NOMEM = 2001,
+  ONDREL_E_SPEED = 2002,
+  ONDREL_E_UNAVAILABLE = 2003,
+  ONDREL_CHANNELS_CHANGED = 11000,
+  ONDREL_NOTHING_TO_DO = 12000,
+};
+
+/* Public face of an effect. Embedded in the effect object: valid exactly as
+ * long as the object. Hosts read the fields and change the effect only
+ * through `dispatcher`. */
+struct AEffect {
+  int32_t (*dispatcher)(AEffect* effect, int32_t opcode, int32_t index, int32_t value, void* ptr,
+                        float opt);
+  int32_t numParams;
+  int32_t numInputs;
+  int32_t numOutputs;
+  uint64_t inputMask;
+  uint64_t outputMask;
+  AudioEffect* object;
+};
+
+/* Opcodes of AEffect::dispatcher. */
+enum ONDREL_OPCODE {
+  ONDREL_OP_OPEN = 0,                 /* Open */
+  ONDREL_OP_CLOSE = 1,                /* Close and delete the object; returns 1 */
+  ONDREL_OP_GET_PARAM_LABEL = 2,      /* index; ptr: char buffer */
+  ONDREL_OP_GET_PARAM_DISPLAY = 3,    /* index; ptr: char buffer */
+  ONDREL_OP_GET_PARAM_NAME = 4,       /* index; ptr: char buffer */
+  ONDREL_OP_GET_PARAM_DATA = 5,       /* index; ptr: void**; returns size in bytes */
+  ONDREL_OP_SET_PARAM_DATA = 6,       /* index; ptr: data; value: size; returns stored size */
+  ONDREL_OP_GET_PARAM = 7,            /* index; ptr: float* */
+  ONDREL_OP_SET_PARAM = 8,            /* index; opt: value */
+  ONDREL_OP_GET_PARAM_DEFAULT = 9,    /* index; ptr: float* */
+  ONDREL_OP_IS_PARAM_BINARY = 10,     /* index; returns 0 or 1 */
+  ONDREL_OP_GET_PARAM_INDEX = 11,     /* ptr: name; returns the index */
+  ONDREL_OP_GET_PARAM_HINTS = 12,     /* index; ptr: int32_t* second hint; returns the first */
+  ONDREL_OP_SET_CHANNELS = 13,        /* opt: channels; value: mask low 32 bits; index: high */
+  ONDREL_OP_SET_OUT_CHANNELS = 14,    /* opt: channels */
+  ONDREL_OP_GET_EFFECT_TYPE = 15,     /* ptr: int32_t* */
+  ONDREL_OP_GET_EFFECT_NAME = 16,     /* ptr: char buffer */
+  ONDREL_OP_SET_SAMPLE_RATE = 17,     /* opt: rate */
+  ONDREL_OP_NONE = 18,                /* returns 0 */
+  ONDREL_OP_SUSPEND_RESUME = 19,      /* value 0: Suspend, else Resume; returns 0 */
+  ONDREL_OP_SET_PARAM_NORMALIZED = 20,/* index; opt: normalised value */
+  ONDREL_OP_GET_PARAM_NORMALIZED = 21,/* index; ptr: float* */
+  ONDREL_OP_SET_PARAM_SCRIPT = 22,    /* index; ptr: text */
+  ONDREL_OP_GET_PARAM_SCRIPT = 23,    /* index; ptr: const char** */
+  ONDREL_OP_PARAM_NEEDS_REBUILD = 24, /* index; returns 0 or 1 */
+  ONDREL_OP_GET_SCRIPT_VERSION = 25,  /* returns the version */
+};
+
+/* Host callbacks through which the library reads resources. The library
+ * keeps the pointer, not a copy: the table must outlive its use. */
+struct ONDREL_STREAM_READER {
+  void* (*open)(const char* path);
+  void (*close)(void* h);
+  int (*read)(void* h, void* buffer, int size);
+  int (*seek)(void* h, long offset, int whence);
+  long (*tell)(void* h, uint32_t* high);
+};
+
+/* The effect types. Values are part of the parameter stream format. */
+enum ONDREL_EFFECT_TYPE {
+  EFFECT_THROUGH = 1,
+  EFFECT_STUDIO_IR = 2,
+  EFFECT_CHAOS = 3,
+  EFFECT_AMPLIFIER = 4,
+  EFFECT_ROTATOR = 5,
+  EFFECT_LIMITER = 6,
+  EFFECT_SAMPLER = 7,
+  EFFECT_IIR_EQ30 = 8,
+  EFFECT_EXCITER = 9,
+  EFFECT_RESAMPLER = 10,
+  EFFECT_STEREO_ENHANCER = 11,
+  EFFECT_DELAY = 12,
+  EFFECT_IIR_EQ10 = 13,
+  EFFECT_FIDELITY = 14,
+  EFFECT_DFX_HYPERBASS = 15,
+  EFFECT_DFX_3DSURROUND = 16,
+  EFFECT_DFX_HEADPHONE = 17,
+  EFFECT_AMBIENCE = 18,
+  EFFECT_DYNAMICBOOST = 19,
+  EFFECT_ALREVERB = 20,
+  EFFECT_VOCAL = 21,
+  EFFECT_HYPERBASS = 22,
+  EFFECT_MULTIBAND_COMPRESSOR = 23,
+  EFFECT_SUPEREQ = 24,
+  EFFECT_HEADPHONE = 25,
+  EFFECT_PANNER = 26,
+  EFFECT_MONO2DUAL = 27,
+  EFFECT_PITCH_SHIFTER = 28,
+  EFFECT_LP_FILTER = 29,
+  EFFECT_HP_FILTER = 30,
+  EFFECT_BP_FILTER = 31,
+  EFFECT_NT_FILTER = 32,
+  EFFECT_LS_FILTER = 33,
+  EFFECT_HS_FILTER = 34,
+  EFFECT_PK_FILTER = 35,
+  EFFECT_AP_FILTER = 36,
+  EFFECT_DEESSER = 37,
+  EFFECT_VBASS = 38,
+  EFFECT_GROWL = 39,
+  EFFECT_TWO_TO_SIX = 40,
+};
+
+/* What a parameter script can see: a named double (type 0) or a function
+ * (type 8 + argument count, plus 32 when pure). Records from
+ * lock_modulators alias the live values. */
+struct xvariable {
+  const char* name;
+  const void* address;
+  int type;
+  void* context;
+};
+
+/* ---- Library state -------------------------------------------------- */
+
+/* Sets up library state; `reader` may be null (every resource missing).
+ * Resets the locale to zh-CN and sets the modulators GEAR_PRICE, PLATFORM,
+ * RAM and CPU. May be called more than once. */
+ONDREL_API int ondrel_init(const ONDREL_STREAM_READER* reader);
+/* Drops resource roots, the script interpreter and all registry effects.
+ * Destroy instances first. */
+ONDREL_API void ondrel_uninit();
+ONDREL_API const ONDREL_STREAM_READER* ondrel_get_onr();
+/* Each non-null argument replaces its two-character code. */
+ONDREL_API int ondrel_set_locale(const char* language, const char* country);
+/* Buffers of 3 bytes each. */
+ONDREL_API void ondrel_get_locale(char* language, char* country);
+/* Roots are tried in order, each followed by the bare name; every root must
+ * end with its own separator. */
+ONDREL_API int ondrel_set_resource_root(const char** roots, int count);
+ONDREL_API const char** ondrel_get_res_paths(int* count);
+/* Receives parameter script error messages. Must not be null. A script that
+ * jumps back for ever never returns: scripts are trusted preset content. */
+ONDREL_API int ondrel_set_script_error_handler(void (*handler)(const char* message));
+
+/* ---- Effects --------------------------------------------------------- */
+
+/* A new effect of `type`, owned by the caller until ondrel_set_params takes
+ * it. Unknown type: *effect = null and 2000. */
+ONDREL_API int ondrel_create_effect(ONDREL_EFFECT_TYPE type, AEffect** effect);
+/* The library's shared object of `type`, for reading parameter tables. Do
+ * not destroy it or put it in a chain. */
+ONDREL_API int ondrel_get_existing_effect(ONDREL_EFFECT_TYPE type, AEffect** effect);
+ONDREL_API int ondrel_destroy_effect(AEffect* effect);
+
+/* ---- Processing instance ------------------------------------------- */
+
+ONDREL_API void* ondrel_create_inst();
+ONDREL_API void ondrel_destroy_inst(void* instance);
+ONDREL_API int ondrel_setup_input(void* instance, int channels, uint64_t layout);
+ONDREL_API int ondrel_set_samplerate(void* instance, float rate);
+/* The output rate of the chain. */
+ONDREL_API int ondrel_get_samplerate(void* instance, float* rate);
+ONDREL_API int ondrel_get_in_chns(void* instance, int* channels, uint64_t* layout);
+ONDREL_API int ondrel_get_out_chns(void* instance, int* channels, uint64_t* layout);
+/* Takes ownership of the handles in every outcome; returns 12000 when the
+ * new list equals the running one. */
+ONDREL_API int ondrel_set_params(void* instance, AEffect** effects, int count);
+/* *count receives the chain length; a null or short array gives 2001. */
+ONDREL_API int ondrel_get_params(void* instance, AEffect** out, int capacity, int* count);
+/* Counts are interleaved samples. With an empty chain the host's buffer is
+ * the output: nothing is queued and *available = count. */
+ONDREL_API int ondrel_process_input(void* instance, int16_t* samples, int count, int* available);
+ONDREL_API int ondrel_processf_input(void* instance, float* samples, int count, int* available);
+/* With an empty chain the int16 variant sets *written = count and the float
+ * variant leaves *written untouched. */
+ONDREL_API int ondrel_process_output(void* instance, int16_t* samples, int count, int* written);
+ONDREL_API int ondrel_processf_output(void* instance, float* samples, int count, int* written);
+/* Discards queued audio and effect state (at a seek). */
+ONDREL_API void ondrel_flush_out(void* instance);
+/* Pushes the effects' tails out at the end of a stream. */
+ONDREL_API int ondrel_flush_to_buf(void* instance, int* available);
+
+/* ---- Modulators: global named values that scripts read -------------- */
+
+ONDREL_API bool get_modulator_user(const char* name, double* value);
+ONDREL_API double get_modulator_user(const char* name);
+ONDREL_API void set_modulator_user(const char* name, double value);
+/* All user and system values and the 13 script functions; free the list
+ * with unlock_modulators. */
+ONDREL_API int lock_modulators(xvariable** list);
+ONDREL_API void unlock_modulators(xvariable* list, int count);
+/* Sets a user modulator (GEAR_PRICE is mapped, GENRE_ZKV also sets GENRE).
+ * With an instance the chain's scripts run again at once; without one the
+ * next process call of any instance picks the change up. Always 0. */
+ONDREL_API int ondrel_set_modulator(void* instance, const char* key, double value);
+
+/* ---- Value helpers --------------------------------------------------- */
+
+ONDREL_API float dB2scale(float dB);
+ONDREL_API float scale2dB(float scale);
+ONDREL_API float norm_center(float value, float high, float low, float center, float centerNorm);
+ONDREL_API float denorm_center(float norm, float high, float low, float center, float centerNorm);
+ONDREL_API int df2i(float value);
+ONDREL_API float i2df(int value);
+
+}  // namespace ONDREL2
+
+/* Logging: handler(level, format, ...) with levels 3 trace, 4 information,
+ * 5 notable event, 6 error. The default writes to standard output. */
+ONDREL_API void set_xlog_handler(void (*handler)(int level, const char* format, ...));
+/* Messages below the threshold are dropped; the threshold is at least 2. */
+ONDREL_API void set_xlog_level(int level);
+
+#endif  // ONDREL_H

@@ -1,0 +1,115 @@
+// The block adapter: blocking, the dry path, flushing.
+#include "framework/ondrel2.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "support/log_capture.h"
+
+namespace ONDREL2 {
+namespace {
+
+// Negates its channels and counts its hook calls.
+class Negate : public IOndrel2 {
+ public:
+  AudioEffect* CreateInstance() override { return new Negate(); }
+  int32_t UpdateParams() override {
+    ++updates;
+    return 0;
+  }
+  int32_t ProcessBlock(const ChannelVector& bufs, int32_t* frames) override {
+    ++blocks;
+    for (int c = 0; c < GetChannels(); ++c)
+      for (int i = 0; i < *frames; ++i) bufs[static_cast<size_t>(c)][i] = -bufs[static_cast<size_t>(c)][i];
+    return 0;
+  }
+  int32_t GetLatency() override { return latency; }
+  void ResetDsp() override { ++resets; }
+  int updates = 0, blocks = 0, resets = 0, latency = 0;
+};
+
+struct Planar {
+  explicit Planar(int channels, int frames)
+      : data(static_cast<size_t>(channels), std::vector<float>(static_cast<size_t>(frames))) {
+    for (auto& ch : data) ptrs.push_back(ch.data());
+  }
+  std::vector<std::vector<float>> data;
+  std::vector<float*> ptrs;
+};
+
+TEST(Adapter, BlocksOnlyWhenWholeAndRunsUpdateBeforeTheBlock) {
+  ondrel_test::SilenceLog();
+  Negate fx;
+  Planar in(2, 600);
+  int32_t avail = -1;
+  EXPECT_EQ(fx.ProcessInput(in.ptrs, 10, &avail), 2000);  // not set up yet
+  ASSERT_EQ(fx.Resume(), 0);
+  EXPECT_EQ(fx.updates, 1);
+  EXPECT_FALSE(fx.paramsDirty);
+  fx.SetSampleRate(48000.0f);
+  ASSERT_EQ(fx.ProcessInput(in.ptrs, 511, &avail), 0);
+  EXPECT_EQ(avail, 0);
+  EXPECT_EQ(fx.updates, 1);  // dirty, but no whole block yet
+  ASSERT_EQ(fx.ProcessInput(in.ptrs, 1, &avail), 0);
+  EXPECT_EQ(avail, 512);
+  EXPECT_EQ(fx.updates, 2);
+  EXPECT_EQ(fx.blocks, 1);
+}
+
+TEST(Adapter, ExtraChannelsTravelAroundTheBlockInAlignment) {
+  Negate fx;
+  ASSERT_EQ(fx.Resume(), 0);
+  Planar in(4, 700);
+  for (int c = 0; c < 4; ++c)
+    for (int i = 0; i < 700; ++i) in.data[static_cast<size_t>(c)][static_cast<size_t>(i)] = static_cast<float>(c * 1000 + i);
+  int32_t avail = 0;
+  ASSERT_EQ(fx.ProcessInput(in.ptrs, 300, &avail), 0);
+  std::vector<float*> rest;
+  for (float* p : in.ptrs) rest.push_back(p + 300);
+  ASSERT_EQ(fx.ProcessInput(rest, 400, &avail), 0);
+  ASSERT_EQ(avail, 512);
+  Planar out(4, 700);
+  int32_t got = 0;
+  ASSERT_EQ(fx.ProcessOutput(out.ptrs, 700, &got), 0);
+  ASSERT_EQ(got, 512);
+  for (int i = 0; i < 512; ++i) {
+    ASSERT_EQ(out.data[0][static_cast<size_t>(i)], -static_cast<float>(i));
+    ASSERT_EQ(out.data[1][static_cast<size_t>(i)], -static_cast<float>(1000 + i));
+    ASSERT_EQ(out.data[2][static_cast<size_t>(i)], static_cast<float>(2000 + i)) << i;
+    ASSERT_EQ(out.data[3][static_cast<size_t>(i)], static_cast<float>(3000 + i)) << i;
+  }
+}
+
+TEST(Adapter, FlushTailReturnsQueuedFramesPlusLatency) {
+  Negate fx;
+  ASSERT_EQ(fx.Resume(), 0);
+  Planar in(2, 100);
+  for (int i = 0; i < 100; ++i) in.data[0][static_cast<size_t>(i)] = 1.0f + static_cast<float>(i);
+  int32_t frames = -1;
+  ASSERT_EQ(fx.ProcessInput(in.ptrs, 100, &frames), 0);
+  ASSERT_EQ(fx.FlushTail(&frames), 0);
+  EXPECT_EQ(frames, 100);
+  EXPECT_EQ(fx.inFifo.Count(), 0);
+  EXPECT_EQ(fx.resets, 1);
+  Planar out(2, 512);
+  int32_t got = 0;
+  ASSERT_EQ(fx.ProcessOutput(out.ptrs, 512, &got), 0);
+  ASSERT_EQ(got, 100);
+  for (int i = 0; i < 100; ++i) ASSERT_EQ(out.data[0][static_cast<size_t>(i)], -1.0f - static_cast<float>(i));
+
+  // Nothing queued: one block of silence runs and nothing is left.
+  ASSERT_EQ(fx.FlushTail(&frames), 0);
+  EXPECT_EQ(frames, 0);
+  // A latency of 700 frames needs two blocks and keeps exactly 700.
+  fx.latency = 700;
+  ASSERT_EQ(fx.FlushTail(&frames), 0);
+  EXPECT_EQ(frames, 700);
+
+  Negate idle;
+  ASSERT_EQ(idle.FlushTail(&frames), 0);  // never set up
+  EXPECT_EQ(frames, 0);
+}
+
+}  // namespace
+}  // namespace ONDREL2

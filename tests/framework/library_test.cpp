@@ -1,0 +1,201 @@
+// Library state, catalogue, modulators and logging.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "frame/modulators.h"
+#include "ondrel.h"
+#include "support/log_capture.h"
+
+using namespace ONDREL2;
+using ondrel_test::LogCapture;
+
+namespace {
+
+TEST(Library, InitSetsLocaleModulatorsAndLogs) {
+  LogCapture log(4);
+  ASSERT_EQ(ondrel_init(nullptr), 0);
+  EXPECT_TRUE(log.Has("[ON2L]:ondrel v4 init"));
+  EXPECT_TRUE(log.Has("[ON2L]:set_modulator: GEAR_PRICE, 0"));
+  char lang[3], country[3];
+  ondrel_get_locale(lang, country);
+  EXPECT_STREQ(lang, "zh");
+  EXPECT_STREQ(country, "CN");
+  ondrel_set_locale(nullptr, "US");
+  ondrel_get_locale(lang, country);
+  EXPECT_STREQ(lang, "zh");
+  EXPECT_STREQ(country, "US");
+  ondrel_set_locale("e", "GBR");
+  ondrel_get_locale(lang, country);
+  EXPECT_EQ(std::memcmp(lang, "e\0", 3), 0);
+  EXPECT_STREQ(country, "GB");
+  EXPECT_EQ(get_modulator_user("GEAR_PRICE"), 400000.0);
+  EXPECT_EQ(get_modulator_user("CPU"), 50.0);
+  // The default reader reports every resource missing.
+  const ONDREL_STREAM_READER* reader = ondrel_get_onr();
+  ASSERT_NE(reader, nullptr);
+  EXPECT_EQ(reader->open("anything"), nullptr);
+  uint32_t high = 7;
+  EXPECT_EQ(reader->tell(nullptr, &high), 0);
+  EXPECT_EQ(high, 0u);
+  ondrel_uninit();
+}
+
+TEST(Library, ResourceRootsKeepAnEmptyLastRoot) {
+  ondrel_test::SilenceLog();
+  int count = 99;
+  ondrel_uninit();
+  ondrel_get_res_paths(&count);
+  EXPECT_EQ(count, -1);
+  const char* roots[] = {"/a/", "/b/"};
+  LogCapture log(4);
+  ASSERT_EQ(ondrel_set_resource_root(roots, 2), 0);
+  EXPECT_TRUE(log.Has("[ON2L]:set_resource_root[1]: /b/"));
+  const char** list = ondrel_get_res_paths(&count);
+  ASSERT_EQ(count, 3);
+  EXPECT_STREQ(list[0], "/a/");
+  EXPECT_STREQ(list[1], "/b/");
+  EXPECT_STREQ(list[2], "");
+  ondrel_uninit();
+  EXPECT_EQ(ondrel_get_res_paths(&count), nullptr);
+  EXPECT_EQ(count, -1);
+}
+
+TEST(Library, LogThresholdAndLevels) {
+  LogCapture log(0);  // clamps to 2: trace lines appear
+  void* inst = ondrel_create_inst();
+  AEffect* fx = nullptr;
+  ASSERT_EQ(ondrel_create_effect(EFFECT_THROUGH, &fx), 0);
+  ASSERT_EQ(ondrel_set_params(inst, &fx, 1), 0);
+  EXPECT_TRUE(log.Has("[ON2L]:FX:BSize=512"));
+  int ch = 0;
+  uint64_t mask = 0;
+  ondrel_get_in_chns(inst, &ch, &mask);
+  char expect[128];
+  std::snprintf(expect, sizeof expect, "[ON2L]:get_in_chns: %p, %d, %llx", inst, 2, 0ull);
+  EXPECT_TRUE(log.Has(expect));
+  for (const auto& line : log.lines()) {
+    EXPECT_GE(line.level, 3);
+    EXPECT_EQ(line.text.rfind("[ON2L]:", 0), 0u) << line.text;
+  }
+  log.clear();
+  set_xlog_level(5);
+  ondrel_set_samplerate(inst, 48000.0f);
+  EXPECT_TRUE(log.lines().empty());
+  ondrel_destroy_inst(inst);
+}
+
+TEST(Catalogue, FactoryAndRegistry) {
+  ondrel_test::SilenceLog();
+  AEffect* fx = reinterpret_cast<AEffect*>(0x1);
+  EXPECT_EQ(ondrel_create_effect(static_cast<ONDREL_EFFECT_TYPE>(0), &fx), 2000);
+  EXPECT_EQ(fx, nullptr);
+  fx = reinterpret_cast<AEffect*>(0x1);
+  EXPECT_EQ(ondrel_create_effect(static_cast<ONDREL_EFFECT_TYPE>(41), &fx), 2000);
+  EXPECT_EQ(fx, nullptr);
+  EXPECT_EQ(ondrel_destroy_effect(nullptr), 0);
+
+  AEffect *a = nullptr, *b = nullptr;
+  ASSERT_EQ(ondrel_get_existing_effect(EFFECT_AMPLIFIER, &a), 0);
+  ASSERT_EQ(ondrel_get_existing_effect(EFFECT_AMPLIFIER, &b), 0);
+  EXPECT_EQ(a, b);
+  AEffect *c = nullptr, *d = nullptr;
+  ASSERT_EQ(ondrel_create_effect(EFFECT_AMPLIFIER, &c), 0);
+  ASSERT_EQ(ondrel_create_effect(EFFECT_AMPLIFIER, &d), 0);
+  EXPECT_NE(c, d);
+  EXPECT_NE(c, a);
+
+  // Names and the parameter table of the amplifier.
+  char buf[64];
+  ondrel_set_locale("zh", "HK");
+  c->dispatcher(c, ONDREL_OP_GET_EFFECT_NAME, 0, 0, buf, 0);
+  EXPECT_STREQ(buf, "音量調節器");
+  c->dispatcher(c, ONDREL_OP_GET_PARAM_LABEL, 0, 0, buf, 0);
+  EXPECT_STREQ(buf, "增益");
+  ondrel_set_locale("en", "US");
+  c->dispatcher(c, ONDREL_OP_GET_PARAM_LABEL, 0, 0, buf, 0);
+  EXPECT_STREQ(buf, "Gain");
+  c->dispatcher(c, ONDREL_OP_GET_PARAM_DISPLAY, 0, 0, buf, 0);
+  EXPECT_STREQ(buf, "+0.0 dB");
+  float norm = 0;
+  c->dispatcher(c, ONDREL_OP_GET_PARAM_NORMALIZED, 0, 0, &norm, 0);
+  EXPECT_EQ(norm, 0.618034f);
+
+  AEffect* through = nullptr;
+  ASSERT_EQ(ondrel_create_effect(EFFECT_THROUGH, &through), 0);
+  EXPECT_EQ(through->numParams, 0);
+  through->dispatcher(through, ONDREL_OP_GET_EFFECT_NAME, 0, 0, buf, 0);
+  EXPECT_STREQ(buf, "");
+  ondrel_destroy_effect(through);
+  ondrel_destroy_effect(c);
+  ondrel_destroy_effect(d);
+  ondrel_uninit();  // frees the registry object behind a and b
+}
+
+TEST(Modulators, HostMappingsAndScriptMemory) {
+  ondrel_test::SilenceLog();
+  ondrel_set_modulator(nullptr, "GEAR_PRICE", 0.0);
+  EXPECT_EQ(get_modulator_user("GEAR_PRICE"), 400000.0);
+  ondrel_set_modulator(nullptr, "GEAR_PRICE", 325000.0);
+  EXPECT_EQ(get_modulator_user("GEAR_PRICE"), 450000.0);
+  ondrel_set_modulator(nullptr, "GEAR_PRICE", 1000000.0);
+  EXPECT_EQ(get_modulator_user("GEAR_PRICE"), 500000.0);
+
+  ondrel_set_modulator(nullptr, "GENRE_ZKV", 9.0);
+  EXPECT_EQ(get_modulator_user("GENRE"), 1.0);
+  EXPECT_EQ(get_modulator_user("GENRE_ZKV"), 9.0);
+  ondrel_set_modulator(nullptr, "GENRE_ZKV", 63.0);
+  EXPECT_EQ(get_modulator_user("GENRE"), 3.0);
+  ondrel_set_modulator(nullptr, "GENRE_ZKV", 22.0);
+  EXPECT_EQ(get_modulator_user("GENRE"), 2.0);
+  ondrel_set_modulator(nullptr, "GENRE_ZKV", -1.0);
+  EXPECT_EQ(get_modulator_user("GENRE"), 3.0);
+
+  // A new key set to 0 stays absent; the flag is not raised.
+  ModulatorChangedFlag() = false;
+  ondrel_set_modulator(nullptr, "NEVER_SET", 0.0);
+  double value = 42;
+  EXPECT_FALSE(get_modulator_user("NEVER_SET", &value));
+  EXPECT_EQ(value, 42);
+  EXPECT_FALSE(ModulatorChangedFlag());
+  set_modulator_user("DIRECT", 3.0);  // no mapping, no flag
+  EXPECT_FALSE(ModulatorChangedFlag());
+
+  // lock_modulators: user, system, then the 13 functions; reading an
+  // absent system name creates it.
+  ClearSystemModulators();
+  xvariable* list = nullptr;
+  const int before = lock_modulators(&list);
+  unlock_modulators(list, before);
+  GetSystemModulator("FRESH");
+  const int after = lock_modulators(&list);
+  EXPECT_EQ(after, before + 1);
+  EXPECT_EQ(static_cast<int>(UserModulators().size() + 1) + 13, after);
+  EXPECT_STREQ(list[after - 13].name, "get");
+  EXPECT_STREQ(list[after - 1].name, "rnd");
+  EXPECT_EQ(list[after - 1].type, 41);
+  EXPECT_STREQ(list[after - 14].name, "FRESH");
+
+  // fill and cpy on the script memory through the function records.
+  using F3 = double (*)(double, double, double);
+  using F2 = double (*)(double, double);
+  auto fill = reinterpret_cast<F3>(const_cast<void*>(list[after - 13 + 2].address));
+  auto cpy = reinterpret_cast<F3>(const_cast<void*>(list[after - 13 + 3].address));
+  auto lt = reinterpret_cast<F2>(const_cast<void*>(list[after - 13 + 10].address));
+  double* m = ScriptMemory();
+  fill(1.0, 1000, -1);
+  EXPECT_EQ(m[999], 0.0);
+  EXPECT_EQ(m[1000], 1.0);
+  EXPECT_EQ(m[1023], 1.0);
+  fill(2.0, 0, 0.5);
+  EXPECT_EQ(m[0], 2.0);
+  EXPECT_EQ(m[1], 0.0);
+  EXPECT_EQ(cpy(1, 0, 1), 2.0);
+  EXPECT_EQ(lt(1, 2), 1.0);
+  unlock_modulators(list, after);
+  ClearSystemModulators();
+  EXPECT_EQ(m[1000], 0.0);
+}
+
+}  // namespace
