@@ -4,6 +4,9 @@
 #include <new>
 
 #include "effects/amplifier/amplifier.h"
+#include "effects/limiter/limiter.h"
+#include "effects/compressor/multiband_compressor.h"
+#include "effects/deesser/deesser.h"
 #include "effects/through/through.h"
 
 namespace ONDREL2 {
@@ -38,6 +41,9 @@ AudioEffect* CreateEffectObject(int type) {
       return Make<THROUGH::ThroughEffect>();
     case EFFECT_AMPLIFIER:
       return Make<AMPLIFIER::AmplifierEffect>();
+    case EFFECT_LIMITER: return Make<LIMITER::LimiterEffect>();
+    case EFFECT_MULTIBAND_COMPRESSOR: return Make<COMPRESSOR::MultiBandCompressorEffect>();
+    case EFFECT_DEESSER: return Make<DEESSER_EFFECT::DeEsserEffect>();
     default:
       return nullptr;
   }

@@ -40,6 +40,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <stdio.h>
 
 #if defined(_WIN32)
 #define ONDREL_API __declspec(dllexport)
@@ -203,6 +204,27 @@ ONDREL_API int ondrel_create_effect(ONDREL_EFFECT_TYPE type, AEffect** effect);
 ONDREL_API int ondrel_get_existing_effect(ONDREL_EFFECT_TYPE type, AEffect** effect);
 ONDREL_API int ondrel_destroy_effect(AEffect* effect);
 
+/* ---- Parameter stream ---- */
+
+/* Writes the effects (types, parameter values, scripts) and `text` (may be
+ * null) into a new buffer of *size bytes in *out; free it with
+ * ondrel_destroy_paramstream. 0; 2000 for a null `out` or `size`. */
+ONDREL_API int ondrel_params2stream(void** out, int* size, AEffect** effects, int count,
+                                    const char* text);
+/* Builds fresh effects from a stream into a new array of *count handles in
+ * *out, owned by the caller. `text`, unless null, receives the stream's text
+ * and must have room for it. 2000: null, empty or corrupt data; 1000: version
+ * too new (*count still tells the stream's effect count), unknown effect type
+ * or more parameters than the effect has. An unknown parameter name raises
+ * std::out_of_range after everything built so far is destroyed. */
+ONDREL_API int ondrel_stream2params(AEffect*** out, int* count, const void* data, int size,
+                                    char* text);
+/* Frees a buffer from ondrel_params2stream; null is harmless. */
+ONDREL_API int ondrel_destroy_paramstream(void* stream);
+/* Frees an array from ondrel_stream2params, and with `destroyEffects` also
+ * its effects (false once ondrel_set_params has taken them). */
+ONDREL_API int ondrel_destroy_params(AEffect** effects, int count, bool destroyEffects);
+
 /* ---- Processing instance ------------------------------------------- */
 
 ONDREL_API void* ondrel_create_inst();
@@ -253,6 +275,132 @@ ONDREL_API float norm_center(float value, float high, float low, float center, f
 ONDREL_API float denorm_center(float norm, float high, float low, float center, float centerNorm);
 ONDREL_API int df2i(float value);
 ONDREL_API float i2df(int value);
+
+/* ---- Wave files ---- */
+
+/* Sample formats of WaveFile: the low byte is the bit depth, 256 marks
+ * IEEE float. */
+enum SAMPLE_FORMAT {
+  SF_PCM8 = 8,       /* unsigned, offset 128 */
+  SF_PCM16 = 16,
+  SF_PCM24 = 24,     /* 3 bytes a sample */
+  SF_PCM32 = 32,
+  SF_FLOAT32 = 288,
+  SF_FLOAT64 = 320,
+};
+
+/* Reads and writes RIFF/WAVE files: PCM of 8, 16, 24 and 32 bits and IEEE
+ * float of 32 and 64 bits, with plain (44-byte) and extensible (68-byte)
+ * headers. Paths are UTF-8 or wide.
+ *
+ * Reading: open with SetFilePathUTF8(path, false, false), then ReadFrames.
+ * Every read is limited to the frames left and advances the read position
+ * by that count before reading; a read that comes up short returns 0.
+ * Writing: open with write true, set the format (or SetProfile), call
+ * SetupDone to write the header, then WriteFrames; the destructor writes the
+ * final sizes. A file opened with write and update true is patched in place
+ * and keeps its header as it was.
+ *
+ * Conversions that callers depend on, kept on purpose:
+ *  - float or double written to a 24-bit file: every sample of the call
+ *    receives the converted element just behind the last one,
+ *    buffer[frames * channels], which the caller's buffer must hold;
+ *    the integer overloads that take this path write silence;
+ *  - float or double written to a 32-bit PCM file is scaled by -2^31, so
+ *    its polarity is inverted; int32 input is negated on the way to every
+ *    other format;
+ *  - uint8 and uint32 input is scaled by 2^-23;
+ *  - conversions to integers truncate and keep the low bits: no clipping.
+ *
+ * Copies share the file handle and each one closes it: copy closed objects
+ * only. One thread at a time. */
+class ONDREL_API WaveFile {
+ public:
+  WaveFile();
+  virtual ~WaveFile();
+
+  /* Mode "rb"; "wb" with write; "rb+" with write and update. An open file
+   * is closed first, without writing its sizes. False for a path that does
+   * not open or a file that is not a readable wave. */
+  bool SetFilePathUTF8(const char* path, bool write, bool update);
+  bool SetFilePathW(const wchar_t* path, bool write, bool update);
+
+  void SetSampleRate(int32_t rate);
+  void SetChannels(int32_t count);
+  void SetSampleFormat(SAMPLE_FORMAT format);
+  /* Not 0: the header is written in the extensible form with this mask. */
+  void SetChannelMask(uint32_t mask);
+  /* Writes the header for the format set so far. */
+  void SetupDone();
+  /* Takes channels, rate, format and mask of `other`, then SetupDone. */
+  void SetProfile(const WaveFile* other);
+  /* Positions the file at `frame` (relative to `whence`, SEEK_SET etc.)
+   * and sets the read position to `frame`. */
+  void Seek(int32_t frame, int32_t whence);
+
+  int32_t GetChannels() const;
+  int32_t GetSampleRate() const;
+  uint32_t GetChannelMask() const;
+  SAMPLE_FORMAT GetSampleFormat() const;
+  uint32_t GetTotalFrames() const;
+  /* Whole seconds: frames / rate in integers. */
+  double GetDuration() const;
+  /* Bits per sample. */
+  int32_t GetSampleSize() const;
+  uint32_t TimeToFrames(double seconds) const;
+
+  /* Interleaved unless planar; all return the frames delivered. */
+  int32_t ReadFrames(void* buffer, int32_t frames);  /* raw file bytes */
+  int32_t ReadFrames(int16_t* buffer, int32_t frames);
+  int32_t ReadFrames(float* buffer, int32_t frames);
+  int32_t ReadFrames(double* buffer, int32_t frames);
+  /* One pointer per channel; 0 unless channelCount equals the file's. */
+  int32_t ReadFrames(float** buffers, int32_t channelCount, int32_t frames);
+
+  /* Interleaved frames; nothing happens without an open file. */
+  void WriteFrames(const void* buffer, int32_t frames);  /* raw bytes */
+  void WriteFrames(const uint8_t* buffer, int32_t frames);
+  void WriteFrames(const int16_t* buffer, int32_t frames);
+  void WriteFrames(const int32_t* buffer, int32_t frames);
+  void WriteFrames(const uint32_t* buffer, int32_t frames);
+  void WriteFrames(const uint8_t (*buffer)[3], int32_t frames);
+  void WriteFrames(const float* buffer, int32_t frames);
+  void WriteFrames(const double* buffer, int32_t frames);
+
+ protected:
+  /* Records the mode and, unless a new file is being written, parses the
+   * header. Closes the file on failure. */
+  bool OnSetFilePath(bool write, bool update);
+
+  FILE* file;
+  SAMPLE_FORMAT sampleFormat;
+  int32_t channels;
+  int32_t sampleRate;
+  int32_t bitsPerSample;
+  uint32_t dataStart;    /* file offset of the first sample */
+  uint32_t totalFrames;  /* frames in the data chunk */
+  uint32_t currentFrame; /* read position */
+  double duration;       /* whole seconds */
+  bool readOnly;
+  bool updateExisting;
+  uint32_t channelMask;
+
+ private:
+  friend struct WaveFileCodec; /* the conversion routines */
+};
+
+/* ---- Resource files ---- */
+
+/* Writes a descrambled copy of `source` to `target` (both UTF-8). True on
+ * success, also for an empty source; write errors inside the copy go
+ * unnoticed. */
+ONDREL_API bool decrypt_file(const char* source, const char* target);
+/* Deletes the file. */
+ONDREL_API void remove_utf8(const char* path);
+/* Replaces every backslash by a slash, in place or in a new copy that the
+ * caller releases with free(). A null path gives null in place and a new
+ * empty string otherwise. */
+ONDREL_API char* xplatform_pathname(char* path, bool inPlace);
 
 }  // namespace ONDREL2
 

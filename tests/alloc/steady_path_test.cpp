@@ -30,6 +30,10 @@ void* __wrap_realloc(void* p, size_t size) {
 }
 }
 
+// The replaced operators allocate with malloc and free with free, which is
+// a matched pair; the compiler cannot see that through the replacement.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 void* operator new(size_t size) {
   ++g_allocations;
   if (void* p = std::malloc(size ? size : 1)) return p;
@@ -44,6 +48,7 @@ void operator delete(void* p) noexcept { std::free(p); }
 void operator delete[](void* p) noexcept { std::free(p); }
 void operator delete(void* p, size_t) noexcept { std::free(p); }
 void operator delete[](void* p, size_t) noexcept { std::free(p); }
+#pragma GCC diagnostic pop
 
 namespace {
 

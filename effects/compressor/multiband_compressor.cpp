@@ -1,0 +1,116 @@
+#include "effects/compressor/multiband_compressor.h"
+
+#include <cmath>
+#include <new>
+
+namespace ONDREL2 {
+namespace COMPRESSOR {
+namespace {
+
+// Several defaults lie outside their bounds (normalised-looking values);
+// they are stored as they stand.
+const ParamDesc kParams[] = {
+    {"Listen", false, 0.0f, 3.0f, 3.0f, 1.0f, 1.0f, nullptr, 0, 0, nullptr, nullptr, false},
+    {"xover1", false, 87.0f, 1020.0f, 1020.0f, 1.0f, 0.103f, &FormatHertz, 0, 0, nullptr, nullptr,
+     false},
+    {"xover2", false, 111.0f, 19606.0f, 19606.0f, 1.0f, 0.878f, &FormatHertz, 0, 0, nullptr,
+     nullptr, false},
+    {"L drive", false, 0.0f, 30.0f, 30.0f, 1.0f, 0.54f, &FormatDecibels, 0, 0, nullptr, nullptr,
+     false},
+    {"M drive", false, 0.0f, 30.0f, 30.0f, 1.0f, 0.0f, &FormatDecibels, 0, 0, nullptr, nullptr,
+     false},
+    {"H drive", false, 0.0f, 30.0f, 30.0f, 1.0f, 0.6f, &FormatDecibels, 0, 0, nullptr, nullptr,
+     false},
+    {"L trim", false, -20.0f, 20.0f, 20.0f, 1.0f, 0.45f, &FormatDecibels, 0, 0, nullptr, nullptr,
+     false},
+    {"M trim", false, -20.0f, 20.0f, 20.0f, 1.0f, 0.5f, &FormatDecibels, 0, 0, nullptr, nullptr,
+     false},
+    {"H trim", false, -20.0f, 20.0f, 20.0f, 1.0f, 0.5f, &FormatDecibels, 0, 0, nullptr, nullptr,
+     false},
+    {"attack", false, 7.0f, 1755.0f, 1755.0f, 1.0f, 0.22f, &FormatMilliseconds, 0, 0, nullptr,
+     nullptr, false},
+    {"release", false, 1.0f, 1571.0f, 1571.0f, 1.0f, 0.602f, &FormatMilliseconds, 0, 0, nullptr,
+     nullptr, false},
+    {"width", false, 0.0f, 1.0f, 1.0f, 1.0f, 0.55f, &FormatPercent, 0, 0, nullptr, nullptr, false},
+    {"MS swap", false, 0.0f, 1.0f, 1.0f, 1.0f, 0.0f, nullptr, 0, 0, nullptr, nullptr, false},
+    {""},
+};
+
+constexpr float kDenormal = 1e-10f;
+
+// One-pole envelope follower: rises by `attack` of the distance, falls by
+// the factor 1 - `release`.
+inline float Follow(float env, float level, float attack, float release) {
+  if (level > env) return env + (level - env) * attack;
+  return env * (1.0f - release);
+}
+
+}  // namespace
+
+MultiBandCompressorEffect::MultiBandCompressorEffect() {
+  SetEffectName("zh", "多段压缩器");
+  SetEffectName("en", "MultiBandCompressor");
+  SetParamTable(kParams);
+  effectType = EFFECT_MULTIBAND_COMPRESSOR;
+  UpdateParams();
+}
+
+MultiBandCompressorEffect::~MultiBandCompressorEffect() = default;
+
+AudioEffect* MultiBandCompressorEffect::CreateInstance() {
+  return new (std::nothrow) MultiBandCompressorEffect();
+}
+
+int32_t MultiBandCompressorEffect::UpdateParams() {
+  // The voicing is fixed: no parameter and not the sample rate takes part.
+  envLow = envMid = envHigh = 0.0f;
+  lowStage1 = split = lowStage2 = 0.0f;
+  voicing = kVoicing;
+  msSwap = 0;
+  return 0;
+}
+
+int32_t MultiBandCompressorEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
+  if (bufs.size() != 2) return 0;
+  float* left = bufs[0];
+  float* right = bufs[1];
+  const Voicing& v = voicing;
+  const float splitKeep = 1.0f - v.splitCoef;
+  const float lowKeep = 1.0f - v.lowCoef;
+  const int32_t n = *frames;
+
+  for (int32_t i = 0; i < n; ++i) {
+    const float l = left[i];
+    float r = right[i];
+    if (msSwap != 0) r = -r;
+    const float side = (l - r) * v.width;
+    const float sum = l + r;
+
+    split = split * splitKeep + sum * v.splitCoef;
+    const float high = sum - split;
+    lowStage1 = lowStage1 * lowKeep + split * v.lowCoef;
+    lowStage2 = lowKeep * lowStage2 + lowStage1 * v.lowCoef;
+    const float low = lowStage2;
+    const float mid = split - low;
+
+    envLow = Follow(envLow, std::fabs(low), v.lowAttack, v.lowRelease);
+    envMid = Follow(envMid, std::fabs(mid), v.midAttack, v.midRelease);
+    const float gM = 1.0f / (v.midDrive * envMid + 1.0f);
+    envHigh = Follow(envHigh, std::fabs(high), v.highAttack, v.highRelease);
+    const float gH = 1.0f / (v.highDrive * envHigh + 1.0f);
+
+    // The lows take the highs' gain: they duck with the highs on purpose.
+    const float m = gM * mid * v.midGain + gH * low * v.lowGain + gH * high * v.highGain;
+    left[i] = side + m;
+    right[i] = msSwap != 0 ? side - m : m - side;
+  }
+
+  if (envLow < kDenormal) envLow = 0.0f;
+  if (envMid < kDenormal) envMid = 0.0f;
+  if (envHigh < kDenormal) envHigh = 0.0f;
+  if (std::fabs(lowStage1) < kDenormal) lowStage1 = split = lowStage2 = 0.0f;
+  return 0;
+}
+
+}  // namespace COMPRESSOR
+}  // namespace ONDREL2

@@ -1,0 +1,245 @@
+// Resource scrambling, clear copies and path helpers. The reference scramble
+// below is written from the index rule alone; the checked-in key table is
+// compared with the output of its generator script.
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "files/file_test_util.h"
+#include "files/resource.h"
+#include "frame/log.h"
+#include "ondrel.h"
+
+namespace {
+
+using namespace ONDREL2;
+using ondrel_test::FileExists;
+using ondrel_test::ReadBytes;
+using ondrel_test::ScratchDir;
+using ondrel_test::WriteBytes;
+
+// Byte p of every 0x80000-byte block is XORed with key[(m*m + 61357) % 256],
+// m = p for p <= 32767, else p % 32767.
+std::vector<uint8_t> ReferenceScramble(std::vector<uint8_t> bytes) {
+  const uint8_t* key = ScrambleKeyTable();
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    const uint64_t p = i % 524288;
+    const uint64_t m = p > 32767 ? p - 32767 * (p / 32767) : p;
+    bytes[i] ^= key[(m * m + 61357) & 255];
+  }
+  return bytes;
+}
+
+std::vector<uint8_t> RandomBytes(size_t n, std::mt19937& rng) {
+  std::vector<uint8_t> v(n);
+  for (auto& b : v) b = static_cast<uint8_t>(rng());
+  return v;
+}
+
+// Collects log lines, formatted, while it lives.
+class LogCapture {
+ public:
+  LogCapture() : saved_(GetLogState()) {
+    lines().clear();
+    GetLogState().handler = &Handler;
+    GetLogState().threshold = 2;
+  }
+  ~LogCapture() { GetLogState() = saved_; }
+  static std::vector<std::pair<int, std::string>>& lines() {
+    static std::vector<std::pair<int, std::string>> store;
+    return store;
+  }
+  static bool Has(int level, const std::string& text) {
+    for (auto& l : lines())
+      if (l.first == level && l.second == text) return true;
+    return false;
+  }
+
+ private:
+  static void Handler(int level, const char* format, ...) {
+    char text[1024];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    lines().emplace_back(level, text);
+  }
+  LogState saved_;
+};
+
+TEST(Scramble, KeyTableMatchesItsGenerator) {
+  const std::string root = std::string(ONDREL_TEST_SOURCE_DIR) + "/..";
+  const char* python = FileExists("/usr/bin/python3") ? "/usr/bin/python3" : "python3";
+  const std::string command = std::string(python) + " '" + root +
+                              "/scripts/gen_scramble_key.py' --check > /dev/null 2>&1";
+  const int status = std::system(command.c_str());
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 127) GTEST_SKIP() << "no python3";
+  EXPECT_EQ(status, 0) << "files/scramble_key.inc is not what the script makes";
+  // Non-zero entries: no byte position stays in clear.
+  for (int i = 0; i < 256; ++i) EXPECT_NE(ScrambleKeyTable()[i], 0) << "entry " << i;
+}
+
+TEST(Scramble, BufferIsAnInvolutionWithBlockRestartAndWrappingIndex) {
+  std::mt19937 rng(7);
+  const size_t lengths[] = {0, 1, 2, 255, 32767, 32768, 32769, 65535, 100003, 0x80000, 0x80001};
+  for (size_t n : lengths) {
+    SCOPED_TRACE("length " + std::to_string(n));
+    const std::vector<uint8_t> clear = RandomBytes(n, rng);
+    std::vector<uint8_t> data = clear;
+    ScrambleBuffer(data.data(), data.size());
+    EXPECT_EQ(data, ReferenceScramble(clear));
+    if (n > 64) {
+      EXPECT_NE(data, clear);
+    }
+    ScrambleBuffer(data.data(), data.size());
+    EXPECT_EQ(data, clear);
+  }
+  // Landmarks of the index rule on a zero buffer, which shows the key.
+  std::vector<uint8_t> zeros(0x80001, 0);
+  ScrambleBuffer(zeros.data(), zeros.size());
+  const uint8_t* key = ScrambleKeyTable();
+  EXPECT_EQ(zeros[0], key[61357 % 256]);
+  EXPECT_EQ(zeros[32767], key[(32767ull * 32767 + 61357) % 256]);
+  EXPECT_EQ(zeros[32768], zeros[1]);     // wraps to position 1
+  EXPECT_EQ(zeros[65534], zeros[0]);     // 65534 % 32767 == 0
+  EXPECT_EQ(zeros[0x80000], zeros[0]);   // a new block starts at 0
+}
+
+TEST(DecryptFile, CopiesScrambleBlockwiseAndTwiceGivesTheSource) {
+  ScratchDir dir;
+  ASSERT_TRUE(dir.ok());
+  std::mt19937 rng(11);
+  std::uniform_int_distribution<size_t> length(0x80002, 2 * 0x80000 + 7);
+  std::vector<size_t> lengths = {0, 1, 32769, 0x80000, 0x80001, length(rng)};
+  LogCapture log;
+  for (size_t n : lengths) {
+    SCOPED_TRACE("length " + std::to_string(n));
+    const std::vector<uint8_t> clear = RandomBytes(n, rng);
+    const std::string source = dir.File("res.bin");
+    const std::string scrambled = dir.File("res.bin.scr");
+    const std::string back = scrambled + "-dec";
+    ASSERT_TRUE(WriteBytes(source, clear));
+    ASSERT_TRUE(decrypt_file(source.c_str(), scrambled.c_str()));
+    EXPECT_TRUE(FileExists(scrambled));  // also for an empty source
+    EXPECT_EQ(ReadBytes(scrambled), ReferenceScramble(clear));
+    ASSERT_TRUE(decrypt_file(scrambled.c_str(), back.c_str()));
+    EXPECT_EQ(ReadBytes(back), clear);
+    EXPECT_EQ(ScrambleFile(back.c_str(), scrambled.c_str()), ScrambleStatus::kOk);
+    EXPECT_EQ(ReadBytes(scrambled), ReferenceScramble(clear));
+  }
+  EXPECT_TRUE(LogCapture::lines().empty());
+
+  // Failures: null paths say nothing; a missing source or an unwritable
+  // target is logged with the target's name.
+  const std::string target = dir.File("out-dec");
+  EXPECT_FALSE(decrypt_file(nullptr, target.c_str()));
+  EXPECT_FALSE(decrypt_file(dir.File("res.bin").c_str(), nullptr));
+  EXPECT_TRUE(LogCapture::lines().empty());
+  EXPECT_FALSE(decrypt_file(dir.File("missing").c_str(), target.c_str()));
+  EXPECT_TRUE(LogCapture::Has(6, "[ON2L]:Decrypt_file " + target + ", read failed!"));
+  EXPECT_FALSE(FileExists(target));
+  const std::string noDir = dir.File("no/such/dir-dec");
+  EXPECT_FALSE(decrypt_file(dir.File("res.bin").c_str(), noDir.c_str()));
+  EXPECT_TRUE(LogCapture::Has(6, "[ON2L]:Decrypt_file " + noDir + ", write failed!"));
+  EXPECT_EQ(LogCapture::lines().size(), 2u);
+
+  remove_utf8(dir.File("res.bin").c_str());
+  EXPECT_FALSE(FileExists(dir.File("res.bin")));
+  remove_utf8(nullptr);
+}
+
+TEST(PathHelpers, BackslashesBecomeSlashesInPlaceOrInACopy) {
+  char text[] = "a\\b\\\\c\\";
+  char* same = xplatform_pathname(text, true);
+  EXPECT_EQ(same, text);
+  EXPECT_STREQ(text, "a/b//c/");
+
+  char original[] = "C:\\music\\room.wav";
+  char* copy = xplatform_pathname(original, false);
+  ASSERT_NE(copy, nullptr);
+  EXPECT_NE(copy, original);
+  EXPECT_STREQ(copy, "C:/music/room.wav");
+  EXPECT_STREQ(original, "C:\\music\\room.wav");
+  std::free(copy);
+
+  EXPECT_EQ(xplatform_pathname(nullptr, true), nullptr);
+  char* empty = xplatform_pathname(nullptr, false);
+  ASSERT_NE(empty, nullptr);
+  EXPECT_STREQ(empty, "");
+  std::free(empty);
+}
+
+// The clear-copy route: roots in order, the plain file first, then the
+// "-dec" copy of a scrambled one, which the caller removes after loading.
+TEST(ResourceWave, RootsAreTriedInOrderAndScrambledFilesLoadThroughAClearCopy) {
+  ScratchDir dir;
+  ASSERT_TRUE(dir.ok());
+  const std::string rootA = dir.File("a/"), rootB = dir.File("b/");
+  ASSERT_EQ(std::system(("mkdir -p '" + rootA + "' '" + rootB + "'").c_str()), 0);
+
+  ondrel_test::WaveSpec spec;
+  spec.frames = 12;
+  const std::vector<uint8_t> wave = ondrel_test::MakeWave(spec);
+  // In root a: a file of that name that is no wave, and scrambled no wave.
+  ASSERT_TRUE(WriteBytes(rootA + "room.wav", std::vector<uint8_t>(100, 0x33)));
+  // In root b: the wave, scrambled.
+  ASSERT_TRUE(WriteBytes(rootB + "room.wav", ReferenceScramble(wave)));
+  LogCapture log;
+  const char* roots[] = {rootA.c_str(), rootB.c_str()};
+  ASSERT_EQ(ondrel_set_resource_root(roots, 2), 0);
+  LogCapture::lines().clear();
+  {
+    WaveFile w;
+    std::string clearCopy;
+    ASSERT_TRUE(OpenResourceWave("room.wav", &w, &clearCopy));
+    EXPECT_EQ(clearCopy, rootB + "room.wav-dec");
+    EXPECT_EQ(w.GetTotalFrames(), 12u);
+    std::vector<uint8_t> frames(48);
+    EXPECT_EQ(w.ReadFrames(static_cast<void*>(frames.data()), 12), 12);
+    EXPECT_TRUE(std::equal(frames.begin(), frames.end(), wave.end() - 48));
+    // The useless clear copy in root a is gone already.
+    EXPECT_FALSE(FileExists(rootA + "room.wav-dec"));
+    EXPECT_TRUE(FileExists(clearCopy));
+    w.SetFilePathUTF8(nullptr, false, false);  // closes
+    remove_utf8(clearCopy.c_str());
+    EXPECT_FALSE(FileExists(clearCopy));
+  }
+  const std::vector<std::pair<int, std::string>> expected = {
+      {4, "[ON2L]:SetFilePathUTF8(0): " + rootA + "room.wav"},
+      {4, "[ON2L]:SetFilePathUTF8(0): " + rootA + "room.wav-dec"},
+      {4, "[ON2L]:SetFilePathUTF8(0): " + rootB + "room.wav"},
+      {4, "[ON2L]:SetFilePathUTF8(1): " + rootB + "room.wav-dec"},
+  };
+  EXPECT_EQ(LogCapture::lines(), expected);
+
+  // A clear wave in the first root wins without a copy.
+  ASSERT_TRUE(WriteBytes(rootA + "room.wav", wave));
+  {
+    WaveFile w;
+    std::string clearCopy = "stale";
+    ASSERT_TRUE(OpenResourceWave("room.wav", &w, &clearCopy));
+    EXPECT_EQ(clearCopy, "");
+  }
+
+  // Nothing anywhere: every root and the bare name are tried, then the
+  // failure is logged.
+  LogCapture::lines().clear();
+  {
+    WaveFile w;
+    std::string clearCopy;
+    EXPECT_FALSE(OpenResourceWave("absent.wav", &w, &clearCopy));
+    EXPECT_EQ(LogCapture::lines().size(), 10u);  // 3 per root, then the failure
+    EXPECT_EQ(LogCapture::lines().back(), std::make_pair(6, std::string("[ON2L]:SetFilePathUTF8 Failed!")));
+  }
+  ondrel_set_resource_root(nullptr, 0);
+}
+
+}  // namespace

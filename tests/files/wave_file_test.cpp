@@ -1,0 +1,881 @@
+// WaveFile against independent references: libsndfile and sox write the
+// files that WaveFile reads, libsndfile reads the files that WaveFile writes,
+// and expected sample values come from closed-form scalings in double.
+#include <sndfile.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <iterator>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "files/file_test_util.h"
+#include "ondrel.h"
+
+namespace {
+
+using namespace ONDREL2;
+using ondrel_test::MakeWave;
+using ondrel_test::ReadBytes;
+using ondrel_test::ScratchDir;
+using ondrel_test::U16At;
+using ondrel_test::U32At;
+using ondrel_test::WaveSpec;
+using ondrel_test::WriteBytes;
+
+// Exposes the read position and the header end; flushes the open file so
+// that its bytes can be inspected before closing.
+class WaveProbe : public WaveFile {
+ public:
+  using WaveFile::currentFrame;
+  using WaveFile::dataStart;
+  void Flush() { std::fflush(file); }
+  bool IsOpen() const { return file != nullptr; }
+};
+
+int64_t FloorDiv(int64_t v, int64_t d) {
+  int64_t q = v / d;
+  return (v % d != 0 && v < 0) ? q - 1 : q;
+}
+
+// The low `bits` bits of trunc(x), as a signed value.
+int64_t WrapTrunc(double x, int bits) {
+  int64_t t = static_cast<int64_t>(std::trunc(x));
+  uint64_t mask = bits == 64 ? ~0ull : (1ull << bits) - 1;
+  uint64_t low = static_cast<uint64_t>(t) & mask;
+  if (bits < 64 && (low >> (bits - 1)) != 0) low |= ~mask;
+  return static_cast<int64_t>(low);
+}
+
+template <typename T>
+::testing::AssertionResult SameSamples(const std::vector<T>& want, const std::vector<T>& got,
+                                       const std::string& what) {
+  if (want.size() != got.size())
+    return ::testing::AssertionFailure()
+           << what << ": " << got.size() << " samples, expected " << want.size();
+  for (size_t i = 0; i < want.size(); ++i) {
+    // Bitwise equality, NaN never occurs in these data.
+    if (!(want[i] == got[i]))
+      return ::testing::AssertionFailure() << what << ": first difference at sample " << i
+                                           << ": got " << +got[i] << ", expected " << +want[i];
+  }
+  return ::testing::AssertionSuccess();
+}
+
+// ---- Reading files written by libsndfile and sox -------------------------
+
+struct ReadCase {
+  const char* name;
+  int sfFormat;
+  int channels;
+  SAMPLE_FORMAT format;
+  int bits;
+  uint32_t mask;
+};
+
+TEST(WaveFileRead, EveryFormatFromLibsndfileMatchesClosedFormScaling) {
+  ScratchDir dir;
+  ASSERT_TRUE(dir.ok());
+  const ReadCase cases[] = {
+      {"u8", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 2, SF_PCM8, 8, 0},
+      {"s16", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, SF_PCM16, 16, 0},
+      {"s24", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 1, SF_PCM24, 24, 0},
+      {"s32", SF_FORMAT_WAV | SF_FORMAT_PCM_32, 2, SF_PCM32, 32, 0},
+      {"f32", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, SF_FLOAT32, 32, 0},
+      {"f64", SF_FORMAT_WAV | SF_FORMAT_DOUBLE, 2, SF_FLOAT64, 64, 0},
+      {"x16", SF_FORMAT_WAVEX | SF_FORMAT_PCM_16, 3, SF_PCM16, 16, 0xB},
+      {"x24", SF_FORMAT_WAVEX | SF_FORMAT_PCM_24, 3, SF_PCM24, 24, 0xB},
+      {"xf32", SF_FORMAT_WAVEX | SF_FORMAT_FLOAT, 3, SF_FLOAT32, 32, 0xB},
+  };
+  // Enough frames to cross the reader's internal blocks several times.
+  const int frames = 9001;
+  std::mt19937 rng(1234);
+  for (const ReadCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    const size_t n = static_cast<size_t>(frames) * c.channels;
+    const bool isFloat = c.format >= SF_FLOAT32;
+    std::vector<int64_t> ints(n);
+    std::vector<double> reals(n);
+    if (!isFloat) {
+      const int64_t lo = -(int64_t{1} << (c.bits - 1)), hi = (int64_t{1} << (c.bits - 1)) - 1;
+      std::uniform_int_distribution<int64_t> dist(lo, hi);
+      const int64_t edges[] = {lo, hi, 0, -1, 1, lo + 1, hi - 1};
+      for (size_t i = 0; i < n; ++i) ints[i] = i < 7 ? edges[i] : dist(rng);
+    } else {
+      std::uniform_real_distribution<double> dist(-1.25, 1.25);
+      const double edges[] = {1.0, -1.0, 0.5, -0.99999, 0.0, 1.5, -1.5};
+      for (size_t i = 0; i < n; ++i) {
+        double v = i < 7 ? edges[i] : dist(rng);
+        reals[i] = c.format == SF_FLOAT32 ? static_cast<double>(static_cast<float>(v)) : v;
+      }
+    }
+
+    const std::string path = dir.File(std::string(c.name) + ".wav");
+    SF_INFO info{};
+    info.samplerate = 22050;
+    info.channels = c.channels;
+    info.format = c.sfFormat;
+    SNDFILE* sf = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(sf, nullptr) << sf_strerror(nullptr);
+    if (c.mask != 0) {
+      int map[3] = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_LFE};
+      ASSERT_TRUE(sf_command(sf, SFC_SET_CHANNEL_MAP_INFO, map, sizeof map));
+    }
+    if (!isFloat) {
+      std::vector<int> left(n);  // libsndfile's int samples are left-justified
+      for (size_t i = 0; i < n; ++i)
+        left[i] = static_cast<int>(static_cast<uint32_t>(ints[i]) << (32 - c.bits));
+      ASSERT_EQ(sf_writef_int(sf, left.data(), frames), frames);
+    } else if (c.format == SF_FLOAT32) {
+      std::vector<float> f(reals.begin(), reals.end());
+      ASSERT_EQ(sf_writef_float(sf, f.data(), frames), frames);
+    } else {
+      ASSERT_EQ(sf_writef_double(sf, reals.data(), frames), frames);
+    }
+    sf_close(sf);
+
+    // Expected values of the three converting readers.
+    std::vector<int16_t> want16(n);
+    std::vector<float> wantF(n);
+    std::vector<double> wantD(n);
+    for (size_t i = 0; i < n; ++i) {
+      if (!isFloat) {
+        const int64_t v = ints[i];
+        want16[i] = static_cast<int16_t>(c.bits == 8    ? v * 256
+                                         : c.bits == 16 ? v
+                                         : c.bits == 24 ? FloorDiv(v, 256)
+                                                        : FloorDiv(v, 65536));
+        wantD[i] = std::ldexp(static_cast<double>(v), -(c.bits - 1));
+        wantF[i] = static_cast<float>(wantD[i]);
+      } else {
+        want16[i] = static_cast<int16_t>(WrapTrunc(reals[i] * 32768.0, 16));
+        wantF[i] = static_cast<float>(reals[i]);
+        wantD[i] = reals[i];
+      }
+    }
+
+    WaveProbe w;
+    ASSERT_TRUE(w.SetFilePathUTF8(path.c_str(), false, false));
+    EXPECT_EQ(w.GetChannels(), c.channels);
+    EXPECT_EQ(w.GetSampleRate(), 22050);
+    EXPECT_EQ(w.GetSampleFormat(), c.format);
+    EXPECT_EQ(w.GetSampleSize(), c.bits);
+    EXPECT_EQ(w.GetTotalFrames(), static_cast<uint32_t>(frames));
+    EXPECT_EQ(w.GetChannelMask(), c.mask);
+    EXPECT_EQ(w.GetDuration(), 0.0);  // 9001 frames at 22050: under one second
+
+    // int16 in chunks of random size, until the reader reports the end.
+    std::vector<int16_t> got16;
+    std::uniform_int_distribution<int> chunk(1, 3000);
+    for (;;) {
+      int want = chunk(rng);
+      std::vector<int16_t> part(static_cast<size_t>(want) * c.channels);
+      int got = w.ReadFrames(part.data(), want);
+      if (got == 0) break;
+      ASSERT_LE(got, want);
+      got16.insert(got16.end(), part.begin(), part.begin() + static_cast<size_t>(got) * c.channels);
+    }
+    EXPECT_TRUE(SameSamples(want16, got16, "int16"));
+
+    std::vector<float> gotF(n);
+    w.Seek(0, SEEK_SET);
+    EXPECT_EQ(w.ReadFrames(gotF.data(), frames + 50), frames);
+    EXPECT_TRUE(SameSamples(wantF, gotF, "float"));
+
+    std::vector<double> gotD(n);
+    w.Seek(0, SEEK_SET);
+    EXPECT_EQ(w.ReadFrames(gotD.data(), frames), frames);
+    EXPECT_TRUE(SameSamples(wantD, gotD, "double"));
+
+    // Planar, from frame 100 on, in chunks.
+    w.Seek(100, SEEK_SET);
+    std::vector<std::vector<float>> planes(c.channels, std::vector<float>(frames));
+    int at = 100;
+    while (at < frames) {
+      std::vector<float*> ptrs;
+      for (auto& p : planes) ptrs.push_back(p.data() + at);
+      int got = w.ReadFrames(ptrs.data(), c.channels, chunk(rng));
+      ASSERT_GT(got, 0);
+      at += got;
+    }
+    for (int ch = 0; ch < c.channels; ++ch) {
+      std::vector<float> want, got;
+      for (int f = 100; f < frames; ++f) {
+        want.push_back(wantF[static_cast<size_t>(f) * c.channels + ch]);
+        got.push_back(planes[ch][f]);
+      }
+      EXPECT_TRUE(SameSamples(want, got, "planar channel " + std::to_string(ch)));
+    }
+  }
+}
+
+// sox writes extensible headers for 24-bit and float data; libsndfile's
+// reading of the same file is the reference.
+TEST(WaveFileRead, SoxFilesAgreeWithLibsndfileAndDurationIsWholeSeconds) {
+  if (std::system("sox --version > /dev/null 2>&1") != 0) GTEST_SKIP() << "sox not installed";
+  ScratchDir dir;
+  ASSERT_TRUE(dir.ok());
+  struct SoxCase {
+    const char* args;
+    int rate;
+    double seconds;
+    SAMPLE_FORMAT format;
+  } cases[] = {
+      {"-r 44100 -c 2 -b 24 -e signed-integer", 44100, 3.9, SF_PCM24},
+      {"-r 44100 -c 2 -b 16 -e signed-integer", 44100, 3.0, SF_PCM16},
+      {"-r 48000 -c 1 -b 32 -e floating-point", 48000, 2.5, SF_FLOAT32},
+      {"-r 8000 -c 1 -b 8 -e unsigned-integer", 8000, 1.99, SF_PCM8},
+  };
+  for (const SoxCase& c : cases) {
+    SCOPED_TRACE(c.args);
+    const std::string path = dir.File("sox.wav");
+    char command[512];
+    std::snprintf(command, sizeof command,
+                  "sox -n %s '%s' synth %g sine 440 sine 660 gain -1 2>/dev/null", c.args,
+                  path.c_str(), c.seconds);
+    ASSERT_EQ(std::system(command), 0);
+
+    SF_INFO info{};
+    SNDFILE* sf = sf_open(path.c_str(), SFM_READ, &info);
+    ASSERT_NE(sf, nullptr);
+    std::vector<double> reference(static_cast<size_t>(info.frames) * info.channels);
+    if (c.format == SF_FLOAT32) {
+      ASSERT_EQ(sf_readf_double(sf, reference.data(), info.frames), info.frames);
+    } else {
+      std::vector<int> ints(reference.size());
+      ASSERT_EQ(sf_readf_int(sf, ints.data(), info.frames), info.frames);
+      for (size_t i = 0; i < ints.size(); ++i) reference[i] = std::ldexp(ints[i], -31);
+    }
+    sf_close(sf);
+
+    WaveFile w;
+    ASSERT_TRUE(w.SetFilePathUTF8(path.c_str(), false, false));
+    EXPECT_EQ(w.GetSampleFormat(), c.format);
+    EXPECT_EQ(w.GetSampleRate(), c.rate);
+    EXPECT_EQ(w.GetChannels(), info.channels);
+    EXPECT_EQ(static_cast<sf_count_t>(w.GetTotalFrames()), info.frames);
+    EXPECT_EQ(w.GetDuration(), std::floor(c.seconds)) << "frames " << info.frames;
+    EXPECT_EQ(w.TimeToFrames(1.5), static_cast<uint32_t>(c.rate / 2 * 3));
+    EXPECT_EQ(w.TimeToFrames(-1.0), 0u);
+    std::vector<double> got(reference.size());
+    EXPECT_EQ(w.ReadFrames(got.data(), static_cast<int32_t>(info.frames)), info.frames);
+    EXPECT_TRUE(SameSamples(reference, got, "double"));
+  }
+}
+
+// ---- Writing files that libsndfile reads ---------------------------------
+
+// The samples of a file as libsndfile decodes them: native integers for PCM
+// (unsigned for 8 bits), values for float formats.
+std::vector<double> ReadWithLibsndfile(const std::string& path, SF_INFO* info) {
+  *info = SF_INFO{};
+  SNDFILE* sf = sf_open(path.c_str(), SFM_READ, info);
+  if (sf == nullptr) return {};
+  std::vector<double> out(static_cast<size_t>(info->frames) * info->channels);
+  const int sub = info->format & SF_FORMAT_SUBMASK;
+  if (sub == SF_FORMAT_FLOAT || sub == SF_FORMAT_DOUBLE) {
+    sf_readf_double(sf, out.data(), info->frames);
+  } else {
+    std::vector<int> ints(out.size());
+    sf_readf_int(sf, ints.data(), info->frames);
+    const int shift = sub == SF_FORMAT_PCM_U8 ? 24 : sub == SF_FORMAT_PCM_16 ? 16 : sub == SF_FORMAT_PCM_24 ? 8 : 0;
+    for (size_t i = 0; i < ints.size(); ++i) {
+      double v = static_cast<double>(FloorDiv(ints[i], int64_t{1} << shift));
+      out[i] = sub == SF_FORMAT_PCM_U8 ? v + 128 : v;
+    }
+  }
+  sf_close(sf);
+  return out;
+}
+
+// What the float and double writers put into the file for sample x, in the
+// same units as ReadWithLibsndfile. Inputs are chosen so that every product
+// and sum is exact in both precisions.
+double EncodedValue(SAMPLE_FORMAT format, double x) {
+  switch (format) {
+    case SF_PCM8:
+      return static_cast<double>(static_cast<uint8_t>(WrapTrunc(x * 128 + 128, 8)));
+    case SF_PCM16:
+      return static_cast<double>(WrapTrunc(x * 32768, 16));
+    case SF_PCM24:
+      return static_cast<double>(WrapTrunc(x * 8388608, 24));
+    case SF_PCM32:
+      return static_cast<double>(WrapTrunc(x * -2147483648.0, 32));
+    case SF_FLOAT32:
+      return static_cast<double>(static_cast<float>(x));
+    case SF_FLOAT64:
+      return x;
+  }
+  return 0;
+}
+
+TEST(WaveFileWrite, FloatAndDoubleInputReadBackByLibsndfile) {
+  ScratchDir dir;
+  ASSERT_TRUE(dir.ok());
+  const SAMPLE_FORMAT formats[] = {SF_PCM8, SF_PCM16, SF_PCM24, SF_PCM32, SF_FLOAT32, SF_FLOAT64};
+  std::mt19937 rng(99);
+  for (SAMPLE_FORMAT format : formats) {
+    for (uint32_t mask : {0u, 0x33u}) {
+      for (bool doubles : {false, true}) {
+        SCOPED_TRACE("format " + std::to_string(format) + " mask " + std::to_string(mask) +
+                     (doubles ? " double" : " float"));
+        const int channels = mask ? 4 : 2;
+        const int frames = 5000;
+        const size_t n = static_cast<size_t>(frames) * channels;
+        // Multiples of 2^-20 (float) or 2^-40 (double) in [-1.25, 1.25].
+        const int step = doubles ? 40 : 20;
+        std::uniform_int_distribution<int64_t> k(-(int64_t{5} << (step - 2)), int64_t{5} << (step - 2));
+        std::vector<double> x(n + 1);
+        const double edges[] = {1.0, -1.0, 0.5, -0.5, 0.0, 1 - 0x1p-20, -1 + 0x1p-20};
+        for (size_t i = 0; i < n; ++i) x[i] = i < 7 ? edges[i] : std::ldexp(static_cast<double>(k(rng)), -step);
+        x[n] = 0.375;  // the element behind the input: what a 24-bit file receives
+
+        const std::string path = dir.File("w.wav");
+        {
+          WaveFile w;
+          ASSERT_TRUE(w.SetFilePathUTF8(path.c_str(), true, false));
+          w.SetChannels(channels);
+          w.SetSampleRate(48000);
+          w.SetSampleFormat(format);
+          w.SetChannelMask(mask);
+          w.SetupDone();
+          std::vector<float> xf(x.begin(), x.end());
+          if (format == SF_PCM24) {
+            // One call: each call repeats the element just behind its input.
+            if (doubles) w.WriteFrames(x.data(), frames);
+            else w.WriteFrames(xf.data(), frames);
+          } else {
+            std::uniform_int_distribution<int> chunk(1, 1500);
+            int at = 0;
+            while (at < frames) {
+              int count = std::min(chunk(rng), frames - at);
+              size_t offset = static_cast<size_t>(at) * channels;
+              if (doubles) w.WriteFrames(x.data() + offset, count);
+              else w.WriteFrames(xf.data() + offset, count);
+              at += count;
+            }
+          }
+          EXPECT_EQ(w.GetTotalFrames(), 0u);  // writing leaves the counters alone
+        }
+        SF_INFO info;
+        std::vector<double> got = ReadWithLibsndfile(path, &info);
+        ASSERT_EQ(info.channels, channels);
+        EXPECT_EQ(info.samplerate, 48000);
+        ASSERT_EQ(info.frames, frames);
+        EXPECT_EQ(info.format & SF_FORMAT_TYPEMASK, mask ? SF_FORMAT_WAVEX : SF_FORMAT_WAV);
+        std::vector<double> want(n);
+        for (size_t i = 0; i < n; ++i) want[i] = EncodedValue(format, format == SF_PCM24 ? x[n] : x[i]);
+        EXPECT_TRUE(SameSamples(want, got, "libsndfile read-back"));
+        if (format == SF_PCM32) {
+          // +1.0 lands on the most negative value: the polarity is inverted.
+          EXPECT_EQ(got[0], -2147483648.0);
+          EXPECT_EQ(got[2], -1073741824.0);
+        }
+        if (mask != 0) {
+          SNDFILE* sf = sf_open(path.c_str(), SFM_READ, &info);
+          ASSERT_NE(sf, nullptr);
+          int map[4] = {};
+          EXPECT_TRUE(sf_command(sf, SFC_GET_CHANNEL_MAP_INFO, map, sizeof map));
+          EXPECT_EQ(map[0], SF_CHANNEL_MAP_LEFT);
+          EXPECT_EQ(map[1], SF_CHANNEL_MAP_RIGHT);
+          EXPECT_EQ(map[2], SF_CHANNEL_MAP_REAR_LEFT);
+          EXPECT_EQ(map[3], SF_CHANNEL_MAP_REAR_RIGHT);
+          sf_close(sf);
+        }
+      }
+    }
+  }
+}
+
+struct OverloadCase {
+  const char* name;
+  SAMPLE_FORMAT format;
+  std::function<void(WaveFile&)> write;
+  std::vector<double> want;  // in ReadWithLibsndfile units
+};
+
+TEST(WaveFileWrite, IntegerOverloadsWriteRawOrTakeTheFloatingPath) {
+  ScratchDir dir;
+  ASSERT_TRUE(dir.ok());
+  static const int16_t s16[] = {0, 1, -1, 32767, -32768, 12345, -256};
+  static const uint8_t u8[] = {0, 1, 127, 128, 129, 255};
+  static const int32_t s32[] = {0, 1, -1, 65536, -65536, INT32_MAX, INT32_MIN, 123456789};
+  static const uint32_t u32[] = {0, 1, 256, 8388608, 16777217, 0xFFFFFFFFu};
+  static const uint8_t s24[][3] = {{0, 0, 0}, {1, 0, 0}, {0xFF, 0xFF, 0x7F}, {0, 0, 0x80}, {0xFF, 0xFF, 0xFF}};
+  static const uint8_t rawBytes[] = {0x01, 0x02, 0x03, 0xFE, 0xFF, 0xFF};
+  auto map = [](auto& input, auto f) {
+    std::vector<double> out;
+    for (auto& v : input) out.push_back(f(v));
+    return out;
+  };
+  auto s24value = [](const uint8_t* b) {
+    int32_t v = b[0] | b[1] << 8 | b[2] << 16;
+    return static_cast<double>(v >= 0x800000 ? v - 0x1000000 : v);
+  };
+  const size_t n16 = std::size(s16), n8 = std::size(u8), n32 = std::size(s32), nu32 = std::size(u32),
+               n24 = std::size(s24);
+  std::vector<OverloadCase> cases = {
+      {"int16 to 16 bits: raw", SF_PCM16, [&](WaveFile& w) { w.WriteFrames(s16, n16); },
+       map(s16, [](int16_t v) { return double(v); })},
+      {"int16 to 32 bits: float path, inverted", SF_PCM32, [&](WaveFile& w) { w.WriteFrames(s16, n16); },
+       map(s16, [](int16_t v) { return double(WrapTrunc(-65536.0 * v, 32)); })},
+      {"int16 to 8 bits", SF_PCM8, [&](WaveFile& w) { w.WriteFrames(s16, n16); },
+       map(s16, [](int16_t v) { return std::trunc(v / 256.0 + 128); })},
+      {"int16 to 24 bits: silence", SF_PCM24, [&](WaveFile& w) { w.WriteFrames(s16, n16); },
+       std::vector<double>(n16, 0.0)},
+      {"int16 to float", SF_FLOAT32, [&](WaveFile& w) { w.WriteFrames(s16, n16); },
+       map(s16, [](int16_t v) { return v / 32768.0; })},
+      {"uint8 to 8 bits: raw", SF_PCM8, [&](WaveFile& w) { w.WriteFrames(u8, n8); },
+       map(u8, [](uint8_t v) { return double(v); })},
+      {"uint8 to float: 2^-23", SF_FLOAT32, [&](WaveFile& w) { w.WriteFrames(u8, n8); },
+       map(u8, [](uint8_t v) { return std::ldexp(v - 128.0, -23); })},
+      {"uint8 to 16 bits: below one step", SF_PCM16, [&](WaveFile& w) { w.WriteFrames(u8, n8); },
+       std::vector<double>(n8, 0.0)},
+      {"int32 to 32 bits: raw", SF_PCM32, [&](WaveFile& w) { w.WriteFrames(s32, n32); },
+       map(s32, [](int32_t v) { return double(v); })},
+      {"int32 to 16 bits: inverted", SF_PCM16, [&](WaveFile& w) { w.WriteFrames(s32, n32); },
+       map(s32, [](int32_t v) { return double(WrapTrunc(-double(v) / 65536.0, 16)); })},
+      {"int32 to double: inverted", SF_FLOAT64, [&](WaveFile& w) { w.WriteFrames(s32, n32); },
+       map(s32, [](int32_t v) { return std::ldexp(-double(v), -31); })},
+      {"int32 to 24 bits: silence", SF_PCM24, [&](WaveFile& w) { w.WriteFrames(s32, n32); },
+       std::vector<double>(n32, 0.0)},
+      {"uint32 to float: 2^-23", SF_FLOAT32, [&](WaveFile& w) { w.WriteFrames(u32, nu32); },
+       map(u32, [](uint32_t v) { return std::ldexp(double(static_cast<float>(v)), -23); })},
+      {"uint32 to 32 bits", SF_PCM32, [&](WaveFile& w) { w.WriteFrames(u32, nu32); },
+       map(u32, [](uint32_t v) { return double(WrapTrunc(-256.0 * static_cast<float>(v), 32)); })},
+      {"3-byte to 24 bits: raw", SF_PCM24, [&](WaveFile& w) { w.WriteFrames(s24, n24); },
+       {0, 1, 8388607, -8388608, -1}},
+      {"3-byte to float: inverted", SF_FLOAT32, [&](WaveFile& w) { w.WriteFrames(s24, n24); },
+       map(s24, [&](const uint8_t* b) { return std::ldexp(-s24value(b), -23); })},
+      {"3-byte to 16 bits: inverted", SF_PCM16, [&](WaveFile& w) { w.WriteFrames(s24, n24); },
+       map(s24, [&](const uint8_t* b) { return double(WrapTrunc(-s24value(b) / 256.0, 16)); })},
+      {"void to 24 bits: raw", SF_PCM24,
+       [&](WaveFile& w) { w.WriteFrames(static_cast<const void*>(rawBytes), 2); }, {0x030201, -2}},
+  };
+  for (const OverloadCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path = dir.File("o.wav");
+    {
+      WaveFile w;
+      ASSERT_TRUE(w.SetFilePathUTF8(path.c_str(), true, false));
+      w.SetChannels(1);
+      w.SetSampleRate(8000);
+      w.SetSampleFormat(c.format);
+      w.SetupDone();
+      c.write(w);
+    }
+    SF_INFO info;
+    std::vector<double> got = ReadWithLibsndfile(path, &info);
+    EXPECT_TRUE(SameSamples(c.want, got, c.name));
+  }
+}
+
+// ---- Headers and sizes ---------------------------------------------------
+
+std::vector<uint8_t> Header(std::initializer_list<std::vector<uint8_t>> parts) {
+  std::vector<uint8_t> out;
+  for (auto& p : parts) out.insert(out.end(), p.begin(), p.end());
+  return out;
+}
+
+std::vector<uint8_t> Tag(const char* t) { return std::vector<uint8_t>(t, t + 4); }
+
+TEST(WaveFileHeader, PlainAndExtensibleBytesPlaceholdersAndCloseTimeSizes) {
+  ScratchDir dir;
+  ASSERT_TRUE(dir.ok());
+  struct HeaderCase {
+    const char* name;
+    SAMPLE_FORMAT format;
+    int channels;
+    int rate;
+    uint32_t mask;
+    std::vector<uint8_t> header;
+    uint32_t dataSize10;  // data size after 10 frames
+  } cases[] = {
+      {"plain 16-bit stereo", SF_PCM16, 2, 44100, 0,
+       Header({Tag("RIFF"), {0xFC, 0xFF, 0xFF, 0xFF}, Tag("WAVE"), Tag("fmt "), {16, 0, 0, 0},
+               {1, 0, 2, 0, 0x44, 0xAC, 0, 0, 0x10, 0xB1, 0x02, 0, 4, 0, 16, 0},
+               Tag("data"), {0xD8, 0xFF, 0xFF, 0xFF}}),
+       40},
+      {"plain float mono", SF_FLOAT32, 1, 48000, 0,
+       Header({Tag("RIFF"), {0xFC, 0xFF, 0xFF, 0xFF}, Tag("WAVE"), Tag("fmt "), {16, 0, 0, 0},
+               {3, 0, 1, 0, 0x80, 0xBB, 0, 0, 0x00, 0xEE, 0x02, 0, 4, 0, 32, 0},
+               Tag("data"), {0xD8, 0xFF, 0xFF, 0xFF}}),
+       40},
+      {"extensible 24-bit 5.1", SF_PCM24, 6, 48000, 0x3F,
+       Header({Tag("RIFF"), {0xF0, 0xFF, 0xFF, 0xFF}, Tag("WAVE"), Tag("fmt "), {40, 0, 0, 0},
+               {0xFE, 0xFF, 6, 0, 0x80, 0xBB, 0, 0, 0x00, 0x2F, 0x0D, 0, 18, 0, 24, 0},
+               {22, 0, 24, 0, 0x3F, 0, 0, 0},
+               {1, 0, 0, 0, 0, 0, 0x10, 0, 0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71},
+               Tag("data"), {0xB4, 0xFF, 0xFF, 0xFF}}),
+       180},
+      {"extensible double stereo", SF_FLOAT64, 2, 44100, 0x3,
+       Header({Tag("RIFF"), {0xF0, 0xFF, 0xFF, 0xFF}, Tag("WAVE"), Tag("fmt "), {40, 0, 0, 0},
+               {0xFE, 0xFF, 2, 0, 0x44, 0xAC, 0, 0, 0x40, 0xC4, 0x0A, 0, 16, 0, 64, 0},
+               {22, 0, 64, 0, 3, 0, 0, 0},
+               {3, 0, 0, 0, 0, 0, 0x10, 0, 0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71},
+               Tag("data"), {0xB4, 0xFF, 0xFF, 0xFF}}),
+       160},
+  };
+  for (const HeaderCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path = dir.File("h.wav");
+    std::vector<uint8_t> frames(c.dataSize10, 0x5A);
+    {
+      WaveProbe w;
+      ASSERT_TRUE(w.SetFilePathUTF8(path.c_str(), true, false));
+      w.SetChannels(c.channels);
+      w.SetSampleRate(c.rate);
+      w.SetSampleFormat(c.format);
+      w.SetChannelMask(c.mask);
+      w.SetupDone();
+      EXPECT_EQ(w.dataStart, c.header.size());
+      EXPECT_EQ(w.GetSampleSize(), static_cast<int>(c.format & 0xFF));
+      w.Flush();
+      EXPECT_EQ(ReadBytes(path), c.header);
+      w.WriteFrames(static_cast<const void*>(frames.data()), 10);
+    }
+    std::vector<uint8_t> bytes = ReadBytes(path);
+    const size_t hs = c.header.size();
+    ASSERT_EQ(bytes.size(), hs + c.dataSize10);
+    EXPECT_EQ(U32At(bytes, hs - 4), c.dataSize10);
+    EXPECT_EQ(U32At(bytes, 4), c.dataSize10 - 8 + hs);
+    // Everything else of the header stays as written.
+    for (size_t i = 8; i < hs - 4; ++i) ASSERT_EQ(bytes[i], c.header[i]) << "header byte " << i;
+  }
+}
+
+TEST(WaveFileHeader, OpenModesProfileUpdateInPlaceAndFileWithoutHeader) {
+  ScratchDir dir;
+  ASSERT_TRUE(dir.ok());
+
+  // A new file reports the defaults until a profile is set.
+  const std::string source = dir.File("src.wav");
+  {
+    SF_INFO info{};
+    info.samplerate = 96000;
+    info.channels = 3;
+    info.format = SF_FORMAT_WAVEX | SF_FORMAT_PCM_24;
+    SNDFILE* sf = sf_open(source.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(sf, nullptr);
+    int map[3] = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_LFE};
+    sf_command(sf, SFC_SET_CHANNEL_MAP_INFO, map, sizeof map);
+    std::vector<int> zeros(30);
+    sf_writef_int(sf, zeros.data(), 10);
+    sf_close(sf);
+  }
+  const std::string copy = dir.File("copy.wav");
+  {
+    WaveFile in;
+    ASSERT_TRUE(in.SetFilePathUTF8(source.c_str(), false, false));
+    WaveProbe out;
+    out.SetChannels(7);
+    ASSERT_TRUE(out.SetFilePathUTF8(copy.c_str(), true, false));
+    EXPECT_EQ(out.GetSampleRate(), 44100);
+    EXPECT_EQ(out.GetChannels(), 2);
+    EXPECT_EQ(out.GetSampleFormat(), SF_PCM16);
+    EXPECT_EQ(out.GetSampleSize(), 16);
+    EXPECT_EQ(out.GetChannelMask(), 0u);
+    out.SetProfile(&in);
+    EXPECT_EQ(out.GetChannels(), 3);
+    EXPECT_EQ(out.GetSampleRate(), 96000);
+    EXPECT_EQ(out.GetSampleFormat(), SF_PCM24);
+    EXPECT_EQ(out.GetChannelMask(), 0xBu);
+    EXPECT_EQ(out.dataStart, 68u);
+    const uint8_t frame[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+    out.WriteFrames(static_cast<const void*>(frame), 1);
+  }
+  {
+    SF_INFO info{};
+    SNDFILE* sf = sf_open(copy.c_str(), SFM_READ, &info);
+    ASSERT_NE(sf, nullptr);
+    EXPECT_EQ(info.channels, 3);
+    EXPECT_EQ(info.samplerate, 96000);
+    EXPECT_EQ(info.frames, 1);
+    EXPECT_EQ(info.format, SF_FORMAT_WAVEX | SF_FORMAT_PCM_24);
+    sf_close(sf);
+  }
+
+  // Update in place: frames change, header sizes and file length do not.
+  const std::string plain = dir.File("plain.wav");
+  {
+    WaveFile w;
+    ASSERT_TRUE(w.SetFilePathUTF8(plain.c_str(), true, false));
+    w.SetupDone();
+    std::vector<int16_t> ramp(20);
+    for (int i = 0; i < 20; ++i) ramp[i] = static_cast<int16_t>(i * 100);
+    w.WriteFrames(ramp.data(), 10);
+  }
+  std::vector<uint8_t> before = ReadBytes(plain);
+  ASSERT_EQ(before.size(), 84u);
+  EXPECT_EQ(U32At(before, 40), 40u);
+  EXPECT_EQ(U32At(before, 4), 76u);
+  {
+    WaveProbe w;
+    ASSERT_TRUE(w.SetFilePathUTF8(plain.c_str(), true, true));
+    EXPECT_EQ(w.GetTotalFrames(), 10u);
+    w.Seek(3, SEEK_SET);
+    EXPECT_EQ(w.currentFrame, 3u);
+    const int16_t patch[2] = {1000, -1000};
+    w.WriteFrames(patch, 1);
+    w.Seek(9, SEEK_SET);
+    w.WriteFrames(patch, 1);  // the last frame: still inside the file
+  }
+  std::vector<uint8_t> after = ReadBytes(plain);
+  ASSERT_EQ(after.size(), before.size());
+  for (size_t i = 0; i < after.size(); ++i) {
+    const size_t f = (i - 44) / 4;
+    if (i >= 44 && (f == 3 || f == 9)) continue;
+    ASSERT_EQ(after[i], before[i]) << "byte " << i;
+  }
+  EXPECT_EQ(static_cast<int16_t>(U16At(after, 44 + 12)), 1000);
+  EXPECT_EQ(static_cast<int16_t>(U16At(after, 44 + 14)), -1000);
+  EXPECT_EQ(static_cast<int16_t>(U16At(after, 44 + 36)), 1000);
+
+  // A new file closed without SetupDone has no header and gets no sizes,
+  // also when the object read a wave before.
+  const std::string bare = dir.File("bare.raw");
+  {
+    WaveFile w;
+    ASSERT_TRUE(w.SetFilePathUTF8(plain.c_str(), false, false));
+    ASSERT_TRUE(w.SetFilePathUTF8(bare.c_str(), true, false));
+    EXPECT_EQ(w.GetTotalFrames(), 0u);
+    const int16_t frame[4] = {1, 2, 3, 4};
+    w.WriteFrames(frame, 2);
+  }
+  EXPECT_EQ(ReadBytes(bare), (std::vector<uint8_t>{1, 0, 2, 0, 3, 0, 4, 0}));
+}
+
+// ---- Refusals and read positions ------------------------------------------
+
+TEST(WaveFileOpen, HeaderChecksAcceptAndRefuseAsDocumented) {
+  ScratchDir dir;
+  ASSERT_TRUE(dir.ok());
+  auto with = [](std::function<void(WaveSpec&)> f) {
+    WaveSpec s;
+    f(s);
+    return s;
+  };
+  ondrel_test::Bytes oddList;
+  oddList.Tag("LIST").U32(3).Raw({'a', 'b', 'c'});
+  ondrel_test::Bytes oddListPadded = oddList;
+  oddListPadded.Raw({0});
+  ondrel_test::Bytes fact;
+  fact.Tag("fact").U32(4).U32(4);
+
+  struct OpenCase {
+    const char* name;
+    WaveSpec spec;
+    bool opens;
+    SAMPLE_FORMAT format;
+    uint32_t mask;
+  } cases[] = {
+      {"baseline 16-bit", WaveSpec{}, true, SF_PCM16, 0},
+      {"fmt 18", with([](WaveSpec& s) { s.fmtSize = 18; }), true, SF_PCM16, 0},
+      {"fmt 20", with([](WaveSpec& s) { s.fmtSize = 20; }), false, SF_PCM16, 0},
+      {"fmt 14", with([](WaveSpec& s) { s.fmtSize = 14; }), false, SF_PCM16, 0},
+      {"extensible float sub-format", with([](WaveSpec& s) {
+         s.fmtSize = 40, s.tag = 65534, s.bits = 32, s.subFormat = 3, s.mask = 0x60F;
+       }), true, SF_FLOAT32, 0x60F},
+      {"extensible PCM sub-format", with([](WaveSpec& s) {
+         s.fmtSize = 40, s.tag = 65534, s.bits = 32, s.subFormat = 1, s.mask = 3;
+       }), true, SF_PCM32, 3},
+      {"extensible tag, fmt 18: no mask", with([](WaveSpec& s) {
+         s.fmtSize = 18, s.tag = 65534, s.bits = 32;
+       }), true, SF_PCM32, 0},
+      {"tag 2", with([](WaveSpec& s) { s.tag = 2; }), false, SF_PCM16, 0},
+      {"0 channels", with([](WaveSpec& s) { s.channels = 0; }), false, SF_PCM16, 0},
+      {"32 channels", with([](WaveSpec& s) { s.channels = 32; }), true, SF_PCM16, 0},
+      {"33 channels", with([](WaveSpec& s) { s.channels = 33; }), false, SF_PCM16, 0},
+      {"12 bits", with([](WaveSpec& s) { s.bits = 12; s.blockAlign = 4; }), false, SF_PCM16, 0},
+      {"8 bits", with([](WaveSpec& s) { s.bits = 8; }), true, SF_PCM8, 0},
+      {"24 bits with float tag stays 24", with([](WaveSpec& s) { s.bits = 24; s.tag = 3; }), true,
+       SF_PCM24, 0},
+      {"64-bit PCM", with([](WaveSpec& s) { s.bits = 64; }), false, SF_PCM16, 0},
+      {"64-bit float", with([](WaveSpec& s) { s.bits = 64; s.tag = 3; }), true, SF_FLOAT64, 0},
+      {"block align off", with([](WaveSpec& s) { s.blockAlign = 6; }), false, SF_PCM16, 0},
+      {"bytes per second off", with([](WaveSpec& s) { s.bytesPerSecond = 176399; }), false, SF_PCM16, 0},
+      {"rate 0", with([](WaveSpec& s) { s.rate = 0; }), false, SF_PCM16, 0},
+      {"even chunk before data", with([&](WaveSpec& s) { s.between = fact.data; }), true, SF_PCM16, 0},
+      {"odd chunk without pad", with([&](WaveSpec& s) { s.between = oddList.data; }), true, SF_PCM16, 0},
+      {"odd chunk with pad byte", with([&](WaveSpec& s) { s.between = oddListPadded.data; }), false,
+       SF_PCM16, 0},
+      {"empty data", with([](WaveSpec& s) { s.dataSize = 0; }), false, SF_PCM16, 0},
+      {"data not whole frames", with([](WaveSpec& s) { s.dataSize = 18; }), false, SF_PCM16, 0},
+  };
+  for (const OpenCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path = dir.File("r.wav");
+    ASSERT_TRUE(WriteBytes(path, MakeWave(c.spec)));
+    WaveProbe w;
+    EXPECT_EQ(w.SetFilePathUTF8(path.c_str(), false, false), c.opens);
+    EXPECT_EQ(w.IsOpen(), c.opens);
+    if (c.opens) {
+      EXPECT_EQ(w.GetSampleFormat(), c.format);
+      EXPECT_EQ(w.GetChannelMask(), c.mask);
+      EXPECT_EQ(w.GetTotalFrames(), c.spec.frames);
+      EXPECT_EQ(w.dataStart, MakeWave(c.spec).size() - c.spec.frames * (c.spec.bits / 8) * c.spec.channels);
+    } else {
+      std::vector<float> buffer(64);
+      EXPECT_EQ(w.ReadFrames(buffer.data(), 1), 0);
+    }
+  }
+
+  // Broken containers.
+  std::vector<uint8_t> good = MakeWave(WaveSpec{});
+  std::vector<std::vector<uint8_t>> broken;
+  broken.push_back(good);
+  std::copy_n("RIFX", 4, broken.back().begin());
+  broken.push_back(good);
+  std::copy_n("WAVF", 4, broken.back().begin() + 8);
+  broken.emplace_back(good.begin(), good.begin() + 30);  // ends inside fmt
+  broken.emplace_back(good.begin(), good.begin() + 36);  // no data chunk
+  broken.emplace_back(good.begin(), good.begin() + 6);
+  broken.emplace_back();
+  for (size_t i = 0; i < broken.size(); ++i) {
+    const std::string path = dir.File("b.wav");
+    ASSERT_TRUE(WriteBytes(path, broken[i]));
+    WaveFile w;
+    EXPECT_FALSE(w.SetFilePathUTF8(path.c_str(), false, false)) << "broken file " << i;
+  }
+  WaveFile missing;
+  EXPECT_FALSE(missing.SetFilePathUTF8(dir.File("none.wav").c_str(), false, false));
+  EXPECT_FALSE(missing.SetFilePathUTF8(nullptr, false, false));
+  EXPECT_FALSE(missing.SetFilePathW(nullptr, false, false));
+}
+
+TEST(WaveFileRead, CountsLimitsShortFilesAndPlanarChannelCheck) {
+  ScratchDir dir;
+  ASSERT_TRUE(dir.ok());
+  WaveSpec spec;
+  spec.frames = 1100;
+  std::vector<int16_t> samples(2200);
+  for (size_t i = 0; i < samples.size(); ++i) samples[i] = static_cast<int16_t>(i * 13 - 9000);
+  spec.payload.resize(samples.size() * 2);
+  std::memcpy(spec.payload.data(), samples.data(), spec.payload.size());
+  const std::string path = dir.File("c.wav");
+  ASSERT_TRUE(WriteBytes(path, MakeWave(spec)));
+
+  WaveProbe w;
+  ASSERT_TRUE(w.SetFilePathUTF8(path.c_str(), false, false));
+  std::vector<int16_t> buffer(2000);
+  EXPECT_EQ(w.ReadFrames(buffer.data(), 1000), 1000);
+  EXPECT_EQ(w.ReadFrames(buffer.data(), 1000), 100);
+  EXPECT_EQ(buffer[0], samples[2000]);
+  EXPECT_EQ(buffer[199], samples[2199]);
+  EXPECT_EQ(w.ReadFrames(buffer.data(), 1000), 0);
+  EXPECT_EQ(w.ReadFrames(buffer.data(), 0), 0);
+  EXPECT_EQ(w.ReadFrames(buffer.data(), -5), 0);
+
+  // Planar with the wrong channel count: nothing read, position kept.
+  w.Seek(10, SEEK_SET);
+  std::vector<float> a(8), b(8), c(8);
+  float* three[3] = {a.data(), b.data(), c.data()};
+  float* one[1] = {a.data()};
+  EXPECT_EQ(w.ReadFrames(three, 3, 8), 0);
+  EXPECT_EQ(w.ReadFrames(one, 1, 8), 0);
+  EXPECT_EQ(w.currentFrame, 10u);
+  EXPECT_EQ(w.ReadFrames(three, 2, 8), 8);
+  EXPECT_EQ(w.currentFrame, 18u);
+  EXPECT_EQ(a[0], samples[20] / 32768.0f);
+  EXPECT_EQ(b[7], samples[35] / 32768.0f);
+
+  // Raw bytes come as stored.
+  w.Seek(1099, SEEK_SET);
+  int16_t last[4] = {};
+  EXPECT_EQ(w.ReadFrames(static_cast<void*>(last), 2), 1);
+  EXPECT_EQ(last[0], samples[2198]);
+  EXPECT_EQ(last[1], samples[2199]);
+
+  // A data chunk that claims more than the file holds: the read position
+  // runs ahead, the converting readers report 0, the samples that were
+  // there are delivered.
+  spec.dataSize = 1100 * 4;
+  spec.payload.resize(1000 * 4);
+  ASSERT_TRUE(WriteBytes(path, MakeWave(spec)));
+  for (int reader = 0; reader < 4; ++reader) {
+    SCOPED_TRACE("reader " + std::to_string(reader));
+    WaveProbe s;
+    ASSERT_TRUE(s.SetFilePathUTF8(path.c_str(), false, false));
+    EXPECT_EQ(s.GetTotalFrames(), 1100u);
+    std::vector<float> f(2200, -7.0f);
+    std::vector<double> d(2200, -7.0);
+    std::vector<int16_t> i16(2200, -7);
+    std::vector<float> left(1100, -7.0f), right(1100, -7.0f);
+    float* planes[2] = {left.data(), right.data()};
+    float firstOfLast = 0, behind = 0;
+    switch (reader) {
+      case 0:
+        EXPECT_EQ(s.ReadFrames(f.data(), 1100), 0);
+        firstOfLast = f[1998], behind = f[2000];
+        break;
+      case 1:
+        EXPECT_EQ(s.ReadFrames(d.data(), 1100), 0);
+        firstOfLast = static_cast<float>(d[1998]), behind = static_cast<float>(d[2000]);
+        break;
+      case 2:
+        EXPECT_EQ(s.ReadFrames(i16.data(), 1100), 0);
+        firstOfLast = i16[1998] / 32768.0f, behind = static_cast<float>(i16[2000]);
+        break;
+      case 3:
+        EXPECT_EQ(s.ReadFrames(planes, 2, 1100), 0);
+        firstOfLast = left[999], behind = left[1000];
+        break;
+    }
+    EXPECT_EQ(s.currentFrame, 1100u);
+    EXPECT_EQ(firstOfLast, samples[1998] / 32768.0f);
+    EXPECT_EQ(behind, -7.0f);
+  }
+  WaveFile raw;
+  ASSERT_TRUE(raw.SetFilePathUTF8(path.c_str(), false, false));
+  std::vector<int16_t> all(2200);
+  EXPECT_EQ(raw.ReadFrames(static_cast<void*>(all.data()), 1100), 1000);
+
+  // A closed object reads nothing and writes nothing.
+  WaveFile closed;
+  EXPECT_EQ(closed.ReadFrames(buffer.data(), 10), 0);
+  EXPECT_EQ(closed.ReadFrames(static_cast<void*>(buffer.data()), 10), 0);
+  closed.WriteFrames(buffer.data(), 10);
+  closed.SetupDone();
+}
+
+TEST(WaveFileOpen, WideAndUtf8PathsNameTheSameFile) {
+  ScratchDir dir;
+  ASSERT_TRUE(dir.ok());
+  const std::string utf8 = dir.File("t\xC3\xB6n-\xE2\x99\xAA.wav");  // "tön-♪.wav"
+  WaveSpec spec;
+  spec.frames = 7;
+  ASSERT_TRUE(WriteBytes(utf8, MakeWave(spec)));
+  std::wstring wide(dir.path().begin(), dir.path().end());
+  wide += L"/t\u00F6n-\u266A.wav";
+
+  WaveFile w;
+  ASSERT_TRUE(w.SetFilePathW(wide.c_str(), false, false));
+  EXPECT_EQ(w.GetTotalFrames(), 7u);
+  // Opening another path replaces the open file.
+  WaveSpec other;
+  other.frames = 3;
+  const std::string second = dir.File("second.wav");
+  ASSERT_TRUE(WriteBytes(second, MakeWave(other)));
+  ASSERT_TRUE(w.SetFilePathUTF8(second.c_str(), false, false));
+  EXPECT_EQ(w.GetTotalFrames(), 3u);
+  ASSERT_TRUE(w.SetFilePathUTF8(utf8.c_str(), false, false));
+  EXPECT_EQ(w.GetTotalFrames(), 7u);
+
+  // Writing through a wide path creates the UTF-8 named file.
+  std::wstring wideOut(dir.path().begin(), dir.path().end());
+  wideOut += L"/\u00E9crit.wav";
+  {
+    WaveFile out;
+    ASSERT_TRUE(out.SetFilePathW(wideOut.c_str(), true, false));
+    out.SetupDone();
+  }
+  EXPECT_TRUE(ondrel_test::FileExists(dir.File("\xC3\xA9" "crit.wav")));
+}
+
+}  // namespace

@@ -1,0 +1,532 @@
+// Parameter stream: round trips, the exact byte layout (hand-derived from
+// the FlatBuffers builder rules, and decoded by the real flatc tool), older
+// and newer versions, and the failure paths with their clean-up.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "ondrel.h"
+#include "param_stream_generated.h"
+
+namespace ONDREL2 {
+namespace {
+
+namespace fb = flatbuffers;
+
+// A stream from ondrel_params2stream, freed at scope exit.
+struct Written {
+  void* data = nullptr;
+  int size = 0;
+  ~Written() { ondrel_destroy_paramstream(data); }
+  const uint8_t* bytes() const { return static_cast<const uint8_t*>(data); }
+  std::vector<uint8_t> vec() const { return std::vector<uint8_t>(bytes(), bytes() + size); }
+};
+
+// A list from ondrel_stream2params, destroyed with its effects.
+struct Loaded {
+  AEffect** list = nullptr;
+  int count = 0;
+  ~Loaded() { ondrel_destroy_params(list, count, true); }
+};
+
+// Effects created for writing, destroyed at scope exit.
+struct Chain {
+  std::vector<AEffect*> fx;
+  ~Chain() {
+    for (AEffect* e : fx) ondrel_destroy_effect(e);
+  }
+  AEffect* Add(ONDREL_EFFECT_TYPE type) {
+    AEffect* e = nullptr;
+    EXPECT_EQ(ondrel_create_effect(type, &e), 0);
+    fx.push_back(e);
+    return e;
+  }
+};
+
+class ParamStream : public ::testing::Test {
+ protected:
+  void SetUp() override { set_xlog_level(7); }
+};
+
+int32_t TypeOf(AEffect* e) {
+  int32_t type = -1;
+  e->dispatcher(e, ONDREL_OP_GET_EFFECT_TYPE, 0, 0, &type, 0.0f);
+  return type;
+}
+
+float ParamOf(AEffect* e, int index) {
+  float v = 0.0f;
+  e->dispatcher(e, ONDREL_OP_GET_PARAM, index, 0, &v, 0.0f);
+  return v;
+}
+
+std::vector<uint8_t> BytesOf(AEffect* e, int index) {
+  void* data = nullptr;
+  const int32_t size = e->dispatcher(e, ONDREL_OP_GET_PARAM_DATA, index, 0, &data, 0.0f);
+  const uint8_t* p = static_cast<const uint8_t*>(data);
+  return std::vector<uint8_t>(p, p + size);
+}
+
+std::string ScriptOf(AEffect* e, int index) {
+  const char* s = nullptr;
+  e->dispatcher(e, ONDREL_OP_GET_PARAM_SCRIPT, index, 0, &s, 0.0f);
+  return s != nullptr ? s : "(null)";
+}
+
+void SetGain(AEffect* e, float dB, const char* script) {
+  e->dispatcher(e, ONDREL_OP_SET_PARAM, 0, 0, nullptr, dB);
+  if (script != nullptr) e->dispatcher(e, ONDREL_OP_SET_PARAM_SCRIPT, 0, 0, const_cast<char*>(script), 0.0f);
+}
+
+// ---- Hand-built streams (through the generated builder, not the writer) ----
+
+struct RecordSpec {
+  const char* name;
+  std::vector<uint8_t> value;
+  const char* script;  // null: no script field
+};
+
+struct EffectSpec {
+  int32_t type;
+  std::vector<RecordSpec> params;
+  bool hasParams = true;
+};
+
+std::vector<uint8_t> FloatBytes(float v) {
+  uint8_t b[4];
+  std::memcpy(b, &v, 4);
+  return std::vector<uint8_t>(b, b + 4);
+}
+
+std::vector<uint8_t> Build(int32_t version, const std::vector<EffectSpec>& effects, bool hasEffects = true,
+                           const char* text = nullptr) {
+  fb::FlatBufferBuilder fbb;
+  std::vector<fb::Offset<Stream::EffectRecord>> records;
+  for (const EffectSpec& e : effects) {
+    std::vector<fb::Offset<Stream::ParamRecord>> params;
+    for (const RecordSpec& r : e.params) {
+      auto name = r.name != nullptr ? fbb.CreateString(r.name) : fb::Offset<fb::String>();
+      auto value = fbb.CreateVector(r.value);
+      auto script = r.script != nullptr ? fbb.CreateString(r.script) : fb::Offset<fb::String>();
+      params.push_back(Stream::CreateParamRecord(fbb, name, value, script));
+    }
+    auto list = e.hasParams ? fbb.CreateVector(params) : 0;
+    records.push_back(Stream::CreateEffectRecord(fbb, e.type, list));
+  }
+  auto list = hasEffects ? fbb.CreateVector(records) : 0;
+  auto t = text != nullptr ? fbb.CreateString(text) : 0;
+  fbb.Finish(Stream::CreateParamStream(fbb, version, list, t, 1234));
+  return std::vector<uint8_t>(fbb.GetBufferPointer(), fbb.GetBufferPointer() + fbb.GetSize());
+}
+
+int Read(const std::vector<uint8_t>& s, Loaded* out, char* text = nullptr) {
+  return ondrel_stream2params(&out->list, &out->count, s.data(), static_cast<int>(s.size()), text);
+}
+
+// ---- Round trip ------------------------------------------------------------
+
+TEST_F(ParamStream, RoundTripKeepsTypesValuesScriptsAndText) {
+  Chain chain;
+  SetGain(chain.Add(EFFECT_AMPLIFIER), -6.5f, "GV_X = 1\nout = in * 2");
+  chain.Add(EFFECT_THROUGH);
+  SetGain(chain.Add(EFFECT_AMPLIFIER), 3.25f, nullptr);
+
+  Written w;
+  ASSERT_EQ(ondrel_params2stream(&w.data, &w.size, chain.fx.data(), 3, "living room"), 0);
+  ASSERT_NE(w.data, nullptr);
+
+  char text[64];
+  std::memset(text, 'x', sizeof text);
+  Loaded l;
+  ASSERT_EQ(ondrel_stream2params(&l.list, &l.count, w.data, w.size, text), 0);
+  ASSERT_EQ(l.count, 3);
+  EXPECT_STREQ(text, "living room");
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_NE(l.list[i], nullptr);
+    EXPECT_NE(l.list[i], chain.fx[i]) << "fresh objects";
+    EXPECT_EQ(TypeOf(l.list[i]), TypeOf(chain.fx[i]));
+    EXPECT_EQ(l.list[i]->numParams, chain.fx[i]->numParams);
+    for (int p = 0; p < l.list[i]->numParams; ++p) {
+      EXPECT_EQ(BytesOf(l.list[i], p), BytesOf(chain.fx[i], p)) << "effect " << i;
+      EXPECT_EQ(ScriptOf(l.list[i], p), ScriptOf(chain.fx[i], p)) << "effect " << i;
+    }
+  }
+  EXPECT_EQ(ParamOf(l.list[0], 0), -6.5f);
+  EXPECT_EQ(ScriptOf(l.list[0], 0), "GV_X = 1\nout = in * 2");
+  EXPECT_EQ(ParamOf(l.list[2], 0), 3.25f);
+  EXPECT_EQ(ScriptOf(l.list[2], 0), "");
+
+  // A null text is written as "", which overwrites the caller's buffer; an
+  // empty list and null handles are legal.
+  AEffect* withHole[2] = {nullptr, chain.fx[1]};
+  Written plain;
+  ASSERT_EQ(ondrel_params2stream(&plain.data, &plain.size, withHole, 2, nullptr), 0);
+  Loaded one;
+  ASSERT_EQ(ondrel_stream2params(&one.list, &one.count, plain.data, plain.size, text), 0);
+  EXPECT_EQ(one.count, 1);
+  EXPECT_STREQ(text, "");
+  Written empty;
+  ASSERT_EQ(ondrel_params2stream(&empty.data, &empty.size, nullptr, 0, nullptr), 0);
+  Loaded none;
+  EXPECT_EQ(ondrel_stream2params(&none.list, &none.count, empty.data, empty.size, nullptr), 0);
+  EXPECT_EQ(none.count, 0);
+
+  // A stream at an odd address reads the same.
+  std::vector<uint8_t> shifted(static_cast<size_t>(w.size) + 1);
+  std::memcpy(shifted.data() + 1, w.data, static_cast<size_t>(w.size));
+  Loaded odd;
+  ASSERT_EQ(ondrel_stream2params(&odd.list, &odd.count, shifted.data() + 1, w.size, nullptr), 0);
+  ASSERT_EQ(odd.count, 3);
+  EXPECT_EQ(ParamOf(odd.list[2], 0), 3.25f);
+}
+
+// ---- Byte layout -----------------------------------------------------------
+
+// Expected bytes derived by hand from the builder's rules (strings padded so
+// that their length word is 4-aligned, fields pushed in the order added, the
+// int64 aligned to 8, each table's vtable written just below it, a root word
+// behind every record table). Time bytes are masked ('T').
+std::vector<int> Golden(const char* hex) {
+  std::vector<int> out;
+  std::istringstream in(hex);
+  std::string tok;
+  while (in >> tok) out.push_back(tok == "TT" ? -1 : static_cast<int>(std::strtol(tok.c_str(), nullptr, 16)));
+  return out;
+}
+
+void ExpectLayout(const Written& w, const std::vector<int>& golden) {
+  ASSERT_EQ(static_cast<size_t>(w.size), golden.size());
+  for (size_t i = 0; i < golden.size(); ++i) {
+    if (golden[i] < 0) continue;
+    EXPECT_EQ(w.bytes()[i], golden[i]) << "first differing byte at " << i;
+    if (w.bytes()[i] != golden[i]) break;
+  }
+}
+
+TEST_F(ParamStream, WrittenBytesFollowTheFixedBuilderOrder) {
+  Written empty;
+  ASSERT_EQ(ondrel_params2stream(&empty.data, &empty.size, nullptr, 0, nullptr), 0);
+  ExpectLayout(empty, Golden(
+      "10 00 00 00"                          // root offset -> table at 16
+      " 0C 00 1C 00 14 00 18 00 04 00 08 00" // vtable: 12 bytes, table 28, version 20, effects 24, text 4, time 8
+      " 0C 00 00 00"                         // table: vtable 12 below
+      " 1C 00 00 00"                         // text -> 48
+      " TT TT TT TT TT TT TT TT"             // time
+      " 00 00 00 00"                         // padding for the int64
+      " 02 00 00 00"                         // version 2, stored although default
+      " 04 00 00 00"                         // effects -> 44
+      " 00 00 00 00"                         // empty effects vector
+      " 00 00 00 00 00 00 00 00"));          // "" and its terminator, padded
+
+  Chain chain;
+  SetGain(chain.Add(EFFECT_AMPLIFIER), -6.5f, nullptr);
+  Written one;
+  ASSERT_EQ(ondrel_params2stream(&one.data, &one.size, chain.fx.data(), 1, nullptr), 0);
+  ExpectLayout(one, Golden(
+      "10 00 00 00"                           //   0 root -> 16
+      " 0C 00 1C 00 14 00 18 00 04 00 08 00"  //   4 ParamStream vtable
+      " 0C 00 00 00 20 00 00 00"              //  16 table; text -> 52
+      " TT TT TT TT TT TT TT TT 00 00 00 00"  //  24 time, padding
+      " 02 00 00 00 04 00 00 00"              //  36 version, effects -> 44
+      " 01 00 00 00 18 00 00 00"              //  44 effects[1] -> 72
+      " 00 00 00 00 00 00 00 00"              //  52 "" text
+      " 0C 00 00 00"                          //  60 root word behind the EffectRecord
+      " 08 00 0C 00 04 00 08 00"              //  64 EffectRecord vtable: type 4, params 8
+      " 08 00 00 00 04 00 00 00 04 00 00 00"  //  72 table; type 4; params -> 84
+      " 01 00 00 00 14 00 00 00"              //  84 params[1] -> 108
+      " 10 00 00 00 00 00"                    //  92 root word behind the ParamRecord, padding
+      " 0A 00 10 00 0C 00 08 00 04 00"        //  98 ParamRecord vtable: name 12, value 8, script 4
+      " 0A 00 00 00 0C 00 00 00 10 00 00 00 14 00 00 00"  // 108 table; script, value, name
+      " 00 00 00 00 00 00 00 00"              // 124 "" script
+      " 04 00 00 00 00 00 D0 C0"              // 132 value: -6.5f little-endian
+      " 04 00 00 00 47 61 69 6E 00 00 00 00"  // 140 "Gain"
+      ));
+  // The time field holds the clock at writing.
+  const int64_t now = static_cast<int64_t>(std::time(nullptr));
+  int64_t stored;
+  std::memcpy(&stored, one.bytes() + 24, 8);
+  EXPECT_LE(stored, now);
+  EXPECT_GE(stored, now - 5);
+}
+
+// ---- Cross-check with flatc ------------------------------------------------
+
+// Removes whitespace outside string literals of flatc's JSON.
+std::string Compact(const std::string& json) {
+  std::string out;
+  bool inString = false;
+  for (size_t i = 0; i < json.size(); ++i) {
+    const char c = json[i];
+    if (inString) {
+      out += c;
+      if (c == '\\' && i + 1 < json.size()) out += json[++i];
+      else if (c == '"') inString = false;
+    } else if (c == '"') {
+      inString = true;
+      out += c;
+    } else if (!std::isspace(static_cast<unsigned char>(c))) {
+      out += c;
+    }
+  }
+  return out;
+}
+
+// Decodes `stream` with flatc against the schema; "" on failure.
+std::string FlatcJson(const Written& stream) {
+  std::string dirTemplate = std::string(ONDREL_TEST_BINARY_DIR) + "/param_stream_flatc_XXXXXX";
+  std::vector<char> dir(dirTemplate.begin(), dirTemplate.end());
+  dir.push_back(0);
+  if (mkdtemp(dir.data()) == nullptr) return "";
+  const std::string base(dir.data());
+  const std::string bin = base + "/stream.bin";
+  {
+    std::ofstream f(bin, std::ios::binary);
+    f.write(static_cast<const char*>(stream.data), stream.size);
+  }
+  const std::string schema = std::string(ONDREL_TEST_SOURCE_DIR) + "/../frame/param_stream.fbs";
+  const std::string cmd = "flatc --json --strict-json --raw-binary -o '" + base + "' '" + schema + "' -- '" +
+                          bin + "' > '" + base + "/log.txt' 2>&1";
+  std::string json;
+  if (std::system(cmd.c_str()) == 0) {
+    std::ifstream f(base + "/stream.json");
+    std::stringstream ss;
+    ss << f.rdbuf();
+    json = ss.str();
+  }
+  std::remove((base + "/stream.json").c_str());
+  std::remove((base + "/log.txt").c_str());
+  std::remove(bin.c_str());
+  rmdir(base.c_str());
+  return json;
+}
+
+// Splits the time value out of compact JSON, leaving "T" in its place.
+int64_t TakeTime(std::string* json) {
+  const std::string key = "\"time\":";
+  const size_t at = json->find(key);
+  if (at == std::string::npos) return -1;
+  size_t end = at + key.size();
+  while (end < json->size() && std::isdigit(static_cast<unsigned char>((*json)[end]))) ++end;
+  const int64_t t = std::strtoll(json->c_str() + at + key.size(), nullptr, 10);
+  json->replace(at + key.size(), end - at - key.size(), "T");
+  return t;
+}
+
+TEST_F(ParamStream, FlatcDecodesWrittenStreams) {
+  if (std::system("flatc --version > /dev/null 2>&1") != 0) GTEST_SKIP() << "flatc not installed";
+  Chain chain;
+  SetGain(chain.Add(EFFECT_AMPLIFIER), -6.5f, "out = in");
+  chain.Add(EFFECT_THROUGH);
+  SetGain(chain.Add(EFFECT_AMPLIFIER), 1.0f, nullptr);
+
+  const int64_t before = static_cast<int64_t>(std::time(nullptr));
+  Written w;
+  ASSERT_EQ(ondrel_params2stream(&w.data, &w.size, chain.fx.data(), 3, "night mode"), 0);
+  const int64_t after = static_cast<int64_t>(std::time(nullptr));
+  std::string json = Compact(FlatcJson(w));
+  ASSERT_FALSE(json.empty()) << "flatc could not decode the stream";
+  const int64_t t = TakeTime(&json);
+  EXPECT_GE(t, before);
+  EXPECT_LE(t, after);
+  // -6.5f = 0xC0D00000, 1.0f = 0x3F800000, little-endian.
+  EXPECT_EQ(json,
+            "{\"version\":2,\"effects\":["
+            "{\"type\":4,\"params\":[{\"name\":\"Gain\",\"value\":[0,0,208,192],\"script\":\"out = in\"}]},"
+            "{\"type\":1,\"params\":[]},"
+            "{\"type\":4,\"params\":[{\"name\":\"Gain\",\"value\":[0,0,128,63],\"script\":\"\"}]}],"
+            "\"text\":\"night mode\",\"time\":T}");
+
+  // A script that declares a newer form raises the stream's version.
+  SetGain(chain.fx[2], 1.0f, "#GV_SCRIPTVERSION=3\nout = in");
+  Written v3;
+  ASSERT_EQ(ondrel_params2stream(&v3.data, &v3.size, &chain.fx[2], 1, nullptr), 0);
+  json = Compact(FlatcJson(v3));
+  TakeTime(&json);
+  EXPECT_EQ(json,
+            "{\"version\":3,\"effects\":["
+            "{\"type\":4,\"params\":[{\"name\":\"Gain\",\"value\":[0,0,128,63],"
+            "\"script\":\"#GV_SCRIPTVERSION=3\\nout = in\"}]}],"
+            "\"text\":\"\",\"time\":T}");
+  Loaded l;
+  EXPECT_EQ(ondrel_stream2params(&l.list, &l.count, v3.data, v3.size, nullptr), 0);
+}
+
+// ---- Versions ----------------------------------------------------------------
+
+TEST_F(ParamStream, OldVersionsSetNormalisedValuesAndTooNewIsRefused) {
+  // Versions 0 and 1 hold a normalised float for a non-binary first
+  // parameter: 1 is the top of the range, 0 the bottom; 2 holds the value.
+  for (int32_t version : {0, 1}) {
+    SCOPED_TRACE(version);
+    Loaded l;
+    ASSERT_EQ(Read(Build(version, {{EFFECT_AMPLIFIER, {{"Gain", FloatBytes(1.0f), nullptr}}},
+                                   {EFFECT_AMPLIFIER, {{"Gain", FloatBytes(0.0f), nullptr}}},
+                                   {EFFECT_AMPLIFIER, {{"Gain", FloatBytes(0.25f), ""}}},
+                                   {EFFECT_AMPLIFIER, {{"Gain", {1, 2}, nullptr}}}}),
+                   &l),
+              0);
+    ASSERT_EQ(l.count, 4);
+    // Gain is normalised in the linear domain: dB -> float scale -> dB.
+    EXPECT_NEAR(ParamOf(l.list[0], 0), 18.0f, 0.01f);
+    EXPECT_NEAR(ParamOf(l.list[1], 0), -96.0f, 0.01f);
+    // The same normalised position as set through the dispatcher directly.
+    Chain direct;
+    AEffect* d = direct.Add(EFFECT_AMPLIFIER);
+    d->dispatcher(d, ONDREL_OP_SET_PARAM_NORMALIZED, 0, 0, nullptr, 0.25f);
+    EXPECT_EQ(ParamOf(l.list[2], 0), ParamOf(d, 0));
+    // A value shorter than a float leaves the default.
+    EXPECT_EQ(ParamOf(l.list[3], 0), 0.0f);
+  }
+  for (int32_t version : {2, 3, 4}) {
+    Loaded l;
+    ASSERT_EQ(Read(Build(version, {{EFFECT_AMPLIFIER, {{"Gain", FloatBytes(1.0f), nullptr}}},
+                                   {EFFECT_AMPLIFIER, {{"Gain", {1, 2}, nullptr}}}}),
+                   &l),
+              0);
+    EXPECT_EQ(ParamOf(l.list[0], 0), 1.0f) << version;
+    EXPECT_EQ(ParamOf(l.list[1], 0), 0.0f) << version;
+  }
+  // Too new: 1000, no list, but the host learns the stream's effect count
+  // and text.
+  char text[16] = "old";
+  Loaded l;
+  EXPECT_EQ(Read(Build(5, {{EFFECT_AMPLIFIER, {}}, {EFFECT_THROUGH, {}}}, true, "new"), &l, text), 1000);
+  EXPECT_EQ(l.list, nullptr);
+  EXPECT_EQ(l.count, 2);
+  EXPECT_STREQ(text, "new");
+  l.count = 0;
+}
+
+// ---- Failures ----------------------------------------------------------------
+
+TEST_F(ParamStream, UnloadableListsGive1000AndDestroyWhatWasBuilt) {
+  const RecordSpec gain{"Gain", FloatBytes(-3.0f), nullptr};
+  // Unknown types after a built effect; types outside the catalogue of this
+  // build behave the same.
+  for (int32_t type : {0, -1, 41, 1000000}) {
+    Loaded l;
+    EXPECT_EQ(Read(Build(2, {{EFFECT_AMPLIFIER, {gain}}, {EFFECT_THROUGH, {}}, {type, {}}}), &l), 1000) << type;
+    EXPECT_EQ(l.list, nullptr);
+    EXPECT_EQ(l.count, 0);
+  }
+  {
+    Loaded l;
+    EXPECT_EQ(Read(Build(2, {{EFFECT_AMPLIFIER, {gain}}, {EFFECT_AMPLIFIER, {gain, gain}}}), &l), 1000);
+    EXPECT_EQ(l.list, nullptr);
+    EXPECT_EQ(l.count, 0);
+    EXPECT_EQ(Read(Build(2, {{EFFECT_THROUGH, {gain}}}), &l), 1000);
+    // A record without a name can't be placed.
+    EXPECT_EQ(Read(Build(2, {{EFFECT_AMPLIFIER, {{nullptr, FloatBytes(1.0f), nullptr}}}}), &l), 1000);
+    EXPECT_EQ(l.list, nullptr);
+  }
+  // Missing parts that the writer always stores: no params is an empty
+  // list (defaults stay), no effects is a broken stream; no text leaves the
+  // caller's buffer alone.
+  {
+    char text[8] = "keep";
+    Loaded l;
+    EffectSpec bare{EFFECT_AMPLIFIER, {}, false};
+    ASSERT_EQ(Read(Build(2, {bare}), &l, text), 0);
+    ASSERT_EQ(l.count, 1);
+    EXPECT_EQ(ParamOf(l.list[0], 0), 0.0f);
+    EXPECT_STREQ(text, "keep");
+    Loaded none;
+    EXPECT_EQ(Read(Build(2, {}, false), &none), 2000);
+    EXPECT_EQ(none.list, nullptr);
+    EXPECT_EQ(none.count, 0);
+  }
+  // An unknown parameter name leaves as out_of_range, after the effects
+  // built so far are destroyed (the sanitizer build checks for leaks).
+  {
+    Loaded l;
+    const auto s = Build(2, {{EFFECT_AMPLIFIER, {gain}}, {EFFECT_AMPLIFIER, {{"Volume", FloatBytes(1.0f), nullptr}}}});
+    try {
+      Read(s, &l);
+      ADD_FAILURE() << "no exception";
+    } catch (const std::out_of_range& e) {
+      EXPECT_STREQ(e.what(), "invalid map<K, T> key");
+    }
+    EXPECT_EQ(l.list, nullptr);
+    EXPECT_EQ(l.count, 0);
+  }
+  EXPECT_EQ(ondrel_destroy_params(nullptr, 0, true), 0);
+  EXPECT_EQ(ondrel_destroy_params(nullptr, 3, true), 0);
+  EXPECT_EQ(ondrel_destroy_paramstream(nullptr), 0);
+}
+
+TEST_F(ParamStream, CorruptOrTruncatedDataGives2000WithoutCrashing) {
+  Loaded l;
+  uint8_t byte = 0;
+  EXPECT_EQ(ondrel_stream2params(&l.list, &l.count, nullptr, 100, nullptr), 2000);
+  EXPECT_EQ(ondrel_stream2params(&l.list, &l.count, &byte, 0, nullptr), 2000);
+  EXPECT_EQ(ondrel_stream2params(&l.list, &l.count, &byte, -4, nullptr), 2000);
+  EXPECT_EQ(ondrel_stream2params(nullptr, &l.count, &byte, 1, nullptr), 2000);
+
+  Chain chain;
+  SetGain(chain.Add(EFFECT_AMPLIFIER), -6.5f, "out = in");
+  chain.Add(EFFECT_THROUGH);
+  Written w;
+  ASSERT_EQ(ondrel_params2stream(&w.data, &w.size, chain.fx.data(), 2, "abc"), 0);
+  const std::vector<uint8_t> good = w.vec();
+
+  // Offsets pointing outside: the root table's effects offset, the vtable
+  // size (odd and too large), the root offset itself.
+  const size_t table = static_cast<size_t>(good[0] | good[1] << 8);
+  for (size_t at : {table + 24, size_t{4}, size_t{0}}) {
+    std::vector<uint8_t> bad = good;
+    bad[at] = 0xFF;
+    bad[at + 1] = 0x7F;
+    EXPECT_EQ(Read(bad, &l), 2000) << "byte " << at;
+    EXPECT_EQ(l.list, nullptr);
+  }
+
+  // Every truncation fails verification, except cutting padding behind the
+  // last string's terminator.
+  for (size_t n = 1; n < good.size(); ++n) {
+    std::vector<uint8_t> cut(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(n));
+    const int status = Read(cut, &l);
+    if (n + 3 < good.size()) {
+      EXPECT_EQ(status, 2000) << "length " << n;
+    } else {
+      EXPECT_TRUE(status == 0 || status == 2000) << "length " << n;
+    }
+    ondrel_destroy_params(l.list, l.count, true);
+    l.list = nullptr;
+    l.count = 0;
+  }
+  // Every single bit flip: a status, never a crash; a loaded list is whole.
+  for (size_t i = 0; i < good.size() * 8; ++i) {
+    std::vector<uint8_t> bad = good;
+    bad[i / 8] ^= static_cast<uint8_t>(1u << (i % 8));
+    char text[512];
+    int status = -1;
+    try {
+      status = Read(bad, &l, text);
+    } catch (const std::out_of_range&) {
+      status = -2;  // a flipped parameter name
+    }
+    EXPECT_TRUE(status == 0 || status == 1000 || status == 2000 || status == -2) << "bit " << i;
+    if (status == 0) {
+      for (int k = 0; k < l.count; ++k) EXPECT_NE(l.list[k], nullptr) << "bit " << i;
+    } else if (status != 1000) {
+      EXPECT_EQ(l.list, nullptr) << "bit " << i;
+    }
+    ondrel_destroy_params(l.list, l.count, true);
+    l.list = nullptr;
+    l.count = 0;
+  }
+}
+
+}  // namespace
+}  // namespace ONDREL2
