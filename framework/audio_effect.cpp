@@ -311,49 +311,55 @@ void AudioEffect::SetParamTable(const ParamDesc* table) {
 
 // ---- Formatters ----------------------------------------------------------
 
-int32_t FormatDefault(char* buf, const char* name, AudioEffect* effect) {
-  std::sprintf(buf, "%g", static_cast<double>(effect->GetParamNormalizedByName(name)));
+namespace {
+
+int32_t PrintReal(char* buf, const char* format, float value) {
+  std::sprintf(buf, format, static_cast<double>(value));
   return 0;
+}
+
+// Integer-like formatters truncate the stored value toward zero.
+int32_t PrintWhole(char* buf, const char* format, float value) {
+  std::sprintf(buf, format, static_cast<int>(value));
+  return 0;
+}
+
+}  // namespace
+
+int32_t FormatDefault(char* buf, const char* name, AudioEffect* effect) {
+  return PrintReal(buf, "%g", effect->GetParamNormalizedByName(name));
 }
 
 int32_t FormatPlain(char* buf, const char* name, AudioEffect* effect) {
-  std::sprintf(buf, "%g", static_cast<double>(effect->GetParamByName(name)));
-  return 0;
+  return PrintReal(buf, "%g", effect->GetParamByName(name));
 }
 
 int32_t FormatThreeDigits(char* buf, const char* name, AudioEffect* effect) {
-  std::sprintf(buf, "%.3g", static_cast<double>(effect->GetParamByName(name)));
-  return 0;
+  return PrintReal(buf, "%.3g", effect->GetParamByName(name));
 }
 
 int32_t FormatDecibels(char* buf, const char* name, AudioEffect* effect) {
-  std::sprintf(buf, "%+.1f dB", static_cast<double>(effect->GetParamByName(name)));
-  return 0;
+  return PrintReal(buf, "%+.1f dB", effect->GetParamByName(name));
 }
 
 int32_t FormatPercent(char* buf, const char* name, AudioEffect* effect) {
-  std::sprintf(buf, "%d%%", static_cast<int>(effect->GetParamByName(name)));
-  return 0;
+  return PrintWhole(buf, "%d%%", effect->GetParamByName(name));
 }
 
 int32_t FormatHertz(char* buf, const char* name, AudioEffect* effect) {
-  std::sprintf(buf, "%.1f Hz", static_cast<double>(effect->GetParamByName(name)));
-  return 0;
+  return PrintReal(buf, "%.1f Hz", effect->GetParamByName(name));
 }
 
 int32_t FormatMilliseconds(char* buf, const char* name, AudioEffect* effect) {
-  std::sprintf(buf, "%.1f ms", static_cast<double>(effect->GetParamByName(name)));
-  return 0;
+  return PrintReal(buf, "%.1f ms", effect->GetParamByName(name));
 }
 
 int32_t FormatWholeMilliseconds(char* buf, const char* name, AudioEffect* effect) {
-  std::sprintf(buf, "%d ms", static_cast<int>(effect->GetParamByName(name)));
-  return 0;
+  return PrintWhole(buf, "%d ms", effect->GetParamByName(name));
 }
 
 int32_t FormatInteger(char* buf, const char* name, AudioEffect* effect) {
-  std::sprintf(buf, "%d", static_cast<int>(effect->GetParamByName(name)));
-  return 0;
+  return PrintWhole(buf, "%d", effect->GetParamByName(name));
 }
 
 int32_t FormatOnOff(char* buf, const char* name, AudioEffect* effect) {

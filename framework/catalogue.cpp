@@ -4,9 +4,12 @@
 #include <new>
 
 #include "effects/amplifier/amplifier.h"
-#include "effects/limiter/limiter.h"
+#include "effects/biquad/biquad_effects.h"
 #include "effects/compressor/multiband_compressor.h"
 #include "effects/deesser/deesser.h"
+#include "effects/eq/eqfb.h"
+#include "effects/limiter/limiter.h"
+#include "effects/supereq/supereq.h"
 #include "effects/through/through.h"
 
 namespace ONDREL2 {
@@ -24,34 +27,30 @@ AudioEffect* Make() {
   return new (std::nothrow) T();
 }
 
-constexpr const char* kShortNames[41] = {
-    nullptr,      "through",      "studio-ir",   "chaos",        "amplifier",  "rotator",
-    "limiter",    "sampler",      "eq30",        "exciter",      "resampler",  "stereo-enhancer",
-    "delay",      "eq10",         "fidelity",    "dfx-hyperbass", "dfx-3dsurround", "dfx-headphone",
-    "ambience",   "dynamicboost", "reverb",      "vocal",        "hyperbass",  "mbc",
-    "supereq",    "headphone",    "panner",      "mono2dual",    "pitch",      "lowpass",
-    "highpass",   "bandpass",     "notch",       "lowshelf",     "highshelf",  "peak",
-    "allpass",    "deesser",      "vbass",       "growl",        "two2six"};
-
 }  // namespace
 
 AudioEffect* CreateEffectObject(int type) {
+  // Types not listed are not built yet: they behave as unknown types.
   switch (type) {
-    case EFFECT_THROUGH:
-      return Make<THROUGH::ThroughEffect>();
-    case EFFECT_AMPLIFIER:
-      return Make<AMPLIFIER::AmplifierEffect>();
+    case EFFECT_THROUGH: return Make<THROUGH::ThroughEffect>();
+    case EFFECT_AMPLIFIER: return Make<AMPLIFIER::AmplifierEffect>();
     case EFFECT_LIMITER: return Make<LIMITER::LimiterEffect>();
+    case EFFECT_IIR_EQ30: return Make<IIR_EQ_FIXED_BANDS::IirEQ30Effect>();
+    case EFFECT_IIR_EQ10: return Make<IIR_EQ_FIXED_BANDS::IirEQ10Effect>();
     case EFFECT_MULTIBAND_COMPRESSOR: return Make<COMPRESSOR::MultiBandCompressorEffect>();
+    case EFFECT_SUPEREQ: return Make<SUPEREQ::SuperEQEffect>();
+    case EFFECT_LP_FILTER: return Make<BIQUADFILTER::LPFilterEffect>();
+    case EFFECT_HP_FILTER: return Make<BIQUADFILTER::HPFilterEffect>();
+    case EFFECT_BP_FILTER: return Make<BIQUADFILTER::BPFilterEffect>();
+    case EFFECT_NT_FILTER: return Make<BIQUADFILTER::NTFilterEffect>();
+    case EFFECT_LS_FILTER: return Make<BIQUADFILTER::LSFilterEffect>();
+    case EFFECT_HS_FILTER: return Make<BIQUADFILTER::HSFilterEffect>();
+    case EFFECT_PK_FILTER: return Make<BIQUADFILTER::PKFilterEffect>();
+    case EFFECT_AP_FILTER: return Make<BIQUADFILTER::APFilterEffect>();
     case EFFECT_DEESSER: return Make<DEESSER_EFFECT::DeEsserEffect>();
     default:
       return nullptr;
   }
-}
-
-const char* EffectShortName(int type) {
-  if (type < 1 || type > 40) return nullptr;
-  return kShortNames[type];
 }
 
 bool EnsureRegistry() {

@@ -17,8 +17,4 @@ bool EnsureRegistry();
 // Deletes every registry object (in type order) and the registry.
 void DestroyRegistry();
 
-// Machine names of the effect types ("limiter", "eq10", ...), stable keys
-// for presets and tools; null outside 1..40.
-const char* EffectShortName(int type);
-
 }  // namespace ONDREL2

@@ -52,7 +52,13 @@ int32_t IOndrel2::SetupBuffers() {
     scratch = static_cast<float*>(std::malloc(sizeof(float) * static_cast<size_t>(need)));
     if (scratch == nullptr) return 2001;
   }
-  if (static_cast<int32_t>(blockBufs.size()) != maxChannels) {
+  // The channel pointers are laid out again whenever the count, the block
+  // size or the allocation changed; a stale pointer would reach into freed
+  // scratch. The vector keeps its capacity, so this allocates only on growth.
+  const bool stale = static_cast<int32_t>(blockBufs.size()) != maxChannels ||
+                     (maxChannels > 0 && blockBufs[0] != scratch) ||
+                     (maxChannels > 1 && blockBufs[1] != scratch + block);
+  if (stale) {
     blockBufs.clear();
     for (int32_t c = 0; c < maxChannels; ++c) blockBufs.push_back(scratch + c * block);
   }

@@ -107,6 +107,9 @@ int32_t LookaheadLimiter::SetFormat(int32_t rate, int32_t chns) {
 
 void LookaheadLimiter::ProcessPlanar(float* const* channelBuffers, int32_t frames,
                                      const int32_t* channelIndices) {
+  // A refused format leaves no ring: nothing to run, and the channel
+  // indexes of that format must not be read.
+  if (bufferSize < channels || channels < 1 || buffer == nullptr) return;
   const float* src[kMaxChannels];
   float* dst[kMaxChannels];
   for (int32_t c = 0; c < channels && c < kMaxChannels; ++c) {
@@ -117,6 +120,7 @@ void LookaheadLimiter::ProcessPlanar(float* const* channelBuffers, int32_t frame
 }
 
 void LookaheadLimiter::ProcessInterleaved(const float* source, float* destination) {
+  if (bufferSize < channels || channels < 1 || buffer == nullptr) return;
   const float* src[kMaxChannels];
   float* dst[kMaxChannels];
   for (int32_t c = 0; c < channels && c < kMaxChannels; ++c) {

@@ -17,8 +17,7 @@ std::vector<float> Noise(size_t n, unsigned seed, float scale = 1.0f)
     std::mt19937 rng(seed);
     std::uniform_real_distribution<float> dist(-scale, scale);
     std::vector<float> x(n);
-    for (float& v : x)
-        v = dist(rng);
+    for (float& v : x) v = dist(rng);
     return x;
 }
 
@@ -96,37 +95,26 @@ TEST(OndrelFastConvolution, MatchesDirectConvolutionForManyLengths)
     }
 }
 
-TEST(OndrelFastConvolution, UnitImpulseDropsHalfABlockOnceAndAgainAfterReset)
+// With a unit impulse the output is the input advanced by the latency: the
+// first block loses half a block, and Reset re-arms that advance.
+TEST(OndrelFastConvolution, ResetReArmsTheAdvance)
 {
-    const int bs = 511;
+    const size_t bs = 511;
     OndrelFastConvolution conv;
     ASSERT_EQ(conv.Init(bs, 513), 0);
     const float one = 1.0f;
     ASSERT_EQ(conv.SetImpulseResponse(&one, 1), 0);
-    EXPECT_EQ(conv.GetLatency(), 255);
-
-    const std::vector<float> x = Noise(static_cast<size_t>(bs) * 3, 5);
-    std::vector<float> block(x.begin(), x.begin() + bs);
-    int frames = 0;
-    ASSERT_EQ(conv.Process(block.data(), &frames), 0);
-    ASSERT_EQ(frames, 256);
-    for (int n = 0; n < frames; ++n)
-        ASSERT_NEAR(block[static_cast<size_t>(n)], x[static_cast<size_t>(255 + n)], 1e-6) << "sample " << n;
-
-    block.assign(x.begin() + bs, x.begin() + 2 * bs);
-    ASSERT_EQ(conv.Process(block.data(), &frames), 0);
-    ASSERT_EQ(frames, bs);
-    for (int n = 0; n < frames; ++n)
-        ASSERT_NEAR(block[static_cast<size_t>(n)], x[static_cast<size_t>(bs + n)], 1e-6) << "sample " << n;
-
-    // Reset clears the history and re-arms the advance: the next block
-    // behaves like the first one of a fresh run.
-    conv.Reset();
-    block.assign(x.begin() + 2 * bs, x.end());
-    ASSERT_EQ(conv.Process(block.data(), &frames), 0);
-    ASSERT_EQ(frames, 256);
-    for (int n = 0; n < frames; ++n)
-        ASSERT_NEAR(block[static_cast<size_t>(n)], x[static_cast<size_t>(2 * bs + 255 + n)], 1e-6) << "sample " << n;
+    const std::vector<float> x = Noise(bs * 2, 5);
+    for (size_t run = 0; run < 2; ++run) {
+        if (run == 1)
+            conv.Reset();
+        std::vector<float> block(x.begin() + static_cast<long>(run * bs), x.begin() + static_cast<long>((run + 1) * bs));
+        int frames = 0;
+        ASSERT_EQ(conv.Process(block.data(), &frames), 0);
+        ASSERT_EQ(frames, 256);
+        for (size_t n = 0; n < 256; ++n)
+            ASSERT_NEAR(block[n], x[run * bs + 255 + n], 1e-6) << "run " << run << " sample " << n;
+    }
 }
 
 TEST(OndrelFastConvolution, ResponseReplacedMidStreamKeepsRunningHistory)
@@ -155,9 +143,8 @@ TEST(OndrelFastConvolution, ResponseReplacedMidStreamKeepsRunningHistory)
     std::vector<float> late(x.size(), 0.0f);
     for (size_t n = 0; n < x.size(); ++n)
         (n < before.size() ? early : late)[n] = x[n];
-    const std::vector<double> a = Direct(early, h1);
+    std::vector<double> ref = Direct(early, h1);
     const std::vector<double> b = Direct(late, h2);
-    std::vector<double> ref = a;
     for (size_t n = 0; n < b.size(); ++n)
         ref[n] += b[n];
     ExpectAdvancedConvolution(out, ref, bs / 2, "switch at block " + std::to_string(switchBlock));
@@ -203,6 +190,14 @@ TEST(OndrelFastConvolution, RefusesWorkWithoutSetup)
     EXPECT_EQ(conv.Process(block.data(), &frames), 2000);
 }
 
+std::vector<float> Interleave(const std::vector<float>& left, const std::vector<float>& right)
+{
+    std::vector<float> out;
+    for (size_t n = 0; n < left.size(); ++n)
+        out.insert(out.end(), {left[n], right[n]});
+    return out;
+}
+
 // Interleaved stereo (or K channels) fed in blocks of blockSize frames.
 std::vector<float> RunStereo(OndrelStereoConvolution& conv, const std::vector<float>& interleaved, int channels,
                              int blockSize)
@@ -226,15 +221,10 @@ TEST(OndrelStereoConvolution, FourPathMatrixMatchesDirectConvolutionPerPath)
     const size_t frames = static_cast<size_t>(bs * blocks);
     const std::vector<float> left = Noise(frames, 31);
     const std::vector<float> right = Noise(frames, 32);
-    std::vector<float> interleaved(frames * 2);
-    for (size_t n = 0; n < frames; ++n) {
-        interleaved[2 * n] = left[n];
-        interleaved[2 * n + 1] = right[n];
-    }
-    std::vector<std::vector<float>> h;
+    const std::vector<float> interleaved = Interleave(left, right);
     const size_t lengths[4] = {3 * bs + 1, 17, 2 * bs, 5};
-    for (unsigned p = 0; p < 4; ++p)
-        h.push_back(Response(lengths[p], 40 + p));
+    std::vector<std::vector<float>> h;
+    for (unsigned p = 0; p < 4; ++p) h.push_back(Response(lengths[p], 40 + p));
 
     OndrelStereoConvolution conv;
     EXPECT_EQ(conv.GetLatency(), 0);
@@ -262,11 +252,7 @@ TEST(OndrelStereoConvolution, DiagonalPathsKeepChannelsIndependentAndMissingPath
     const size_t frames = static_cast<size_t>(bs * 6);
     const std::vector<float> left = Noise(frames, 51);
     const std::vector<float> right = Noise(frames, 52);
-    std::vector<float> interleaved(frames * 2);
-    for (size_t n = 0; n < frames; ++n) {
-        interleaved[2 * n] = left[n];
-        interleaved[2 * n + 1] = right[n];
-    }
+    const std::vector<float> interleaved = Interleave(left, right);
     const std::vector<float> h0 = Response(40, 53);
     const std::vector<float> h3 = Response(9, 54);
 

@@ -33,8 +33,7 @@ std::vector<float> RandomSignal(size_t n, unsigned seed)
     std::mt19937 rng(seed);
     std::uniform_real_distribution<float> dist(-1.0f, 1.0f);
     std::vector<float> x(n);
-    for (float& v : x)
-        v = dist(rng);
+    for (float& v : x) v = dist(rng);
     return x;
 }
 
@@ -48,14 +47,12 @@ double Tolerance(size_t n)
 
 TEST(OndrelKissFFT, InitRejectsOddSizes)
 {
-    OndrelKissFFT odd;
-    EXPECT_EQ(odd.Init(1023), 2001);
-    OndrelKissFFT zero;
-    EXPECT_EQ(zero.Init(0), 2001);
-    OndrelKissFFT even;
-    EXPECT_EQ(even.Init(1024), 0);
+    OndrelKissFFT fft;
+    EXPECT_EQ(fft.Init(1023), 2001);
+    EXPECT_EQ(fft.Init(0), 2001);
+    EXPECT_EQ(fft.Init(1024), 0);
     // A second Init replaces the first without leaking (checked by ASan).
-    EXPECT_EQ(even.Init(512), 0);
+    EXPECT_EQ(fft.Init(512), 0);
 }
 
 TEST(OndrelKissFFT, BothLayoutsMatchNaiveDft)
@@ -85,28 +82,6 @@ TEST(OndrelKissFFT, BothLayoutsMatchNaiveDft)
             EXPECT_NEAR(pair[2 * k + 1], ref[k].imag(), tol) << "n=" << n << " bin " << k;
         }
     }
-}
-
-TEST(OndrelKissFFT, PackedIdentitiesOfConstantAndAlternatingSignals)
-{
-    const int n = 256;
-    OndrelKissFFT fft;
-    ASSERT_EQ(fft.Init(n), 0);
-
-    std::vector<float> ones(n, 1.0f);
-    fft.ForwardPacked(ones.data());
-    EXPECT_NEAR(ones[0], n, 1e-4);
-    for (int i = 1; i < n; ++i)
-        ASSERT_NEAR(ones[static_cast<size_t>(i)], 0.0f, 1e-4) << "element " << i;
-
-    std::vector<float> alternating(n);
-    for (int i = 0; i < n; ++i)
-        alternating[static_cast<size_t>(i)] = (i & 1) ? -1.0f : 1.0f;
-    fft.ForwardPacked(alternating.data());
-    EXPECT_NEAR(alternating[0], 0.0f, 1e-4);
-    EXPECT_NEAR(alternating[1], n, 1e-4);
-    for (int i = 2; i < n; ++i)
-        ASSERT_NEAR(alternating[static_cast<size_t>(i)], 0.0f, 1e-4) << "element " << i;
 }
 
 TEST(OndrelKissFFT, RoundTripsScaleByN)

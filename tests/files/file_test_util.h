@@ -7,7 +7,8 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -16,19 +17,15 @@
 namespace ondrel_test {
 
 // A fresh directory under the test build directory, removed with its files
-// (one level deep) when the object goes.
+// when the object goes.
 class ScratchDir {
  public:
   ScratchDir() {
     std::string pattern = std::string(ONDREL_TEST_BINARY_DIR) + "/files-XXXXXX";
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back('\0');
-    if (mkdtemp(buffer.data()) != nullptr) path_ = buffer.data();
+    if (mkdtemp(&pattern[0]) != nullptr) path_ = pattern;
   }
   ~ScratchDir() {
-    if (path_.empty()) return;
-    std::string command = "rm -rf '" + path_ + "'";
-    if (std::system(command.c_str()) != 0) std::perror("rm");
+    if (!path_.empty() && std::system(("rm -rf '" + path_ + "'").c_str()) != 0) std::perror("rm");
   }
   ScratchDir(const ScratchDir&) = delete;
   ScratchDir& operator=(const ScratchDir&) = delete;
@@ -42,21 +39,15 @@ class ScratchDir {
 };
 
 inline std::vector<uint8_t> ReadBytes(const std::string& path) {
-  std::vector<uint8_t> bytes;
-  FILE* f = std::fopen(path.c_str(), "rb");
-  if (f == nullptr) return bytes;
-  uint8_t block[65536];
-  size_t got;
-  while ((got = std::fread(block, 1, sizeof block, f)) > 0) bytes.insert(bytes.end(), block, block + got);
-  std::fclose(f);
-  return bytes;
+  std::ifstream f(path, std::ios::binary);
+  return std::vector<uint8_t>(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
 }
 
 inline bool WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
-  FILE* f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) return false;
-  bool ok = bytes.empty() || std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
-  return std::fclose(f) == 0 && ok;
+  std::ofstream f(path, std::ios::binary);
+  f.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  f.close();
+  return !f.fail();
 }
 
 inline bool FileExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
@@ -66,35 +57,21 @@ inline uint32_t U32At(const std::vector<uint8_t>& b, size_t at) {
          static_cast<uint32_t>(b[at + 2]) << 16 | static_cast<uint32_t>(b[at + 3]) << 24;
 }
 
-inline uint16_t U16At(const std::vector<uint8_t>& b, size_t at) {
-  return static_cast<uint16_t>(b[at] | b[at + 1] << 8);
-}
-
 // Little-endian byte sink for hand-made files.
 struct Bytes {
   std::vector<uint8_t> data;
-  Bytes& Tag(const char* t) {
-    for (int i = 0; i < 4; ++i) data.push_back(static_cast<uint8_t>(t[i]));
-    return *this;
-  }
-  Bytes& U16(uint32_t v) {
-    data.push_back(static_cast<uint8_t>(v));
-    data.push_back(static_cast<uint8_t>(v >> 8));
-    return *this;
-  }
-  Bytes& U32(uint32_t v) {
-    U16(v & 0xFFFF);
-    return U16(v >> 16);
-  }
+  Bytes& Tag(const char* t) { return Raw({uint8_t(t[0]), uint8_t(t[1]), uint8_t(t[2]), uint8_t(t[3])}); }
+  Bytes& U16(uint32_t v) { return Raw({uint8_t(v), uint8_t(v >> 8)}); }
+  Bytes& U32(uint32_t v) { return U16(v & 0xFFFF).U16(v >> 16); }
   Bytes& Raw(const std::vector<uint8_t>& v) {
-    for (uint8_t b : v) data.push_back(b);
+    data.insert(data.end(), v.begin(), v.end());
     return *this;
   }
 };
 
 // Fields of a hand-made wave file; the defaults describe a valid 16-bit
 // stereo file of `frames` frames at 44100.
-struct WaveSpec {
+struct WaveShape {
   uint32_t fmtSize = 16;
   uint32_t tag = 1;
   uint32_t channels = 2;
@@ -111,7 +88,7 @@ struct WaveSpec {
   std::vector<uint8_t> payload;  // empty: a counting byte pattern of dataSize bytes
 };
 
-inline std::vector<uint8_t> MakeWave(const WaveSpec& s) {
+inline std::vector<uint8_t> MakeWave(const WaveShape& s) {
   uint32_t align = s.blockAlign >= 0 ? static_cast<uint32_t>(s.blockAlign) : s.bits / 8 * s.channels;
   uint32_t bps = s.bytesPerSecond >= 0 ? static_cast<uint32_t>(s.bytesPerSecond) : s.rate * align;
   uint32_t dataSize = s.dataSize >= 0 ? static_cast<uint32_t>(s.dataSize) : s.frames * align;
@@ -119,17 +96,13 @@ inline std::vector<uint8_t> MakeWave(const WaveSpec& s) {
   fmt.U16(s.tag).U16(s.channels).U32(s.rate).U32(bps).U16(align).U16(s.bits);
   if (s.fmtSize >= 18) fmt.U16(s.fmtSize >= 40 ? 22 : s.fmtSize - 18);
   if (s.fmtSize >= 40) {
+    // Valid bits, mask, and the sub-format GUID {subFormat}-0000-0010-8000-00AA00389B71.
     fmt.U16(s.validBits ? s.validBits : s.bits).U32(s.mask).U16(s.subFormat);
-    const uint8_t rest[14] = {0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80,
-                              0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
-    fmt.data.insert(fmt.data.end(), rest, rest + 14);
+    fmt.Raw({0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71});
   }
-  while (fmt.data.size() < s.fmtSize) fmt.data.push_back(0);
-  fmt.data.resize(s.fmtSize);
+  fmt.data.resize(s.fmtSize, 0);
   std::vector<uint8_t> payload = s.payload;
-  if (payload.empty()) {
-    for (uint32_t i = 0; i < dataSize; ++i) payload.push_back(static_cast<uint8_t>(i * 7 + 1));
-  }
+  for (uint32_t i = 0; s.payload.empty() && i < dataSize; ++i) payload.push_back(static_cast<uint8_t>(i * 7 + 1));
   Bytes body;
   body.Tag("WAVE").Tag("fmt ").U32(s.fmtSize).Raw(fmt.data).Raw(s.between);
   body.Tag("data").U32(dataSize).Raw(payload);

@@ -6,9 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -17,7 +16,6 @@
 #include <vector>
 
 #define ONDREL_FUZZ_PARAM_STREAM_NO_ENTRY
-#include "frame/log.h"
 #include "fuzz/fuzz_param_stream.cpp"
 #include "ondrel.h"
 
@@ -27,9 +25,7 @@ namespace {
 std::vector<uint8_t> Write(const std::vector<AEffect*>& fx, const char* text) {
   void* data = nullptr;
   int size = 0;
-  EXPECT_EQ(ondrel_params2stream(&data, &size, const_cast<AEffect**>(fx.data()), static_cast<int>(fx.size()),
-                                 text),
-            0);
+  EXPECT_EQ(ondrel_params2stream(&data, &size, const_cast<AEffect**>(fx.data()), int(fx.size()), text), 0);
   std::vector<uint8_t> out(static_cast<const uint8_t*>(data), static_cast<const uint8_t*>(data) + size);
   ondrel_destroy_paramstream(data);
   return out;
@@ -102,52 +98,24 @@ void Mutate(std::vector<uint8_t>* s, const std::vector<uint8_t>& other, std::mt1
   }
 }
 
-// Silences the library log for its lifetime.
-class QuietLog {
- public:
-  QuietLog() : saved_(GetLogState()) { set_xlog_level(7); }
-  ~QuietLog() { GetLogState() = saved_; }
-  QuietLog(const QuietLog&) = delete;
-  QuietLog& operator=(const QuietLog&) = delete;
-
- private:
-  LogState saved_;
-};
-
 TEST(ParamStreamFuzzSmoke, MutatedStreamsNeverBreakTheReader) {
-  QuietLog quiet;
+  set_xlog_level(7);
   const std::vector<std::vector<uint8_t>> seeds = Seeds();
+  for (const auto& s : seeds) EXPECT_EQ(fuzz_param_stream::RunOnce(s.data(), s.size()), 0) << "every seed loads";
+
   std::mt19937 rng(20240611);
   std::map<int, int> outcomes;
-  int executions = 0;
-  const auto start = std::chrono::steady_clock::now();
-
-  for (const auto& s : seeds) outcomes[fuzz_param_stream::RunOnce(s.data(), s.size())]++, ++executions;
-  EXPECT_EQ(outcomes[0], static_cast<int>(seeds.size())) << "every seed loads";
-
-  constexpr int kCases = 6000;
-  for (int i = 0; i < kCases; ++i) {
-    const auto& seed = seeds[static_cast<size_t>(i) % seeds.size()];
-    std::vector<uint8_t> s = seed;
+  for (int i = 0; i < 6000; ++i) {
+    std::vector<uint8_t> s = seeds[static_cast<size_t>(i) % seeds.size()];
     const int rounds = 1 + static_cast<int>(rng() % 4);
     for (int r = 0; r < rounds; ++r) Mutate(&s, seeds[rng() % seeds.size()], &rng);
     // An exact-size heap copy, so that any read past the end is caught.
     std::unique_ptr<uint8_t[]> exact(new uint8_t[s.size() + (s.empty() ? 1 : 0)]);
     if (!s.empty()) std::memcpy(exact.get(), s.data(), s.size());
     outcomes[fuzz_param_stream::RunOnce(exact.get(), s.size())]++;
-    ++executions;
   }
-  const double seconds =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-
-  std::string summary;
-  for (const auto& kv : outcomes) summary += " " + std::to_string(kv.first) + ":" + std::to_string(kv.second);
-  RecordProperty("executions", executions);
-  RecordProperty("outcomes", summary);
-  std::printf("param stream fuzz smoke: %d executions in %.3f s, status:count%s\n", executions, seconds,
-              summary.c_str());
   // The mutations reach both the loading and the refusing paths.
-  EXPECT_GT(outcomes[0], static_cast<int>(seeds.size()));
+  EXPECT_GT(outcomes[0], 0);
   EXPECT_GT(outcomes[2000], 0);
 }
 

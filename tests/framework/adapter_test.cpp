@@ -111,5 +111,29 @@ TEST(Adapter, FlushTailReturnsQueuedFramesPlusLatency) {
   EXPECT_EQ(frames, 0);
 }
 
+// An effect whose block size follows a setting.
+class Resizable : public Negate {
+ public:
+  int32_t GetBlockSize() override { return block; }
+  int block = 64;
+};
+
+TEST(Adapter, BlockSizeGrowthLaysTheChannelsOutAgain) {
+  Resizable fx;
+  ASSERT_EQ(fx.Resume(), 0);
+  fx.block = 4096;  // scratch is reallocated; the channel count stays
+  ASSERT_EQ(fx.Resume(), 0);
+  ASSERT_EQ(fx.blockBufs.size(), 2u);
+  EXPECT_EQ(fx.blockBufs[0], fx.scratch);
+  EXPECT_EQ(fx.blockBufs[1], fx.scratch + 4096);
+  Planar in(2, 4096);
+  in.data[1][4095] = 3.0f;
+  int32_t avail = 0;
+  ASSERT_EQ(fx.ProcessInput(in.ptrs, 4096, &avail), 0);
+  Planar out(2, 4096);
+  ASSERT_EQ(fx.ProcessOutput(out.ptrs, 4096, &avail), 0);
+  EXPECT_EQ(out.data[1][4095], -3.0f);
+}
+
 }  // namespace
 }  // namespace ONDREL2

@@ -7,13 +7,14 @@
 
 #include <algorithm>
 #include <cmath>
-#include <random>
 #include <vector>
 
-#include "ondrel.h"
+#include "effects/effect_test_util.h"
 
 namespace ONDREL2 {
 namespace {
+
+using DeEsserTest = ondrel_test::EffectTest;
 
 struct RefDeEsser {
   float low = 0, mid = 0, env = 0, coef, gain, thr;
@@ -25,107 +26,46 @@ struct RefDeEsser {
     gain = std::pow(10.0f, drive * 2.0f - 1.0f);
   }
 
-  // `samples` interleaved samples make one block; states are cut after it.
-  void Block(float* x, int samples) {
+  // Interleaved stereo in blocks of 512 frames; states are cut after each.
+  void Stream(std::vector<float>& v) {
     const float c = 1.0f - coef;
-    for (int i = 0; i < samples; ++i) {
-      low = low * c + x[i] * coef;
-      const float t = x[i] - low;
+    for (size_t i = 0; i < v.size(); ++i) {
+      low = low * c + v[i] * coef;
+      const float t = v[i] - low;
       mid = t * coef + c * mid;
       const float h = (t - mid) * gain;
       env = h > env ? (h - env) * 0.01f + env : env * 0.992f;
-      x[i] = env > thr ? (thr / env) * h + (mid + low) : mid + low + h;
+      v[i] = env > thr ? (thr / env) * h + (mid + low) : mid + low + h;
+      if (i % 1024 != 1023 && i + 1 != v.size()) continue;
+      if (std::fabs(low) < 1e-10f) low = mid = 0;
+      if (std::fabs(env) < 1e-10f) env = 0;
     }
-    if (std::fabs(low) < 1e-10f) low = mid = 0;
-    if (std::fabs(env) < 1e-10f) env = 0;
-  }
-
-  void Stream(std::vector<float>& v, int ch) {
-    for (size_t at = 0; at < v.size(); at += static_cast<size_t>(512 * ch))
-      Block(v.data() + at,
-            static_cast<int>(std::min(v.size() - at, static_cast<size_t>(512 * ch))));
   }
 };
 
-// Speech-like test signal: a low tone with bursts of bright noise.
-std::vector<float> Sibilant(int frames, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<float> u(-1.0f, 1.0f);
-  std::vector<float> v(static_cast<size_t>(frames * 2));
-  for (int i = 0; i < frames; ++i) {
-    const float t = static_cast<float>(i);
-    const float hiss = ((i / 300) % 2) ? 0.5f * u(rng) : 0.0f;
-    v[static_cast<size_t>(2 * i)] = 0.4f * std::sin(0.02f * t) + hiss;
-    v[static_cast<size_t>(2 * i + 1)] = 0.3f * std::sin(0.031f * t) - 0.7f * hiss;
-  }
-  return v;
+// Odd host calls, or 512-frame calls when `onChunk` changes settings.
+ondrel_test::StreamResult RunDeEsser(float thresh, float freq, float drive,
+                                     const std::vector<float>& in,
+                                     const ondrel_test::OnChunk& onChunk = nullptr) {
+  AEffect* fx = ondrel_test::NewEffect(EFFECT_DEESSER,
+                                       {{"Thresh", thresh}, {"Frequency", freq}, {"Drive", drive}});
+  return ondrel_test::RunStream(
+      fx, 44100.0f, 2, in, onChunk ? std::vector<int>{512} : ondrel_test::OddChunks(), onChunk);
 }
-
-std::vector<float> Push(void* inst, const std::vector<float>& in, int chunkFrames) {
-  std::vector<float> out, buf(in.size() + 2048), chunk;
-  for (size_t at = 0; at < in.size();) {
-    const size_t n = std::min(in.size() - at, static_cast<size_t>(chunkFrames * 2));
-    chunk.assign(in.begin() + static_cast<long>(at), in.begin() + static_cast<long>(at + n));
-    int available = 0, written = 0;
-    EXPECT_EQ(ondrel_processf_input(inst, chunk.data(), static_cast<int>(n), &available), 0);
-    EXPECT_EQ(ondrel_processf_output(inst, buf.data(), static_cast<int>(buf.size()), &written), 0);
-    out.insert(out.end(), buf.begin(), buf.begin() + written);
-    at += n;
-  }
-  return out;
-}
-
-void* DeEsserChain(float thresh, float freq, float drive, AEffect** handle = nullptr) {
-  AEffect* fx = nullptr;
-  EXPECT_EQ(ondrel_create_effect(EFFECT_DEESSER, &fx), 0);
-  fx->dispatcher(fx, ONDREL_OP_SET_PARAM, 0, 0, nullptr, thresh);
-  fx->dispatcher(fx, ONDREL_OP_SET_PARAM, 1, 0, nullptr, freq);
-  fx->dispatcher(fx, ONDREL_OP_SET_PARAM, 2, 0, nullptr, drive);
-  void* inst = ondrel_create_inst();
-  EXPECT_EQ(ondrel_setup_input(inst, 2, 0), 0);
-  EXPECT_EQ(ondrel_set_samplerate(inst, 44100.0f), 0);
-  EXPECT_EQ(ondrel_set_params(inst, &fx, 1), 0);
-  if (handle != nullptr) *handle = fx;
-  return inst;
-}
-
-class DeEsserTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    set_xlog_level(7);
-    ondrel_init(nullptr);
-  }
-};
 
 TEST_F(DeEsserTest, TableNamesAndCoefficients) {
   DEESSER_EFFECT::DeEsserEffect fx;
-  EXPECT_EQ(fx.GetEffectType(), 37);
-  ASSERT_EQ(fx.GetAEffect()->numParams, 3);
+  ondrel_test::ExpectParams(fx, {{"Thresh", -60, -42, 60, "-42.0 dB"},
+                                 {"Frequency", 1000, 7060, 22050, "7060.0 Hz"},
+                                 {"Drive", -20, 0, 20, "+0.0 dB"}});
+  // The frequency's own Chinese label; in English it falls back to the name.
   char buf[128];
-  const char* names[] = {"Thresh", "Frequency", "Drive"};
-  const float bounds[3][5] = {
-      {-60, 60, 0, 0.618034f, -42}, {1000, 22050, 22050, 1, 7060}, {-20, 20, 0, 0.618034f, 0}};
-  const char* displays[] = {"-42.0 dB", "7060.0 Hz", "+0.0 dB"};
-  const char* zh[] = {"Thresh", "频率", "Drive"};
-  for (int i = 0; i < 3; ++i) {
-    SCOPED_TRACE(names[i]);
-    const ParamDesc& p = fx.params[static_cast<size_t>(i)];
-    EXPECT_STREQ(p.name, names[i]);
-    EXPECT_EQ(p.minValue, bounds[i][0]);
-    EXPECT_EQ(p.maxValue, bounds[i][1]);
-    EXPECT_EQ(p.center, bounds[i][2]);
-    EXPECT_EQ(p.shape, bounds[i][3]);
-    EXPECT_EQ(fx.GetParamDefault(i), bounds[i][4]);
-    fx.GetParamDisplay(i, buf);
-    EXPECT_STREQ(buf, displays[i]);
-    fx.GetParamLabel(i, buf);
-    EXPECT_STREQ(buf, zh[i]);
-  }
+  fx.GetParamLabel(1, buf);
+  EXPECT_STREQ(buf, "频率");
   EXPECT_STREQ(fx.GetEffectName(buf), "DeEsser");
   ondrel_set_locale("en", "US");
   fx.GetParamLabel(1, buf);
   EXPECT_STREQ(buf, "Frequency");
-  EXPECT_STREQ(fx.GetEffectName(buf), "DeEsser");
   ondrel_set_locale("zh", "CN");
 
   // Thresh and Drive slide in linear gain around 0 dB.
@@ -133,76 +73,46 @@ TEST_F(DeEsserTest, TableNamesAndCoefficients) {
   const double g = std::pow(10.0, -42.0 / 20.0), gmin = std::pow(10.0, -60.0 / 20.0);
   EXPECT_NEAR(fx.GetParamNormalized(0), 0.618034 * (1.0 - (g - 1.0) / (gmin - 1.0)), 1e-5);
 
-  // Defaults at 44.1 kHz: the threshold underflows to 0, the drive is 0.1.
-  EXPECT_NEAR(7060.0f / 44100.0f, 0.16009, 1e-5);
-  EXPECT_NEAR(fx.coef, 0.16009 * 0.16009 * 0.94 + 0.05, 1e-5);
+  // The powers take the dB values as they are: at the defaults the
+  // threshold underflows to 0 and the drive is 0.1.
   EXPECT_EQ(fx.threshold, 0.0f);
   EXPECT_NEAR(fx.gain, 0.1f, 1e-7f);
-  EXPECT_EQ(fx.attack, 0.01f);
-  EXPECT_EQ(fx.release, 0.992f);
-  EXPECT_EQ(fx.GetLatency(), 0);
-  EXPECT_EQ(fx.GetBlockSize(), 512);
-
-  // With a zero threshold a positive envelope removes the driven high part
-  // entirely: what is left is the low and mid parts.
-  std::vector<float> a = {0.0f, 0.9f, 0.9f, 0.9f};
-  std::vector<float*> bufs = {a.data()};
-  fx.SetChannels(1, 0);
-  int32_t frames = 4;
-  ASSERT_EQ(fx.ProcessBlock(bufs, &frames), 0);
-  EXPECT_GT(fx.envelope, 0.0f);
-  EXPECT_EQ(a[3], fx.midState + fx.low);
 }
 
 TEST_F(DeEsserTest, StereoStreamMatchesModelWithSharedState) {
-  struct Case {
-    float thresh, freq, drive;
-  };
-  const int frames = 512 * 6;
-  const std::vector<float> in = Sibilant(frames, 3);
-  for (const Case& k : {Case{-42, 7060, 0}, Case{0.3f, 5000, 0.6f}, Case{0.1f, 12000, 0.9f}}) {
-    SCOPED_TRACE(testing::Message() << k.thresh << " " << k.freq << " " << k.drive);
-    std::vector<float> expected = in;
-    RefDeEsser(k.thresh, k.freq, k.drive, 44100.0f).Stream(expected, 2);
-    for (int chunk : {frames, 7, 512, 700}) {
-      void* inst = DeEsserChain(k.thresh, k.freq, k.drive);
-      const std::vector<float> out = Push(inst, in, chunk);
-      ondrel_destroy_inst(inst);
-      ASSERT_EQ(out.size(), expected.size());
-      for (size_t i = 0; i < out.size(); ++i)
-        ASSERT_EQ(out[i], expected[i]) << "sample " << i << ", chunk " << chunk;
-    }
+  const std::vector<float> in = ondrel_test::TestSignal(512 * 6, 2, 44100.0f, 2.0f);
+  std::vector<float> swapped = in;
+  for (size_t i = 0; i < swapped.size(); i += 2) std::swap(swapped[i], swapped[i + 1]);
+  for (const auto& k :
+       {std::vector<float>{-42, 7060, 0}, {0.3f, 5000, 0.6f}, {0.1f, 12000, 0.9f}}) {
+    SCOPED_TRACE(testing::Message() << k[0] << " " << k[1] << " " << k[2]);
+    std::vector<float> expected = in, swappedExpected = swapped;
+    RefDeEsser(k[0], k[1], k[2], 44100.0f).Stream(expected);
+    RefDeEsser(k[0], k[1], k[2], 44100.0f).Stream(swappedExpected);
+    auto r = RunDeEsser(k[0], k[1], k[2], in);
+    ASSERT_EQ(r.status, 0);
+    EXPECT_EQ(ondrel_test::FirstDifference(r.output, expected), expected.size());
 
     // Left and right share the states: swapping the inputs is not the
     // same as swapping the outputs.
-    std::vector<float> swapped = in;
-    for (size_t i = 0; i < swapped.size(); i += 2) std::swap(swapped[i], swapped[i + 1]);
-    std::vector<float> swappedExpected = swapped;
-    RefDeEsser(k.thresh, k.freq, k.drive, 44100.0f).Stream(swappedExpected, 2);
-    void* inst = DeEsserChain(k.thresh, k.freq, k.drive);
-    const std::vector<float> out = Push(inst, swapped, frames);
-    ondrel_destroy_inst(inst);
-    EXPECT_EQ(out, swappedExpected);
+    r = RunDeEsser(k[0], k[1], k[2], swapped);
+    EXPECT_EQ(ondrel_test::FirstDifference(r.output, swappedExpected), swappedExpected.size());
     size_t differ = 0;
-    for (size_t i = 0; i < out.size(); i += 2) differ += out[i] != expected[i + 1];
-    EXPECT_GT(differ, out.size() / 4);
+    for (size_t i = 0; i + 1 < r.output.size(); i += 2) differ += r.output[i] != expected[i + 1];
+    EXPECT_GT(differ, r.output.size() / 4);
   }
 }
 
 TEST_F(DeEsserTest, ParameterChangeResetsStateAndSilenceEndsInZeros) {
-  const int frames = 512 * 4;
-  const std::vector<float> in = Sibilant(frames, 8);
-  AEffect* fx = nullptr;
-  void* inst = DeEsserChain(0.2f, 6000, 0.5f, &fx);
-  const std::vector<float> first(in.begin(), in.begin() + 2048);
-  const std::vector<float> second(in.begin() + 2048, in.end());
-  std::vector<float> out = Push(inst, first, 512);
-  fx->dispatcher(fx, ONDREL_OP_SET_PARAM, 1, 0, nullptr, 9000.0f);
-  const std::vector<float> rest = Push(inst, second, 512);
-  ondrel_destroy_inst(inst);
-  std::vector<float> want = second;
-  RefDeEsser(0.2f, 9000, 0.5f, 44100.0f).Stream(want, 2);
-  EXPECT_EQ(rest, want);
+  const std::vector<float> in = ondrel_test::TestSignal(512 * 4, 2, 44100.0f);
+  const auto r = RunDeEsser(0.2f, 6000, 0.5f, in, [](int chunk, AEffect* fx) {
+    if (chunk == 2) ondrel_test::SetParam(fx, "Frequency", 9000.0f);
+  });
+  ASSERT_EQ(r.status, 0);
+  std::vector<float> want(in.begin() + 2048, in.end());
+  RefDeEsser(0.2f, 9000, 0.5f, 44100.0f).Stream(want);
+  ASSERT_EQ(r.output.size(), in.size());
+  EXPECT_EQ(std::vector<float>(r.output.begin() + 2048, r.output.end()), want);
 
   // After a loud burst the states end in exact zeros, never denormal at a
   // block boundary; a clear doesn't touch them.
@@ -210,16 +120,15 @@ TEST_F(DeEsserTest, ParameterChangeResetsStateAndSilenceEndsInZeros) {
   d.SetParam(0, 0.2f);
   d.SetParam(2, 0.9f);
   ASSERT_EQ(d.UpdateParams(), 0);
-  std::vector<float> l(512), r(512);
-  std::vector<float*> bufs = {l.data(), r.data()};
+  std::vector<float> l(512), r2(512);
   bool subnormal = false;
   for (int b = 0; b < 40; ++b) {
-    for (int i = 0; i < 512; ++i) {
-      l[static_cast<size_t>(i)] = b == 0 ? 3.0f * in[static_cast<size_t>(2 * i)] : 0.0f;
-      r[static_cast<size_t>(i)] = b == 0 ? 3.0f * in[static_cast<size_t>(2 * i + 1)] : 0.0f;
+    for (size_t i = 0; i < 512; ++i) {
+      l[i] = b == 0 ? 3.0f * in[2 * i] : 0.0f;
+      r2[i] = b == 0 ? 3.0f * in[2 * i + 1] : 0.0f;
     }
     int32_t n = 512;
-    ASSERT_EQ(d.ProcessBlock(bufs, &n), 0);
+    ASSERT_EQ(d.ProcessBlock({l.data(), r2.data()}, &n), 0);
     for (float s : {d.low, d.midState, d.envelope})
       subnormal = subnormal || std::fpclassify(s) == FP_SUBNORMAL;
     if (b == 0) {

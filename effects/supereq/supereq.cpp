@@ -1,0 +1,134 @@
+#include "effects/supereq/supereq.h"
+
+#include <cmath>
+#include <cstdio>
+#include <new>
+#include <vector>
+
+namespace ONDREL2 {
+namespace SUPEREQ {
+namespace {
+
+constexpr int32_t kBands = 10;
+constexpr int32_t kFirstGain = 4;
+constexpr int32_t kMaxGainCount = 1024;
+
+const ParamDesc kParams[] = {
+    {"gain_len", false, 1.0f, 1024.0f, 1024.0f, 1.0f, 10.0f, &FormatThreeDigits, 2, 0, nullptr,
+     nullptr, false},
+    {"start_f", false, 1.0f, 22050.0f, 22050.0f, 1.0f, 38.8909988f, &FormatThreeDigits, 2, 0,
+     nullptr, nullptr, false},
+    {"octave", false, 0.1f, 10.0f, 10.0f, 1.0f, 1.0f, &FormatThreeDigits, 2, 0, nullptr, nullptr,
+     false},
+    {"window_bits", false, 1.0f, 15.999999f, 15.999999f, 1.0f, 12.0f, &FormatThreeDigits, 2, 0,
+     nullptr, nullptr, false},
+    {""},
+};
+
+// Truncates toward zero and keeps the result within lo..hi; NaN gives lo.
+int32_t TruncateWithin(float value, int32_t lo, int32_t hi) {
+  if (!(value >= static_cast<float>(lo))) return lo;
+  if (value >= static_cast<float>(hi)) return hi;
+  return static_cast<int32_t>(value);
+}
+
+}  // namespace
+
+SuperEQEffect::SuperEQEffect() {
+  char text[64];
+  std::snprintf(text, sizeof(text), "%d段均衡II", kBands);
+  SetEffectName("zh", text);
+  std::snprintf(text, sizeof(text), "%dバンド・イコライザーII", kBands);
+  SetEffectName("ja", text);
+  std::snprintf(text, sizeof(text), "%d Bands EQ II", kBands);
+  SetEffectName("en", text);
+  SetParamTable(kParams);
+
+  // Band names climb from 16 Hz in steps of (22050 / 16)^(1 / 10).
+  ParamDesc bands[kBands + 1];
+  const double ratio = std::pow(1378.125, 0.1);
+  double f = 16.0;
+  for (int32_t b = 0; b < kBands; ++b) {
+    bands[b] = {"", false, -18.0f, 18.0f, 0.0f, 0.5f, 0.0f, &FormatDecibels, 0, 0, &dB2scale,
+                &scale2dB, false};
+    std::snprintf(bands[b].name, sizeof(bands[b].name), "%d Hz",
+                  static_cast<int>(f * 10.0 + 5.0) / 10);
+    f *= ratio;
+  }
+  bands[kBands] = {""};
+  SetParamTable(bands);
+  effectType = EFFECT_SUPEREQ;
+}
+
+SuperEQEffect::~SuperEQEffect() { FreeEngine(); }
+
+AudioEffect* SuperEQEffect::CreateInstance() { return new (std::nothrow) SuperEQEffect(); }
+
+void SuperEQEffect::FreeEngine() { engine.reset(); }
+
+int32_t SuperEQEffect::GetBlockSize() {
+  if (sizingBuffers) return SuperEqEngine::LargestBlock();
+  return engine ? engine->filterLength : 512;
+}
+
+int32_t SuperEQEffect::GetLatency() { return engine ? engine->GetLatency() : 0; }
+
+int32_t SuperEQEffect::SetupBuffers() {
+  sizingBuffers = true;
+  const int32_t rc = IOndrel2::SetupBuffers();
+  sizingBuffers = false;
+  return rc;
+}
+
+int32_t SuperEQEffect::UpdateParams() {
+  const int32_t count = TruncateWithin(GetScriptedParamByName("gain_len"), 1, kMaxGainCount);
+  if (!engine) {
+    engine.reset(new (std::nothrow) SuperEqEngine());
+    if (!engine) return 2001;
+  }
+  engine->SetFormat(static_cast<int>(GetSampleRate()), GetChannels());
+  const float start = GetScriptedParamByName("start_f");
+  const float octave = GetScriptedParamByName("octave");
+  engine->SetBands(start, octave);
+
+  std::vector<float> gains;
+  try {
+    gains.assign(static_cast<size_t>(count), 0.0f);
+    // Bands beyond the gain parameters stay flat.
+    for (int32_t i = 0; i < count && kFirstGain + i < handle.numParams; ++i)
+      gains[static_cast<size_t>(i)] = GetScriptedParam(kFirstGain + i);
+    engine->SetGains(gains.data(), count);
+  } catch (const std::bad_alloc&) {
+    return 2001;
+  }
+
+  engine->SetWindowBits(TruncateWithin(GetScriptedParamByName("window_bits"), 2, 15));
+  engine->pending = 1;
+  return 0;
+}
+
+int32_t SuperEQEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
+  if (!engine) return 0;
+  SuperEqEngine& e = *engine;
+  if (e.rebuild != 0 && e.pending != 0) {
+    // A block cut for the previous design (window_bits changed within one
+    // adapter call) goes through the previous design; the new one starts
+    // with the next block of its own size.
+    if (*frames == e.filterLength) {
+      e.rebuild = 0;
+      if (int32_t rc = e.Rebuild()) {
+        // Stay marked, so that every block reports the fault until the
+        // settings are repaired.
+        e.rebuild = 1;
+        return rc;
+      }
+      e.pending = 0;
+    }
+  } else {
+    e.pending = 0;
+  }
+  return e.Process(bufs, frames);
+}
+
+}  // namespace SUPEREQ
+}  // namespace ONDREL2

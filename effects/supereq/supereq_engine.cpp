@@ -1,0 +1,271 @@
+#include "effects/supereq/supereq_engine.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+
+namespace ONDREL2 {
+namespace SUPEREQ {
+namespace {
+
+constexpr double kTwoPi = 6.283185307179586;
+constexpr double kPi = 3.141592653589793;
+// Stopband attenuation of the window in dB.
+constexpr float kAttenuation = 96.0f;
+// Cutoffs closer than this count as the same design.
+constexpr float kCutoffTolerance = 1e-9f;
+// Start frequency and octave count as changed beyond this.
+constexpr float kSettingTolerance = 1e-5f;
+constexpr int kFactorials = 16;
+
+int BetaKey(float beta) { return static_cast<int>(beta * 10.0f + 0.5f); }
+
+// Rounds a gain to tenths of a dB for the change test.
+int GainKey(float db) { return static_cast<int>(static_cast<double>(db * 10.0f) + 0.5); }
+
+}  // namespace
+
+// ---- IdealLowpass ----------------------------------------------------------
+
+int IdealLowpass::Design(float newCutoff, int newLength) {
+  if (!(newCutoff > 0.0f) || !std::isfinite(newCutoff)) return 2000;
+  if (newLength <= 0 || newLength % 2 == 0) return 2000;
+  if (std::fabs(newCutoff - cutoff) > kCutoffTolerance) {
+    cutoff = newCutoff;
+    dirty = 1;
+  }
+  if (newLength != length) {
+    try {
+      taps.assign(static_cast<size_t>(newLength), 0.0f);
+    } catch (const std::bad_alloc&) {
+      length = 0;
+      return 2001;
+    }
+    length = newLength;
+    dirty = 1;
+  }
+  if (dirty == 0) return 0;
+  const int m = (length - 1) / 2;
+  for (int i = 0; i < length; ++i) {
+    if (i == m) {
+      taps[static_cast<size_t>(i)] = 2.0f * cutoff;
+      continue;
+    }
+    const double n = static_cast<double>(i - m);
+    taps[static_cast<size_t>(i)] =
+        static_cast<float>(std::sin(n * kTwoPi * static_cast<double>(cutoff)) / (n * kPi));
+  }
+  dirty = 0;
+  return 0;
+}
+
+// ---- KaiserWindow ----------------------------------------------------------
+
+double KaiserWindow::BesselI0(double x) const {
+  const double half = x / 2.0;
+  double sum = 1.0;
+  double power = 1.0;
+  for (int j = 1; j < kFactorials; ++j) {
+    power *= half;
+    const double term = power / static_cast<double>(factorials[static_cast<size_t>(j)]);
+    sum += term * term;
+  }
+  return sum;
+}
+
+int KaiserWindow::Design(int newLength, float attenuation) {
+  float newBeta = 0.0f;
+  if (attenuation <= 21.0f) {
+    newBeta = 0.0f;
+  } else if (attenuation <= 50.0f) {
+    newBeta = 0.5842f * std::pow(attenuation - 21.0f, 0.4f) + 0.07886f * (attenuation - 21.0f);
+  } else {
+    newBeta = 0.1102f * (attenuation - 8.7f);
+  }
+  if (BetaKey(newBeta) != BetaKey(beta)) dirty = 1;
+  beta = newBeta;
+  try {
+    if (factorials.size() != kFactorials) {
+      factorials.resize(kFactorials);
+      factorials[0] = 1.0f;
+      for (int j = 1; j < kFactorials; ++j)
+        factorials[static_cast<size_t>(j)] = factorials[static_cast<size_t>(j - 1)] * static_cast<float>(j);
+      dirty = 1;
+    }
+    if (newLength != length) {
+      values.assign(static_cast<size_t>(std::max(newLength, 0)), 0.0f);
+      length = newLength;
+      dirty = 1;
+    }
+  } catch (const std::bad_alloc&) {
+    length = 0;
+    factorials.clear();
+    return 2001;
+  }
+  if (dirty == 0) return 0;
+  const double b = static_cast<double>(beta);
+  const double norm = BesselI0(b);
+  const double span = static_cast<double>(length - 1) * static_cast<double>(length - 1);
+  for (int i = 0; i < length; ++i) {
+    if (length == 1) {
+      values[0] = 1.0f;
+      break;
+    }
+    const double m = static_cast<double>(i - length / 2);
+    const double r = std::max(0.0, 1.0 - 4.0 * m * m / span);
+    values[static_cast<size_t>(i)] = static_cast<float>(BesselI0(b * std::sqrt(r)) / norm);
+  }
+  dirty = 0;
+  return 0;
+}
+
+// ---- SuperEqEngine ---------------------------------------------------------
+
+void SuperEqEngine::SetFormat(int rate, int channelCount) {
+  if (rate != sampleRate) rebuild = 1;
+  sampleRate = rate;
+  if (channelCount != channels) rebuild = 1;
+  channels = channelCount;
+}
+
+void SuperEqEngine::SetBands(float start, float octaves) {
+  if (start != startFrequency || octaves != octave) rebuild = 1;
+  startFrequency = start;
+  octave = octaves;
+}
+
+void SuperEqEngine::SetGains(const float* db, int count) {
+  if (count != gainCount) {
+    gainsDb.assign(static_cast<size_t>(count), 0.0f);
+    gainsLinear.assign(static_cast<size_t>(count), 1.0f);
+    gainCount = count;
+    rebuild = 1;
+    gainsChanged = 1;
+  } else {
+    for (int i = 0; i < count; ++i) {
+      if (GainKey(gainsDb[static_cast<size_t>(i)]) != GainKey(db[i])) {
+        rebuild = 1;
+        gainsChanged = 1;
+        break;
+      }
+    }
+  }
+  std::copy(db, db + count, gainsDb.begin());
+}
+
+void SuperEqEngine::SetWindowBits(int bits) {
+  bits = std::min(std::max(bits, 2), 15);
+  if (bits != windowBits) rebuild = 1;
+  windowBits = bits;
+  filterLength = (1 << (windowBits - 1)) - 1;
+}
+
+int SuperEqEngine::Rebuild() {
+  const bool startChanged = std::fabs(startFrequency - built.startFrequency) > kSettingTolerance;
+  const bool octaveChanged = std::fabs(octave - built.octave) > kSettingTolerance;
+  const bool windowChanged = windowBits != built.windowBits;
+  const bool rateChanged = sampleRate != built.sampleRate;
+  const bool channelsChanged = channels != built.channels;
+  // A new gain count needs new corners and low passes even when start and
+  // octave stayed, or the composition would read past the gains.
+  const bool bandsChanged = gainCount != bandCount;
+  try {
+    if (gainsChanged != 0) {
+      for (int i = 0; i < gainCount; ++i)
+        gainsLinear[static_cast<size_t>(i)] = static_cast<float>(
+            std::pow(10.0, static_cast<double>(gainsDb[static_cast<size_t>(i)]) / 20.0));
+    }
+
+    if (startChanged || octaveChanged || bandsChanged) {
+      if (bandsChanged) {
+        edges.assign(static_cast<size_t>(gainCount), 0.0f);
+        lowpasses.clear();
+        lowpasses.resize(static_cast<size_t>(std::max(gainCount - 1, 0)));
+        bandCount = gainCount;
+      }
+      const double step = std::pow(2.0, static_cast<double>(octave));
+      for (int i = 0; i < bandCount; ++i) {
+        edges[static_cast<size_t>(i)] =
+            i == 0 ? startFrequency
+                   : static_cast<float>(step * static_cast<double>(edges[static_cast<size_t>(i - 1)]));
+      }
+    }
+
+    if (windowChanged) {
+      if (int rc = window.Design(filterLength, kAttenuation)) return rc;
+    }
+
+    if (startChanged || octaveChanged || windowChanged || rateChanged || bandsChanged) {
+      for (int i = 0; i + 1 < bandCount; ++i) {
+        const float cutoff = edges[static_cast<size_t>(i)] / static_cast<float>(sampleRate);
+        if (int rc = lowpasses[static_cast<size_t>(i)].Design(cutoff, filterLength)) return rc;
+      }
+    }
+
+    // Compose: band 0 is the lowest low pass, each middle band the
+    // difference of two neighbours, the top band what remains of the delta.
+    response.assign(static_cast<size_t>(filterLength), 0.0f);
+    const int half = filterLength / 2;
+    for (int k = 0; k < filterLength; ++k) {
+      float sum = 0.0f;
+      float last = 0.0f;
+      for (int i = 0; i + 1 < bandCount; ++i) {
+        const float value = lowpasses[static_cast<size_t>(i)].taps[static_cast<size_t>(k)];
+        sum += (value - last) * gainsLinear[static_cast<size_t>(i)];
+        last = value;
+      }
+      const float delta = k == half ? 1.0f : 0.0f;
+      if (bandCount > 0) sum += (delta - last) * gainsLinear[static_cast<size_t>(bandCount - 1)];
+      response[static_cast<size_t>(k)] = sum * window.values[static_cast<size_t>(k)];
+    }
+
+    const int pad = (1 << windowBits) - filterLength;
+    if (channelsChanged) {
+      convolvers.clear();
+      for (int c = 0; c < channels; ++c) {
+        convolvers.push_back(std::make_unique<OndrelFastConvolution>());
+        if (int rc = convolvers.back()->Init(filterLength, pad)) return rc;
+      }
+      convolverBlock = filterLength;
+    } else if (convolverBlock != filterLength) {
+      // A new window keeps the convolvers but must give them the new block
+      // and transform size: they read exactly one block per call.
+      for (auto& convolver : convolvers) {
+        if (int rc = convolver->Init(filterLength, pad)) return rc;
+      }
+      convolverBlock = filterLength;
+    }
+
+    for (auto& convolver : convolvers) {
+      if (int rc = convolver->SetImpulseResponse(response.data(), filterLength)) return rc;
+    }
+  } catch (const std::bad_alloc&) {
+    return 2001;
+  }
+
+  gainsChanged = 0;
+  built = {sampleRate, channels, startFrequency, octave, windowBits, filterLength};
+  return 0;
+}
+
+int SuperEqEngine::Process(const std::vector<float*>& bufs, int32_t* frames) {
+  const int32_t offered = *frames;
+  // A block cut for another design is left as it is.
+  if (offered != convolverBlock) return 0;
+  const size_t count = std::min(bufs.size(), convolvers.size());
+  int32_t valid = offered;
+  for (size_t c = 0; c < count; ++c) {
+    int n = offered;
+    if (int rc = convolvers[c]->Process(bufs[c], &n)) return rc;
+    valid = n;
+  }
+  *frames = valid;
+  return 0;
+}
+
+int SuperEqEngine::GetLatency() const {
+  return convolvers.empty() ? 0 : convolvers[0]->GetLatency();
+}
+
+}  // namespace SUPEREQ
+}  // namespace ONDREL2

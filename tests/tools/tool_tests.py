@@ -1,0 +1,521 @@
+#!/usr/bin/env python3
+"""End-to-end tests of the ondrel command-line tool.
+
+Each case runs the built tool on files made here and checks what it wrote
+against references computed in plain Python: float32 arithmetic is emulated
+exactly (a product or quotient of two floats computed in double and rounded
+once to float is the correctly rounded float result), the int16 queue
+conversions are modelled from their definition, the parameter stream is read
+back by flatc through a schema of the stream format kept with these tests,
+and the resource scramble is recomputed from its key generator.
+
+Usage: tool_tests.py --tool PATH --work DIR --source REPO [--flatc PATH] CASE
+"""
+import argparse
+import array
+import importlib.util
+import json
+import math
+import os
+import random
+import shutil
+import struct
+import subprocess
+import sys
+
+ARGS = None
+
+
+# ---- helpers ---------------------------------------------------------------
+
+def f32(x):
+    """Rounds a Python float to the nearest float32."""
+    return struct.unpack("<f", struct.pack("<f", x))[0]
+
+
+def run(*args, expect=0, stdin=None):
+    """Runs the tool; checks the exit code; returns (stdout, stderr)."""
+    cmd = [ARGS.tool] + [str(a) for a in args]
+    env = dict(os.environ, LANG="C", LC_ALL="C")
+    proc = subprocess.run(cmd, capture_output=True, cwd=ARGS.work, env=env, input=stdin, timeout=60)
+    out = proc.stdout.decode("utf-8")
+    err = proc.stderr.decode("utf-8")
+    if proc.returncode != expect:
+        fail("%s: exit %d, expected %d\nstdout: %s\nstderr: %s" % (" ".join(cmd), proc.returncode, expect, out, err))
+    for bad in ("terminate called", "Traceback", "Aborted", "Segmentation"):
+        if bad in err:
+            fail("%s: crashed: %s" % (" ".join(cmd), err))
+    return out, err
+
+
+def fail(message):
+    raise AssertionError(message)
+
+
+def check(condition, message):
+    if not condition:
+        fail(message)
+
+
+def path(name):
+    return os.path.join(ARGS.work, name)
+
+
+def write_wav(name, rate, channels, samples, kind):
+    """Writes interleaved samples; kind is 'f32', 's16' or 's24' (ints for
+    the integer kinds)."""
+    if kind == "f32":
+        data = array.array("f", samples).tobytes()
+        tag, bits = 3, 32
+    elif kind == "s16":
+        data = array.array("h", samples).tobytes()
+        tag, bits = 1, 16
+    else:
+        data = b"".join(struct.pack("<i", s)[:3] for s in samples)
+        tag, bits = 1, 24
+    block = channels * bits // 8
+    fmt = struct.pack("<HHIIHH", tag, channels, rate, rate * block, block, bits)
+    body = b"WAVE" + b"fmt " + struct.pack("<I", len(fmt)) + fmt + b"data" + struct.pack("<I", len(data)) + data
+    with open(path(name), "wb") as f:
+        f.write(b"RIFF" + struct.pack("<I", len(body)) + body)
+
+
+def read_wav(name):
+    """Returns (rate, channels, kind, samples) of a PCM or float WAV."""
+    with open(path(name), "rb") as f:
+        raw = f.read()
+    check(raw[:4] == b"RIFF" and raw[8:12] == b"WAVE", name + " is not a WAV file")
+    pos, fmt, data = 12, None, None
+    while pos + 8 <= len(raw):
+        cid, size = raw[pos:pos + 4], struct.unpack("<I", raw[pos + 4:pos + 8])[0]
+        chunk = raw[pos + 8:pos + 8 + size]
+        if cid == b"fmt ":
+            fmt = chunk
+        elif cid == b"data":
+            data = chunk
+        pos += 8 + size + (size & 1)
+    tag, channels, rate, _, _, bits = struct.unpack("<HHIIHH", fmt[:16])
+    if tag == 0xFFFE:
+        tag = struct.unpack("<H", fmt[24:26])[0]
+    if tag == 3 and bits == 32:
+        return rate, channels, "f32", list(array.array("f", data))
+    if tag == 1 and bits == 16:
+        return rate, channels, "s16", list(array.array("h", data))
+    if tag == 1 and bits == 24:
+        return rate, channels, "s24", [struct.unpack("<i", data[i:i + 3] + (b"\xff" if data[i + 2] & 0x80 else b"\0"))[0]
+                                        for i in range(0, len(data), 3)]
+    fail("%s: unexpected WAV format tag %d, %d bits" % (name, tag, bits))
+
+
+def png_size(name):
+    with open(path(name), "rb") as f:
+        head = f.read(24)
+    check(head[:8] == b"\x89PNG\r\n\x1a\n" and head[12:16] == b"IHDR", name + " is not a PNG file")
+    return struct.unpack(">II", head[16:24])
+
+
+def amplifier_gain(db):
+    """The amplifier's factor: dB / 20 in float, the power in double, stored
+    as float."""
+    return f32(10.0 ** f32(f32(db) / f32(20.0)))
+
+
+def noise(count, amplitude, seed):
+    rng = random.Random(seed)
+    return [f32(rng.uniform(-amplitude, amplitude)) for _ in range(count)]
+
+
+def first_difference(got, want, what):
+    check(len(got) == len(want), "%s: %d samples, expected %d" % (what, len(got), len(want)))
+    for i, (a, b) in enumerate(zip(got, want)):
+        if a != b:
+            fail("%s: first difference at sample %d: %r, expected %r" % (what, i, a, b))
+
+
+def leftovers():
+    return [n for n in os.listdir(ARGS.work) if ".part" in n]
+
+
+# ---- cases ---------------------------------------------------------------
+
+def case_effects_and_params():
+    out, _ = run("effects", "--locale", "en-US")
+    rows = [line.split() for line in out.splitlines()[1:41]]
+    names = [r[1] for r in rows]
+    expected = ("through studio-ir chaos amplifier rotator limiter sampler eq30 exciter resampler "
+                "stereo-enhancer delay eq10 fidelity dfx-hyperbass dfx-3dsurround dfx-headphone ambience "
+                "dynamicboost reverb vocal hyperbass mbc supereq headphone panner mono2dual pitch lowpass "
+                "highpass bandpass notch lowshelf highshelf peak allpass deesser vbass growl two2six").split()
+    check(names == expected, "short names differ: %s" % names)
+    check([int(r[0]) for r in rows] == list(range(1, 41)), "type values are not 1..40")
+    amp = rows[3]
+    check(amp[2:] == ["Amplifier", "1", "yes"], "amplifier row: %s" % amp)
+    check(rows[0][2:] == ["-", "0", "yes"], "through row: %s" % rows[0])
+    check(out.splitlines()[-1].endswith("of 40 effect types are built into this libondrel."), out)
+
+    out, _ = run("effects", "--locale", "zh-TW")
+    check("音量調節器" in out.splitlines()[4], "zh-TW amplifier name missing:\n" + out)
+
+    table = json.loads(run("params", "amplifier", "--json", "--locale", "en")[0])
+    check(table["type"] == 4 and table["name"] == "amplifier" and table["display_name"] == "Amplifier", table)
+    gain = table["params"][0]
+    check(len(table["params"]) == 1, table)
+    check((gain["name"], gain["min"], gain["default"], gain["max"]) == ("Gain", -96.0, 0.0, 18.0), gain)
+    check(gain["display"] == "+0.0 dB" and not gain["binary"] and not gain["rebuild"], gain)
+    check(json.loads(run("params", "4", "--json", "--locale", "en")[0]) == table, "params 4 differs from params amplifier")
+
+    out, _ = run("params", "amplifier", "--locale", "ja")
+    check("アンプ" in out and "ゲイン" in out, "Japanese names missing:\n" + out)
+    out, _ = run("params", "through")
+    check("0 parameters" in out, out)
+
+
+def process_amplifiers(channels, frames):
+    """A preset of two amplifiers plus one inline: checked sample for sample
+    in float32."""
+    rate = 44100
+    x = noise(frames * channels, 0.9, 100 + channels)
+    write_wav("in.wav", rate, channels, x, "f32")
+    with open(path("preset.json"), "w") as f:
+        json.dump({"text": "two amps", "effects": [{"type": "amplifier", "params": {"Gain": -6.0}},
+                                                    {"type": 4, "params": {"Gain": 2.5}}]}, f)
+    out, _ = run("process", "in.wav", "out.wav", "--preset", "preset.json",
+                 "--effect", "amplifier Gain=-1.25", "--format", "f32")
+    g1, g2, g3 = amplifier_gain(-6.0), amplifier_gain(2.5), amplifier_gain(-1.25)
+    want = [f32(f32(f32(v * g1) * g2) * g3) for v in x]
+    r, c, kind, got = read_wav("out.wav")
+    check((r, c, kind) == (rate, channels, "f32"), "output format %s" % ((r, c, kind),))
+    first_difference(got, want, "%d-channel amplifier chain" % channels)
+    check("amplifier > amplifier > amplifier" in out, out)
+    check("frames %d -> %d" % (frames, frames) in out, out)
+    peak_in = max(abs(v) for v in x)
+    check("peak %.1f dBFS" % (20 * math.log10(peak_in)) in out, out)
+
+
+def case_process_float():
+    # 20000 frames: not a multiple of the block size, and more than one read
+    # chunk of the tool; the tail comes out through the flush.
+    process_amplifiers(2, 20000)
+    process_amplifiers(1, 777)
+    process_amplifiers(3, 1500)
+    check(not leftovers(), "temporary files left: %s" % leftovers())
+
+
+def case_process_s16():
+    rate, channels, frames = 48000, 2, 9000
+    rng = random.Random(7)
+    x = [rng.randint(-32768, 32767) for _ in range(frames * channels)]
+    x[:4] = [-32768, 32767, 0, 1]
+    write_wav("in16.wav", rate, channels, x, "s16")
+    # +6 dB drives full-scale samples past 1.0: the queue wraps them rather
+    # than clipping.
+    run("process", "in16.wav", "out16.wav", "--effect", "amplifier Gain=6", "--format", "s16", "--quiet")
+    g = amplifier_gain(6.0)
+
+    def model(v):
+        y = f32(f32(v * f32(2.0 ** -15)) * g)
+        z = f32(y * 32767.0)
+        r = math.trunc(z + 0.5) if z > 0 else math.trunc(z - 0.5)
+        r &= 0xFFFF
+        return r - 0x10000 if r >= 0x8000 else r
+
+    r, c, kind, got = read_wav("out16.wav")
+    check((r, c, kind) == (rate, channels, "s16"), "output format %s" % ((r, c, kind),))
+    first_difference(got, [model(v) for v in x], "int16 path")
+
+
+def case_process_passthrough():
+    # No effect: the host's own buffer is the output.
+    x = noise(4000, 0.5, 3)
+    write_wav("f.wav", 22050, 2, x, "f32")
+    out, _ = run("process", "f.wav", "same.wav", "--format", "same")
+    r, c, kind, got = read_wav("same.wav")
+    check((r, c, kind) == (22050, 2, "f32"), "float input keeps its format: %s" % ((r, c, kind),))
+    first_difference(got, x, "empty chain")
+    check("(empty chain)" in out, out)
+    # "same" keeps a 24-bit input 24-bit, through the float path.
+    rng = random.Random(5)
+    x24 = [rng.randint(-(1 << 22), 1 << 22) for _ in range(2000)]
+    write_wav("i24.wav", 44100, 1, x24, "s24")
+    run("process", "i24.wav", "o24.wav", "-e", "amplifier Gain=0", "--quiet")
+    r, c, kind, got = read_wav("o24.wav")
+    check((r, c, kind) == (44100, 1, "s24"), "24-bit input keeps its format: %s" % ((r, c, kind),))
+    worst = max(abs(a - b) for a, b in zip(got, x24))
+    check(len(got) == len(x24) and worst <= 1, "24-bit round trip off by %d" % worst)
+
+
+SCHEMA = """
+namespace StreamCheck;
+table ParamRecord { name:string (id: 0); value:[ubyte] (id: 1); script:string (id: 2); }
+table EffectRecord { type:int = 0 (id: 0); params:[ParamRecord] (id: 1); }
+table ParamStream { version:int = 2 (id: 0); effects:[EffectRecord] (id: 1); text:string (id: 2);
+                    time:long = 0 (id: 3); }
+root_type ParamStream;
+"""
+
+
+def flatc_json(binary):
+    """The stream as JSON, read by flatc through the schema above."""
+    with open(path("stream.fbs"), "w") as f:
+        f.write(SCHEMA)
+    outdir = path("flatc")
+    os.makedirs(outdir, exist_ok=True)
+    subprocess.run([ARGS.flatc, "--json", "--strict-json", "--defaults-json", "--raw-binary", "-o", outdir,
+                    path("stream.fbs"), "--", path(binary)], check=True, capture_output=True)
+    with open(os.path.join(outdir, os.path.splitext(binary)[0] + ".json"), encoding="utf-8") as f:
+        return json.load(f)
+
+
+def case_preset_round_trip():
+    preset = {"text": "Hall — 大厅",
+              "effects": [{"type": "amplifier", "params": {"Gain": -7.5}, "scripts": {"Gain": "in*0.5"}},
+                          {"type": "through"},
+                          {"type": 4, "params": {"Gain": 0.1}}]}
+    with open(path("p.json"), "w", encoding="utf-8") as f:
+        json.dump(preset, f, ensure_ascii=False)
+    run("preset", "encode", "p.json", "p.bin")
+    decoded = json.loads(run("preset", "decode", "p.bin")[0])
+    check(decoded["text"] == preset["text"], "text: %r" % decoded["text"])
+    check([e["type"] for e in decoded["effects"]] == ["amplifier", "through", "amplifier"], decoded)
+    check(decoded["effects"][0]["params"] == {"Gain": -7.5}, decoded)
+    check(decoded["effects"][0]["scripts"] == {"Gain": "in*0.5"}, decoded)
+    check(f32(decoded["effects"][2]["params"]["Gain"]) == f32(0.1), decoded)
+    check("scripts" not in decoded["effects"][2], "an empty script must not be written")
+    # decode -> encode -> decode is stable.
+    run("preset", "decode", "p.bin", "p2.json")
+    run("preset", "encode", "p2.json", "p2.bin")
+    check(json.loads(run("preset", "decode", "p2.bin")[0]) == decoded, "second round trip differs")
+
+    if ARGS.flatc:
+        stream = flatc_json("p.bin")
+        check(stream["version"] == 2 and stream["text"] == preset["text"], stream)
+        check([e["type"] for e in stream["effects"]] == [4, 1, 4], stream)
+        p0 = stream["effects"][0]["params"][0]
+        check(p0["name"] == "Gain" and p0["script"] == "in*0.5", p0)
+        check(struct.unpack("<f", bytes(p0["value"]))[0] == -7.5, p0)
+        check(stream["effects"][1].get("params", []) == [], stream)
+        # A stream of a newer version cannot load: a processing failure with
+        # the library's status.
+        stream["version"] = 5
+        with open(path("v5.json"), "w", encoding="utf-8") as f:
+            json.dump(stream, f, ensure_ascii=False)
+        subprocess.run([ARGS.flatc, "--binary", "-o", ARGS.work, path("stream.fbs"), path("v5.json")],
+                       check=True, capture_output=True)
+        _, err = run("preset", "decode", "v5.bin", "v5-out.json", expect=1)
+        check("1000" in err and not os.path.exists(path("v5-out.json")), err)
+
+    # The binary preset drives process exactly as the JSON one does.
+    write_wav("in.wav", 44100, 2, noise(3000, 0.5, 11), "f32")
+    run("process", "in.wav", "a.wav", "-p", "p.json", "--quiet")
+    run("process", "in.wav", "b.wav", "-p", "p.bin", "--quiet")
+    check(read_wav("a.wav") == read_wav("b.wav"), "JSON and binary presets process differently")
+    _, _, _, got = read_wav("a.wav")
+    g1, g2 = amplifier_gain(-3.75), amplifier_gain(f32(0.1))  # the script halves the first Gain
+    x = read_wav("in.wav")[3]
+    first_difference(got, [f32(f32(v * g1) * g2) for v in x], "scripted preset")
+
+
+def case_error_exits():
+    write_wav("in.wav", 44100, 2, noise(200, 0.5, 1), "f32")
+    with open(path("garbage.wav"), "wb") as f:
+        f.write(b"this is not sound at all" * 10)
+    with open(path("badparam.json"), "w") as f:
+        json.dump({"effects": [{"type": "amplifier", "params": {"Gian": 1}}]}, f)
+    with open(path("badtype.json"), "w") as f:
+        json.dump({"effects": [{"type": "amplifire"}]}, f)
+    with open(path("badkey.json"), "w") as f:
+        json.dump({"effects": [{"type": "amplifier", "parameters": {}}]}, f)
+    with open(path("broken.json"), "w") as f:
+        f.write('{"effects": [')
+    with open(path("strval.json"), "w") as f:
+        json.dump({"effects": [{"type": "amplifier", "params": {"Gain": "loud"}}]}, f)
+    cases = [
+        (["process", "missing.wav", "o.wav"], 2, "cannot open 'missing.wav'"),
+        (["process", "garbage.wav", "o.wav"], 2, "cannot read 'garbage.wav' as sound"),
+        (["process", "in.wav", "o.wav", "-e", "amplifire Gain=1"], 2, "unknown effect 'amplifire'"),
+        (["process", "in.wav", "o.wav", "-e", "amplifier Gian=1"], 2, "has no parameter 'Gian'; its parameters are 'Gain'"),
+        (["process", "in.wav", "o.wav", "-e", "amplifier Gain=loud"], 2, "must be a number"),
+        (["process", "in.wav", "o.wav", "-e", "amplifier Gain"], 2, "is not of the form NAME=VALUE"),
+        (["process", "in.wav", "o.wav", "-e", "amplifier Gain='-6"], 2, "unterminated quote"),
+        (["process", "in.wav", "o.wav", "-e", "limiter Limit=-1 Release Tim=80"], 2, "no parameter 'Release Tim'"),
+        (["process", "in.wav", "o.wav", "-p", "badparam.json"], 2, "effects[0] (amplifier): effect 'amplifier' has no parameter 'Gian'"),
+        (["process", "in.wav", "o.wav", "-p", "badtype.json"], 2, "unknown effect 'amplifire'; valid effects are 'through'"),
+        (["process", "in.wav", "o.wav", "-p", "badkey.json"], 2, "unknown key 'parameters'"),
+        (["process", "in.wav", "o.wav", "-p", "broken.json"], 2, "not valid JSON"),
+        (["process", "in.wav", "o.wav", "-p", "strval.json"], 2, "must be a number in real units"),
+        (["process", "in.wav", "o.wav", "-p", "nothere.json"], 2, "cannot open 'nothere.json'"),
+        (["process", "in.wav", "o.mp9"], 2, "cannot tell the output format"),
+        (["process", "in.wav", "o.wav", "-r", "no/such/dir"], 2, "resource root 'no/such/dir' is not a directory"),
+        (["process", "in.wav", "o.wav", "--locale", "english"], 2, "locale 'english'"),
+        (["process", "in.wav", "o.wav", "-m", "GENRE"], 2, "not of the form NAME=VALUE"),
+        (["process", "in.wav", "o.wav", "--format", "s24"], 2, "s24"),
+        (["process", "in.wav"], 2, "OUT is required"),
+        (["params", "limitless"], 2, "unknown effect 'limitless'"),
+        (["preset", "encode", "badparam.json", "o.bin"], 2, "no parameter 'Gian'"),
+        (["preset", "decode", "garbage.wav", "o.json"], 2, "not a valid parameter stream"),
+        (["script", "in*2"], 2, "--in is required"),
+        (["scramble", "missing.bin", "o.bin"], 2, "cannot open 'missing.bin'"),
+        (["frobnicate"], 2, ""),
+    ]
+    for args, code, text in cases:
+        _, err = run(*args, expect=code)
+        check(text in err, "%s: message %r lacks %r" % (args, err, text))
+        for name in ("o.wav", "o.bin", "o.json"):
+            check(not os.path.exists(path(name)), "%s left %s behind" % (args, name))
+    check(not leftovers(), "temporary files left: %s" % leftovers())
+    # Names with spaces run up to their '='; quoted values; case-insensitive
+    # names as a fallback.
+    run("process", "in.wav", "ok.wav", "-e", "limiter Limit=-1 Release Time=80  auto level=0", "-e",
+        "amplifier Gain='-6'", "--quiet")
+    # A value outside the range is stored, with a warning.
+    _, err = run("process", "in.wav", "o.wav", "-e", "amplifier Gain=30", "--quiet")
+    check("warning:" in err and "outside its range -96 to 18" in err, err)
+    # Help works on every command.
+    for cmd in (["effects"], ["params"], ["process"], ["demo"], ["script"], ["response"], ["scramble"],
+                ["preset", "encode"], ["preset", "decode"]):
+        out, _ = run(*(cmd + ["--help"]))
+        check("Usage:" in out, "%s --help: %s" % (cmd, out))
+
+
+def case_response():
+    with open(path("amp.json"), "w") as f:
+        json.dump({"text": "Quieter", "effects": [{"type": "amplifier", "params": {"Gain": -6}}]}, f)
+    out, _ = run("response", "amp.json", "--out", "r.png", "--csv", "r.csv")
+    check(png_size("r.png") == (960, 540), "default size %s" % (png_size("r.png"),))
+    check("Quieter" in out, out)
+    want = 20 * math.log10(amplifier_gain(-6.0))
+    with open(path("r.csv")) as f:
+        lines = f.read().splitlines()
+    check(lines[0] == "frequency_hz,left_db,right_db", lines[0])
+    rows = [[float(v) for v in line.split(",")] for line in lines[1:]]
+    # Bins 0 .. N/2 of a power-of-two transform of at least half a second.
+    check(len(rows) >= 12001 and ((len(rows) - 1) & (len(rows) - 2)) == 0, "%d rows" % len(rows))
+    check(abs(rows[-1][0] - 24000.0) < 1e-6, "last bin at %g Hz" % rows[-1][0])
+    worst = max(abs(v - want) for row in rows for v in row[1:])
+    check(worst < 1e-3, "flat -6 dB response off by %g dB" % worst)
+    run("response", "amp.json", "--out", "m.png", "--rate", "44100", "--channels", "1", "--width", "640",
+        "--height", "400")
+    check(png_size("m.png") == (640, 400), "custom size %s" % (png_size("m.png"),))
+    run("response", "amp.json", "--out", "x.png", "--width", "10", expect=2)
+    check(not os.path.exists(path("x.png")), "a refused size wrote a picture")
+
+    # A low-pass biquad: the measured curve follows the closed-form magnitude
+    # of its cookbook design, which checks the frequency axis and the level.
+    fc, q, rate = 1000.0, 0.7071, 48000.0
+    with open(path("lp.json"), "w") as f:
+        json.dump({"effects": [{"type": "lowpass", "params": {"Frequency": fc, "Q": q}}]}, f)
+    run("response", "lp.json", "--out", "lp.png", "--csv", "lp.csv", "--channels", "1")
+    w0 = 2 * math.pi * fc / rate
+    c, alpha = math.cos(w0), math.sin(w0) / (2 * q)
+    b = [(1 - c) / 2, 1 - c, (1 - c) / 2]
+    a = [1 + alpha, -2 * c, 1 - alpha]
+
+    def magnitude_db(f):
+        z = complex(math.cos(2 * math.pi * f / rate), -math.sin(2 * math.pi * f / rate))
+        h = (b[0] + b[1] * z + b[2] * z * z) / (a[0] + a[1] * z + a[2] * z * z)
+        return 20 * math.log10(abs(h))
+
+    with open(path("lp.csv")) as f:
+        rows = [[float(v) for v in line.split(",")] for line in f.read().splitlines()[1:]]
+    worst, at = 0.0, 0.0
+    for freq, db in rows:
+        if 20.0 <= freq <= 8000.0 and abs(db - magnitude_db(freq)) > worst:
+            worst, at = abs(db - magnitude_db(freq)), freq
+    check(worst < 0.02, "low-pass response off by %.4f dB at %g Hz" % (worst, at))
+
+
+def case_script():
+    out, _ = run("script", "in*2", "--in", "3")
+    check(out.startswith("result: 6 ") and "errors: none" in out, out)
+    out, _ = run("script", "#x=in*2\nout+1", "--in", "3")
+    check(out.startswith("result: 7 ") and " x=6" in out, out)
+    out, _ = run("script", "in*(", "--in", "3", expect=1)
+    check(out.startswith("result: 3 ") and "errors: 1" in out and "LINE 1" in out, out)
+    # GENRE_ZKV 9 maps to genre class 1.
+    out, _ = run("script", "GENRE*10", "--in", "0", "-m", "GENRE_ZKV=9")
+    check(out.startswith("result: 10 "), out)
+    with open(path("bypass.txt"), "w") as f:
+        f.write("#GV_FXBYPASSED=gt(in,0)\nin\n")
+    out, _ = run("script", "@bypass.txt", "--in", "5")
+    check("left the chain" in out, out)
+    out, _ = run("script", "@bypass.txt", "--in", "-5")
+    check("left the chain" not in out and out.startswith("result: -5 "), out)
+
+
+def scramble_reference(data):
+    keygen_spec = importlib.util.spec_from_file_location("keygen", os.path.join(ARGS.source, "scripts", "gen_scramble_key.py"))
+    keygen = importlib.util.module_from_spec(keygen_spec)
+    keygen_spec.loader.exec_module(keygen)
+    key = keygen.key_table()
+    out = bytearray(data)
+    for i in range(len(out)):
+        p = i % 0x80000  # the index restarts in every block
+        m = p if p <= 32767 else p % 32767
+        out[i] ^= key[(m * m + 61357) % 256]
+    return bytes(out)
+
+
+def case_scramble():
+    rng = random.Random(9)
+    data = bytes(rng.getrandbits(8) for _ in range(0x80000 + 4097))
+    with open(path("clear.bin"), "wb") as f:
+        f.write(data)
+    run("scramble", "clear.bin", "scrambled.bin")
+    with open(path("scrambled.bin"), "rb") as f:
+        scrambled = f.read()
+    want = scramble_reference(data)
+    if scrambled != want:
+        first = next(i for i in range(len(want)) if i >= len(scrambled) or scrambled[i] != want[i])
+        fail("scramble differs from the reference at byte %d" % first)
+    run("scramble", "scrambled.bin", "back.bin")
+    with open(path("back.bin"), "rb") as f:
+        check(f.read() == data, "scrambling twice does not give the input back")
+    open(path("empty.bin"), "wb").close()
+    run("scramble", "empty.bin", "empty.out")
+    check(os.path.getsize(path("empty.out")) == 0, "empty input gave a non-empty output")
+    run("scramble", "clear.bin", "clear.bin", expect=2)
+    with open(path("clear.bin"), "rb") as f:
+        check(f.read() == data, "scrambling onto the input damaged it")
+
+
+def case_demo():
+    out, _ = run("demo", "--out", "demo-out")
+    for name in ("input.wav", "output.wav", "response.png"):
+        check(os.path.exists(path(os.path.join("demo-out", name))), name + " missing")
+    rate, channels, kind, x = read_wav("demo-out/input.wav")
+    check((rate, channels, kind, len(x)) == (44100, 2, "s16", 882000), "input %s" % ((rate, channels, kind, len(x)),))
+    check(abs(max(abs(v) for v in x) - 0.708 * 32767) < 40, "input peak %d" % max(abs(v) for v in x))
+    rate, channels, kind, y = read_wav("demo-out/output.wav")
+    check(rate == 44100 and kind == "s16" and len(y) >= channels * 441000, "output %s" % ((rate, channels, kind, len(y)),))
+    check(png_size("demo-out/response.png") == (960, 540), "response size")
+    check("frames 441000 ->" in out and "wrote demo-out/input.wav" in out, out)
+
+
+CASES = {name[5:]: fn for name, fn in globals().items() if name.startswith("case_")}
+
+
+def main():
+    global ARGS
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--tool", required=True)
+    parser.add_argument("--work", required=True)
+    parser.add_argument("--source", required=True)
+    parser.add_argument("--flatc", default="")
+    parser.add_argument("case", choices=sorted(CASES))
+    ARGS = parser.parse_args()
+    ARGS.tool = os.path.abspath(ARGS.tool)
+    if ARGS.flatc and not os.path.exists(ARGS.flatc):
+        ARGS.flatc = ""
+    shutil.rmtree(ARGS.work, ignore_errors=True)
+    os.makedirs(ARGS.work)
+    try:
+        CASES[ARGS.case]()
+    except AssertionError as e:
+        print("FAILED %s: %s" % (ARGS.case, e))
+        return 1
+    print("passed %s" % ARGS.case)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

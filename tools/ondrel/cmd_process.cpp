@@ -1,0 +1,164 @@
+// `ondrel process`: a sound file through a chain, the way a player runs it.
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+
+#include "audio.h"
+#include "commands.h"
+#include "preset.h"
+
+namespace ondrel_tool {
+
+namespace {
+
+// A progress bar on standard error, redrawn at most a few times a second.
+class Progress {
+ public:
+  Progress(bool enabled, int64_t total) : enabled_(enabled), total_(total) {}
+  ~Progress() { Done(); }
+  void Update(int64_t done) {
+    if (!enabled_) return;
+    auto now = std::chrono::steady_clock::now();
+    if (drawn_ && now - last_ < std::chrono::milliseconds(100)) return;
+    last_ = now;
+    drawn_ = true;
+    if (total_ > 0) {
+      const int width = 40;
+      double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(total_));
+      int filled = static_cast<int>(part * width);
+      std::fprintf(stderr, "\r[%s%s] %3d%%", std::string(static_cast<size_t>(filled), '#').c_str(),
+                   std::string(static_cast<size_t>(width - filled), '.').c_str(), static_cast<int>(part * 100));
+    } else {
+      std::fprintf(stderr, "\r%lld frames", static_cast<long long>(done));
+    }
+    std::fflush(stderr);
+  }
+  void Done() {
+    if (enabled_ && drawn_) std::fprintf(stderr, "\r%*s\r", 60, "");
+    drawn_ = false;
+    enabled_ = false;
+  }
+
+ private:
+  bool enabled_;
+  int64_t total_;
+  bool drawn_ = false;
+  std::chrono::steady_clock::time_point last_;
+};
+
+template <typename Sample>
+float Peak(const Sample* samples, size_t count, float scale) {
+  float peak = 0.0f;
+  for (size_t i = 0; i < count; ++i) peak = std::max(peak, std::fabs(static_cast<float>(samples[i]) * scale));
+  return peak;
+}
+
+struct Totals {
+  int64_t framesIn = 0;
+  int64_t framesOut = 0;
+  float peakIn = 0.0f;
+  float peakOut = 0.0f;
+};
+
+// Reads, processes and writes in chunks of the sample type `Sample`.
+template <typename Sample>
+void Stream(AudioReader& reader, Chain& chain, AudioWriter& writer, Progress& progress, float scale,
+            Totals* totals) {
+  const int64_t chunk = 8192;
+  const int inChannels = reader.channels();
+  const int outChannels = chain.OutChannels();
+  std::vector<Sample> in(static_cast<size_t>(chunk * inChannels));
+  std::vector<Sample> out;
+  for (;;) {
+    int64_t got = reader.Read(in.data(), chunk);
+    if (got <= 0) break;
+    totals->framesIn += got;
+    totals->peakIn = std::max(totals->peakIn, Peak(in.data(), static_cast<size_t>(got * inChannels), scale));
+    out.clear();
+    chain.Process(in.data(), got, &out);
+    int64_t frames = static_cast<int64_t>(out.size()) / outChannels;
+    totals->peakOut = std::max(totals->peakOut, Peak(out.data(), out.size(), scale));
+    writer.Write(out.data(), frames);
+    totals->framesOut += frames;
+    progress.Update(totals->framesIn);
+  }
+  out.clear();
+  chain.Flush(&out);
+  int64_t frames = static_cast<int64_t>(out.size()) / outChannels;
+  totals->peakOut = std::max(totals->peakOut, Peak(out.data(), out.size(), scale));
+  writer.Write(out.data(), frames);
+  totals->framesOut += frames;
+}
+
+}  // namespace
+
+int RunProcess(const CommonOptions& common, const ProcessOptions& options) {
+  LibrarySession session(common);
+  AudioReader reader(options.input);
+  const int container = ContainerForPath(options.output);
+
+  // Build the whole chain before any output exists.
+  EffectList effects;
+  std::string presetName;
+  if (!options.preset.empty()) {
+    LoadedPreset preset = LoadPresetFile(options.preset);
+    presetName = preset.text;
+    effects = std::move(preset.effects);
+  }
+  for (const std::string& text : options.effects) effects.Add(BuildInlineEffect(text));
+  ApplyModulators(options.modulators);
+
+  Chain chain(reader.channels(), static_cast<float>(reader.rate()));
+  chain.Install(effects);
+  const int outChannels = chain.OutChannels();
+  const float outRateF = chain.OutRate();
+  const int outRate = static_cast<int>(std::lround(outRateF));
+  if (outChannels < 1 || outRate < 1)
+    Failure(Format("the chain reports an output of %d channels at %g Hz", outChannels, static_cast<double>(outRateF)));
+  if (std::fabs(outRateF - static_cast<float>(outRate)) > 1e-3f)
+    Warn(Format("the chain's output rate %g Hz is written as %d Hz", static_cast<double>(outRateF), outRate));
+
+  int subtype = reader.format() & SF_FORMAT_SUBMASK;
+  if (options.format == "s16") subtype = SF_FORMAT_PCM_16;
+  if (options.format == "f32") subtype = SF_FORMAT_FLOAT;
+  int outFormat = FormatFor(container, subtype);
+  if (options.format != "same" && (outFormat & SF_FORMAT_SUBMASK) != subtype)
+    UsageError("the container of '" + options.output + "' cannot hold " +
+               (options.format == "s16" ? "16-bit" : "float") + " samples");
+
+  AudioWriter writer(options.output, outRate, outChannels, outFormat);
+  Progress progress(!options.quiet && StderrIsTerminal(), reader.frames());
+  Totals totals;
+  auto start = std::chrono::steady_clock::now();
+  if (options.format == "s16") {
+    Stream<int16_t>(reader, chain, writer, progress, 1.0f / 32768.0f, &totals);
+  } else {
+    Stream<float>(reader, chain, writer, progress, 1.0f, &totals);
+  }
+  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  writer.Commit();
+  progress.Done();
+
+  const int outSubtype = outFormat & SF_FORMAT_SUBMASK;
+  if (options.format != "s16" && totals.peakOut > 1.0f && outSubtype != SF_FORMAT_FLOAT &&
+      outSubtype != SF_FORMAT_DOUBLE)
+    Warn("the output peaks at " + PeakText(totals.peakOut) + ": samples above full scale were clipped in '" +
+         options.output + "' (write a float file with --format f32 to keep them)");
+  if (!options.quiet) {
+    double audioSeconds = static_cast<double>(totals.framesIn) / reader.rate();
+    std::string speed = "n/a";
+    if (audioSeconds > 0.0 && seconds > 0.0)
+      speed = Format("%.4f (%.0fx real time)", seconds / audioSeconds, audioSeconds / seconds);
+    std::printf("%s%s%s | in %s %d Hz %d ch | out %s %d Hz %d ch | frames %lld -> %lld | peak %s -> %s | "
+                "real-time factor %s\n",
+                presetName.empty() ? "" : ("\"" + presetName + "\": ").c_str(), chain.Describe().c_str(),
+                options.format == "s16" ? " [int16]" : "", FormatText(reader.format()).c_str(), reader.rate(),
+                reader.channels(), FormatText(outFormat).c_str(), outRate, outChannels,
+                static_cast<long long>(totals.framesIn), static_cast<long long>(totals.framesOut),
+                PeakText(totals.peakIn).c_str(), PeakText(totals.peakOut).c_str(), speed.c_str());
+  }
+  return kExitOk;
+}
+
+}  // namespace ondrel_tool
