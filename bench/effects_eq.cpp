@@ -48,41 +48,40 @@ void RunEffect(benchmark::State& state, ONDREL2::ONDREL_EFFECT_TYPE type, Settin
     ONDREL2::ondrel_processf_input(inst, in.data(), kSamples, &available);
     int written = 0;
     while (available > 0) {
-      const int n = available < static_cast<int>(out.size()) ? available : static_cast<int>(out.size());
+      const int n =
+          available < static_cast<int>(out.size()) ? available : static_cast<int>(out.size());
       ONDREL2::ondrel_processf_output(inst, out.data(), n, &written);
       available -= written;
       if (written == 0) break;
     }
     benchmark::DoNotOptimize(out.data());
   }
-  state.counters["rtf"] = benchmark::Counter(
-      static_cast<double>(state.iterations()) * (kSamples / kChannels) / kRate,
-      benchmark::Counter::kIsRate);
+  state.counters["rtf"] =
+      benchmark::Counter(static_cast<double>(state.iterations()) * (kSamples / kChannels) / kRate,
+                         benchmark::Counter::kIsRate);
   ONDREL2::ondrel_destroy_inst(inst);
 }
 
-const Setting kEq10Typical = {{"31 Hz", 4.0f},  {"63 Hz", 3.0f},   {"125 Hz", 1.5f},
-                              {"250 Hz", -1.0f}, {"500 Hz", -2.0f}, {"1000 Hz", 0.5f},
-                              {"2000 Hz", 2.0f}, {"4000 Hz", 3.0f}, {"8000 Hz", 4.5f},
-                              {"16000 Hz", 5.0f}};
+const Setting kEq10Typical = {
+    {"31 Hz", 4.0f},   {"63 Hz", 3.0f},   {"125 Hz", 1.5f},  {"250 Hz", -1.0f}, {"500 Hz", -2.0f},
+    {"1000 Hz", 0.5f}, {"2000 Hz", 2.0f}, {"4000 Hz", 3.0f}, {"8000 Hz", 4.5f}, {"16000 Hz", 5.0f}};
 
 Setting Eq30Typical() {
-  static const char* names[] = {"16 Hz",   "20 Hz",   "26 Hz",   "33 Hz",   "42 Hz",   "53 Hz",
-                                "68 Hz",   "86 Hz",   "110 Hz",  "140 Hz",  "178 Hz",  "227 Hz",
-                                "288 Hz",  "367 Hz",  "467 Hz",  "594 Hz",  "756 Hz",  "962 Hz",
-                                "1224 Hz", "1557 Hz", "1981 Hz", "2521 Hz", "3208 Hz", "4082 Hz",
-                                "5195 Hz", "6610 Hz", "8411 Hz", "10702 Hz", "13618 Hz", "17329 Hz"};
+  static const char* names[] = {
+      "16 Hz",   "20 Hz",   "26 Hz",   "33 Hz",    "42 Hz",    "53 Hz",   "68 Hz",   "86 Hz",
+      "110 Hz",  "140 Hz",  "178 Hz",  "227 Hz",   "288 Hz",   "367 Hz",  "467 Hz",  "594 Hz",
+      "756 Hz",  "962 Hz",  "1224 Hz", "1557 Hz",  "1981 Hz",  "2521 Hz", "3208 Hz", "4082 Hz",
+      "5195 Hz", "6610 Hz", "8411 Hz", "10702 Hz", "13618 Hz", "17329 Hz"};
   Setting s;
   for (int i = 0; i < 30; ++i) s.push_back({names[i], static_cast<float>((i % 7) - 3)});
   return s;
 }
 
-const Setting kSuperEqTypical = {{"16 Hz", 4.0f},   {"33 Hz", 3.0f},   {"68 Hz", 1.5f},
-                                 {"140 Hz", -1.0f}, {"288 Hz", -2.0f}, {"594 Hz", 0.5f},
-                                 {"1224 Hz", 2.0f}, {"2521 Hz", 3.0f}, {"5195 Hz", 4.5f},
-                                 {"10702 Hz", 5.0f}};
+const Setting kSuperEqTypical = {
+    {"16 Hz", 4.0f},  {"33 Hz", 3.0f},   {"68 Hz", 1.5f},   {"140 Hz", -1.0f}, {"288 Hz", -2.0f},
+    {"594 Hz", 0.5f}, {"1224 Hz", 2.0f}, {"2521 Hz", 3.0f}, {"5195 Hz", 4.5f}, {"10702 Hz", 5.0f}};
 
-#define EQ_BENCH(name, type, setting)                                       \
+#define EQ_BENCH(name, type, setting)                                     \
   void name(benchmark::State& state) { RunEffect(state, type, setting); } \
   BENCHMARK(name)->Unit(benchmark::kMicrosecond)->UseRealTime()
 
@@ -93,21 +92,29 @@ EQ_BENCH(Eq30_Typical, ONDREL2::EFFECT_IIR_EQ30, Eq30Typical());
 EQ_BENCH(SuperEq_Defaults, ONDREL2::EFFECT_SUPEREQ, {});
 EQ_BENCH(SuperEq_Typical, ONDREL2::EFFECT_SUPEREQ, kSuperEqTypical);
 EQ_BENCH(LowPass_Defaults, ONDREL2::EFFECT_LP_FILTER, {});
-EQ_BENCH(LowPass_Typical, ONDREL2::EFFECT_LP_FILTER, (Setting{{"Frequency", 4000.0f}, {"Q", 0.707f}}));
+EQ_BENCH(LowPass_Typical, ONDREL2::EFFECT_LP_FILTER,
+         (Setting{{"Frequency", 4000.0f}, {"Q", 0.707f}}));
 EQ_BENCH(HighPass_Defaults, ONDREL2::EFFECT_HP_FILTER, {});
-EQ_BENCH(HighPass_Typical, ONDREL2::EFFECT_HP_FILTER, (Setting{{"Frequency", 80.0f}, {"Q", 0.707f}}));
+EQ_BENCH(HighPass_Typical, ONDREL2::EFFECT_HP_FILTER,
+         (Setting{{"Frequency", 80.0f}, {"Q", 0.707f}}));
 EQ_BENCH(BandPass_Defaults, ONDREL2::EFFECT_BP_FILTER, {});
-EQ_BENCH(BandPass_Typical, ONDREL2::EFFECT_BP_FILTER, (Setting{{"LowEdge", 300.0f}, {"HighEdge", 3000.0f}}));
+EQ_BENCH(BandPass_Typical, ONDREL2::EFFECT_BP_FILTER,
+         (Setting{{"LowEdge", 300.0f}, {"HighEdge", 3000.0f}}));
 EQ_BENCH(Notch_Defaults, ONDREL2::EFFECT_NT_FILTER, {});
-EQ_BENCH(Notch_Typical, ONDREL2::EFFECT_NT_FILTER, (Setting{{"LowEdge", 900.0f}, {"HighEdge", 1100.0f}}));
+EQ_BENCH(Notch_Typical, ONDREL2::EFFECT_NT_FILTER,
+         (Setting{{"LowEdge", 900.0f}, {"HighEdge", 1100.0f}}));
 EQ_BENCH(LowShelf_Defaults, ONDREL2::EFFECT_LS_FILTER, {});
-EQ_BENCH(LowShelf_Typical, ONDREL2::EFFECT_LS_FILTER, (Setting{{"Frequency", 120.0f}, {"Q", 0.7f}, {"Gain", 6.0f}}));
+EQ_BENCH(LowShelf_Typical, ONDREL2::EFFECT_LS_FILTER,
+         (Setting{{"Frequency", 120.0f}, {"Q", 0.7f}, {"Gain", 6.0f}}));
 EQ_BENCH(HighShelf_Defaults, ONDREL2::EFFECT_HS_FILTER, {});
-EQ_BENCH(HighShelf_Typical, ONDREL2::EFFECT_HS_FILTER, (Setting{{"Frequency", 8000.0f}, {"Q", 0.7f}, {"Gain", -4.0f}}));
+EQ_BENCH(HighShelf_Typical, ONDREL2::EFFECT_HS_FILTER,
+         (Setting{{"Frequency", 8000.0f}, {"Q", 0.7f}, {"Gain", -4.0f}}));
 EQ_BENCH(Bell_Defaults, ONDREL2::EFFECT_PK_FILTER, {});
-EQ_BENCH(Bell_Typical, ONDREL2::EFFECT_PK_FILTER, (Setting{{"LowEdge", 700.0f}, {"HighEdge", 1400.0f}, {"Gain", 5.0f}}));
+EQ_BENCH(Bell_Typical, ONDREL2::EFFECT_PK_FILTER,
+         (Setting{{"LowEdge", 700.0f}, {"HighEdge", 1400.0f}, {"Gain", 5.0f}}));
 EQ_BENCH(AllPass_Defaults, ONDREL2::EFFECT_AP_FILTER, {});
-EQ_BENCH(AllPass_Typical, ONDREL2::EFFECT_AP_FILTER, (Setting{{"Frequency", 1000.0f}, {"Q", 1.0f}}));
+EQ_BENCH(AllPass_Typical, ONDREL2::EFFECT_AP_FILTER,
+         (Setting{{"Frequency", 1000.0f}, {"Q", 1.0f}}));
 
 }  // namespace
 

@@ -17,7 +17,8 @@ constexpr int kFrames = 4096;  // host buffer, frames
 constexpr double kRate = 44100.0;
 
 void SetRtf(benchmark::State& state, int64_t frames) {
-  state.counters["rtf"] = benchmark::Counter(static_cast<double>(frames) / kRate, benchmark::Counter::kIsRate);
+  state.counters["rtf"] =
+      benchmark::Counter(static_cast<double>(frames) / kRate, benchmark::Counter::kIsRate);
 }
 
 void* MakeChain(int kind) {
@@ -40,10 +41,12 @@ void BM_Chain(benchmark::State& state) {
   for (auto _ : state) {
     if constexpr (sizeof(Sample) == 2) {
       ondrel_process_input(inst, reinterpret_cast<int16_t*>(in.data()), 2 * kFrames, &available);
-      ondrel_process_output(inst, reinterpret_cast<int16_t*>(out.data()), static_cast<int>(out.size()), &written);
+      ondrel_process_output(inst, reinterpret_cast<int16_t*>(out.data()),
+                            static_cast<int>(out.size()), &written);
     } else {
       ondrel_processf_input(inst, reinterpret_cast<float*>(in.data()), 2 * kFrames, &available);
-      ondrel_processf_output(inst, reinterpret_cast<float*>(out.data()), static_cast<int>(out.size()), &written);
+      ondrel_processf_output(inst, reinterpret_cast<float*>(out.data()),
+                             static_cast<int>(out.size()), &written);
     }
     benchmark::DoNotOptimize(out.data());
   }

@@ -22,7 +22,8 @@ struct Chain {
       ONDREL2::AEffect* e = nullptr;
       if (i % 2 == 0) {
         ONDREL2::ondrel_create_effect(ONDREL2::EFFECT_AMPLIFIER, &e);
-        e->dispatcher(e, ONDREL2::ONDREL_OP_SET_PARAM, 0, 0, nullptr, -0.5f * static_cast<float>(i));
+        e->dispatcher(e, ONDREL2::ONDREL_OP_SET_PARAM, 0, 0, nullptr,
+                      -0.5f * static_cast<float>(i));
         e->dispatcher(e, ONDREL2::ONDREL_OP_SET_PARAM_SCRIPT, 0, 0,
                       const_cast<char*>("GENRE == 3 ? out = in - 3 : out = in"), 0.0f);
       } else {
@@ -75,7 +76,8 @@ void BM_VerifyOnly10(benchmark::State& state) {
   int size = 0;
   ONDREL2::ondrel_params2stream(&data, &size, chain.fx.data(), kEffects, "benchmark preset");
   for (auto _ : state) {
-    flatbuffers::Verifier verifier(static_cast<const uint8_t*>(data), static_cast<size_t>(size), 64, 1000000);
+    flatbuffers::Verifier verifier(static_cast<const uint8_t*>(data), static_cast<size_t>(size), 64,
+                                   1000000);
     benchmark::DoNotOptimize(ONDREL2::Stream::VerifyParamStreamBuffer(verifier));
   }
   ONDREL2::ondrel_destroy_paramstream(data);

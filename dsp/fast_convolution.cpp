@@ -15,286 +15,259 @@ constexpr int kStatusOutOfMemory = 2001;
 // ---------------------------------------------------------------------------
 // OndrelFastConvolution
 
-void OndrelFastConvolution::Reset()
-{
-    firstBlock = true;
-    std::fill(overlap.begin(), overlap.end(), 0.0f);
-    std::fill(accumulators.begin(), accumulators.end(), 0.0f);
+void OndrelFastConvolution::Reset() {
+  firstBlock = true;
+  std::fill(overlap.begin(), overlap.end(), 0.0f);
+  std::fill(accumulators.begin(), accumulators.end(), 0.0f);
 }
 
-int OndrelFastConvolution::Init(int newBlockSize, int newPadSize)
-{
-    if (newBlockSize < 1 || newPadSize < 0 || newPadSize > (1 << 30) - newBlockSize)
-        return kStatusInvalid;
+int OndrelFastConvolution::Init(int newBlockSize, int newPadSize) {
+  if (newBlockSize < 1 || newPadSize < 0 || newPadSize > (1 << 30) - newBlockSize)
+    return kStatusInvalid;
 
-    // Partition spectra are cut and sized for the old sizes; they can't be
-    // carried over to new ones.
-    if (newBlockSize != blockSize || newPadSize != padSize) {
-        partitionCount = 0;
-        current = 0;
-        std::vector<float>().swap(partitions);
-        std::vector<float>().swap(accumulators);
-    }
+  // Partition spectra are cut and sized for the old sizes; they can't be
+  // carried over to new ones.
+  if (newBlockSize != blockSize || newPadSize != padSize) {
+    partitionCount = 0;
+    current = 0;
+    std::vector<float>().swap(partitions);
+    std::vector<float>().swap(accumulators);
+  }
 
-    blockSize = newBlockSize;
-    padSize = newPadSize;
-    fftSize = blockSize + padSize;
+  blockSize = newBlockSize;
+  padSize = newPadSize;
+  fftSize = blockSize + padSize;
+  fft.reset();
+  try {
+    fft = std::make_unique<OndrelKissFFT>();
+    overlap.assign(static_cast<size_t>(blockSize), 0.0f);
+    work.assign(static_cast<size_t>(fftSize), 0.0f);
+  } catch (const std::bad_alloc&) {
     fft.reset();
+    return kStatusOutOfMemory;
+  }
+  const int status = fft->Init(fftSize);
+  if (status != kStatusOk) fft.reset();
+  return status;
+}
+
+int OndrelFastConvolution::SetImpulseResponse(const float* samples, int length) {
+  if (!fft || samples == nullptr || length < 1) return kStatusInvalid;
+
+  irLength = length;
+  // P partitions of blockSize samples, the last one possibly short.
+  const int count = static_cast<int>((static_cast<long long>(length) - 1 + blockSize) / blockSize);
+  const size_t spectrum = static_cast<size_t>(fftSize);
+
+  if (count != partitionCount) {
+    partitionCount = 0;
+    current = 0;
+    std::vector<float>().swap(partitions);
+    std::vector<float>().swap(accumulators);
     try {
-        fft = std::make_unique<OndrelKissFFT>();
-        overlap.assign(static_cast<size_t>(blockSize), 0.0f);
-        work.assign(static_cast<size_t>(fftSize), 0.0f);
+      partitions.assign(spectrum * static_cast<size_t>(count), 0.0f);
+      accumulators.assign(spectrum * static_cast<size_t>(count), 0.0f);
     } catch (const std::bad_alloc&) {
-        fft.reset();
-        return kStatusOutOfMemory;
+      std::vector<float>().swap(partitions);
+      std::vector<float>().swap(accumulators);
+      return kStatusOutOfMemory;
     }
-    const int status = fft->Init(fftSize);
-    if (status != kStatusOk)
-        fft.reset();
-    return status;
+    partitionCount = count;
+  }
+  // With the same count the running accumulators and overlap are kept, so
+  // that the new response takes over mid-stream without a gap.
+
+  for (int i = 0; i < count; ++i) {
+    float* partition = partitions.data() + spectrum * static_cast<size_t>(i);
+    const int offset = blockSize * i;
+    const int taken = std::min(blockSize, length - offset);
+    std::memcpy(partition, samples + offset, sizeof(float) * static_cast<size_t>(taken));
+    std::fill(partition + taken, partition + fftSize, 0.0f);
+    const int status = fft->ForwardPacked(partition);
+    if (status != kStatusOk) return status;
+  }
+  return kStatusOk;
 }
 
-int OndrelFastConvolution::SetImpulseResponse(const float* samples, int length)
-{
-    if (!fft || samples == nullptr || length < 1)
-        return kStatusInvalid;
+int OndrelFastConvolution::Process(float* buffer, int* frames) {
+  if (partitionCount == 0 || !fft) {
+    *frames = 0;
+    return kStatusInvalid;
+  }
 
-    irLength = length;
-    // P partitions of blockSize samples, the last one possibly short.
-    const int count = static_cast<int>((static_cast<long long>(length) - 1 + blockSize) / blockSize);
-    const size_t spectrum = static_cast<size_t>(fftSize);
+  const size_t spectrum = static_cast<size_t>(fftSize);
+  float* const in = work.data();
 
-    if (count != partitionCount) {
-        partitionCount = 0;
-        current = 0;
-        std::vector<float>().swap(partitions);
-        std::vector<float>().swap(accumulators);
-        try {
-            partitions.assign(spectrum * static_cast<size_t>(count), 0.0f);
-            accumulators.assign(spectrum * static_cast<size_t>(count), 0.0f);
-        } catch (const std::bad_alloc&) {
-            std::vector<float>().swap(partitions);
-            std::vector<float>().swap(accumulators);
-            return kStatusOutOfMemory;
-        }
-        partitionCount = count;
+  std::memcpy(in, buffer, sizeof(float) * static_cast<size_t>(blockSize));
+  std::fill(in + blockSize, in + fftSize, 0.0f);
+  fft->ForwardPacked(in);
+
+  // Partition i is added into the accumulator that is due i blocks from
+  // now. In the packed layout elements 0 and 1 are the real bins 0 and N/2;
+  // every further pair is one complex bin.
+  for (int i = 0; i < partitionCount; ++i) {
+    int r = current + i;
+    if (r >= partitionCount) r -= partitionCount;
+    const float* h = partitions.data() + spectrum * static_cast<size_t>(i);
+    float* acc = accumulators.data() + spectrum * static_cast<size_t>(r);
+    acc[0] += h[0] * in[0];
+    acc[1] += h[1] * in[1];
+    for (int k = 2; k < fftSize; k += 2) {
+      const float a = h[k];
+      const float b = h[k + 1];
+      const float c = in[k];
+      const float d = in[k + 1];
+      acc[k] += a * c - b * d;
+      acc[k + 1] += b * c + a * d;
     }
-    // With the same count the running accumulators and overlap are kept, so
-    // that the new response takes over mid-stream without a gap.
+  }
 
-    for (int i = 0; i < count; ++i) {
-        float* partition = partitions.data() + spectrum * static_cast<size_t>(i);
-        const int offset = blockSize * i;
-        const int taken = std::min(blockSize, length - offset);
-        std::memcpy(partition, samples + offset, sizeof(float) * static_cast<size_t>(taken));
-        std::fill(partition + taken, partition + fftSize, 0.0f);
-        const int status = fft->ForwardPacked(partition);
-        if (status != kStatusOk)
-            return status;
-    }
-    return kStatusOk;
+  float* const due = accumulators.data() + spectrum * static_cast<size_t>(current);
+  fft->InversePacked(due);
+
+  // The only scaling of the chain: it removes the factor N of the
+  // unscaled forward/inverse pair.
+  const float scale = static_cast<float>(fftSize);
+  for (int n = 0; n < blockSize; ++n)
+    buffer[n] = (due[n] + overlap[static_cast<size_t>(n)]) / scale;
+
+  // What lies behind the block becomes the overlap of the next one.
+  const int tail = std::min(blockSize, padSize);
+  std::memcpy(overlap.data(), due + blockSize, sizeof(float) * static_cast<size_t>(tail));
+  std::fill(overlap.begin() + tail, overlap.end(), 0.0f);
+
+  std::fill(due, due + fftSize, 0.0f);
+  current = current + 1 == partitionCount ? 0 : current + 1;
+
+  if (firstBlock) {
+    // Advance the output once by the reported latency.
+    const int drop = blockSize / 2;
+    std::memmove(buffer, buffer + drop, sizeof(float) * static_cast<size_t>(blockSize - drop));
+    *frames = blockSize - drop;
+    firstBlock = false;
+  } else {
+    *frames = blockSize;
+  }
+  return kStatusOk;
 }
 
-int OndrelFastConvolution::Process(float* buffer, int* frames)
-{
-    if (partitionCount == 0 || !fft) {
-        *frames = 0;
-        return kStatusInvalid;
-    }
-
-    const size_t spectrum = static_cast<size_t>(fftSize);
-    float* const in = work.data();
-
-    std::memcpy(in, buffer, sizeof(float) * static_cast<size_t>(blockSize));
-    std::fill(in + blockSize, in + fftSize, 0.0f);
-    fft->ForwardPacked(in);
-
-    // Partition i is added into the accumulator that is due i blocks from
-    // now. In the packed layout elements 0 and 1 are the real bins 0 and N/2;
-    // every further pair is one complex bin.
-    for (int i = 0; i < partitionCount; ++i) {
-        int r = current + i;
-        if (r >= partitionCount)
-            r -= partitionCount;
-        const float* h = partitions.data() + spectrum * static_cast<size_t>(i);
-        float* acc = accumulators.data() + spectrum * static_cast<size_t>(r);
-        acc[0] += h[0] * in[0];
-        acc[1] += h[1] * in[1];
-        for (int k = 2; k < fftSize; k += 2) {
-            const float a = h[k];
-            const float b = h[k + 1];
-            const float c = in[k];
-            const float d = in[k + 1];
-            acc[k] += a * c - b * d;
-            acc[k + 1] += b * c + a * d;
-        }
-    }
-
-    float* const due = accumulators.data() + spectrum * static_cast<size_t>(current);
-    fft->InversePacked(due);
-
-    // The only scaling of the chain: it removes the factor N of the
-    // unscaled forward/inverse pair.
-    const float scale = static_cast<float>(fftSize);
-    for (int n = 0; n < blockSize; ++n)
-        buffer[n] = (due[n] + overlap[static_cast<size_t>(n)]) / scale;
-
-    // What lies behind the block becomes the overlap of the next one.
-    const int tail = std::min(blockSize, padSize);
-    std::memcpy(overlap.data(), due + blockSize, sizeof(float) * static_cast<size_t>(tail));
-    std::fill(overlap.begin() + tail, overlap.end(), 0.0f);
-
-    std::fill(due, due + fftSize, 0.0f);
-    current = current + 1 == partitionCount ? 0 : current + 1;
-
-    if (firstBlock) {
-        // Advance the output once by the reported latency.
-        const int drop = blockSize / 2;
-        std::memmove(buffer, buffer + drop, sizeof(float) * static_cast<size_t>(blockSize - drop));
-        *frames = blockSize - drop;
-        firstBlock = false;
-    } else {
-        *frames = blockSize;
-    }
-    return kStatusOk;
-}
-
-int OndrelFastConvolution::GetLatency()
-{
-    return blockSize / 2;
-}
+int OndrelFastConvolution::GetLatency() { return blockSize / 2; }
 
 // ---------------------------------------------------------------------------
 // OndrelStereoConvolution
 
-bool OndrelStereoConvolution::SetChannels(int count)
-{
-    channels = count;
-    return (count & 1) == 0;
+bool OndrelStereoConvolution::SetChannels(int count) {
+  channels = count;
+  return (count & 1) == 0;
 }
 
-void OndrelStereoConvolution::Reset()
-{
-    // Deliberately empty: the paths keep their overlap and accumulators.
+void OndrelStereoConvolution::Reset() {
+  // Deliberately empty: the paths keep their overlap and accumulators.
 }
 
-int OndrelStereoConvolution::InitPath(int blockSize, int padSize, int path)
-{
-    if (path < 0 || path >= kPaths)
-        return kStatusInvalid;
-    if (!paths[path]) {
-        try {
-            paths[path] = std::make_unique<OndrelFastConvolution>();
-        } catch (const std::bad_alloc&) {
-            return kStatusOutOfMemory;
-        }
-    }
-    pathBlockSize[path] = blockSize;
-    return paths[path]->Init(blockSize, padSize);
-}
-
-int OndrelStereoConvolution::InitAll(int blockSize, int padSize)
-{
-    for (int path = 0; path < kPaths; ++path) {
-        const int status = InitPath(blockSize, padSize, path);
-        if (status != kStatusOk)
-            return status;
-    }
-    return kStatusOk;
-}
-
-int OndrelStereoConvolution::SetImpulseResponse(const float* samples, int length, int path)
-{
-    if (path < 0 || path >= kPaths)
-        return kStatusInvalid;
-    if (!paths[path])
-        return kStatusOk;
-    return paths[path]->SetImpulseResponse(samples, length);
-}
-
-int OndrelStereoConvolution::Process(float* samples, int* count)
-{
-    const int k = channels;
-    if (k < 2)
-        return kStatusOk;
-
-    const int frames = *count / k;
-    const size_t step = static_cast<size_t>(k);
-
-    // Each convolver reads a whole block whatever the caller passed, so the
-    // scratch buffers hold at least that much, zero behind the input.
-    int scratchFrames = frames;
-    for (int path = 0; path < kPaths; ++path) {
-        if (paths[path])
-            scratchFrames = std::max(scratchFrames, pathBlockSize[path]);
-    }
-    const size_t stride = static_cast<size_t>(scratchFrames);
+int OndrelStereoConvolution::InitPath(int blockSize, int padSize, int path) {
+  if (path < 0 || path >= kPaths) return kStatusInvalid;
+  if (!paths[path]) {
     try {
-        if (planar.size() < stride * step)
-            planar.resize(stride * step);
-        if (ownScratch.size() < stride) {
-            ownScratch.resize(stride);
-            partnerScratch.resize(stride);
-        }
+      paths[path] = std::make_unique<OndrelFastConvolution>();
     } catch (const std::bad_alloc&) {
-        return kStatusOutOfMemory;
+      return kStatusOutOfMemory;
     }
-
-    for (size_t c = 0; c < step; ++c) {
-        float* channel = planar.data() + stride * c;
-        for (size_t n = 0; n < static_cast<size_t>(frames); ++n)
-            channel[n] = samples[n * step + c];
-        std::fill(channel + frames, channel + stride, 0.0f);
-    }
-
-    int outFrames = frames;
-    int status = kStatusOk;
-    for (int c = 0; c < k; ++c) {
-        const int partner = c ^ 1;
-        OndrelFastConvolution* own = paths[((2 * c) | c) & 3].get();
-        // An odd channel count has no partner for its last channel.
-        OndrelFastConvolution* cross = partner < k ? paths[((2 * c) | partner) & 3].get() : nullptr;
-
-        int ownFrames = 0;
-        int crossFrames = 0;
-        if (own != nullptr) {
-            std::copy_n(planar.data() + stride * static_cast<size_t>(c), stride, ownScratch.data());
-            const int result = own->Process(ownScratch.data(), &ownFrames);
-            status = status != kStatusOk ? status : result;
-            outFrames = ownFrames;
-        }
-        if (cross != nullptr) {
-            std::copy_n(planar.data() + stride * static_cast<size_t>(partner), stride, partnerScratch.data());
-            const int result = cross->Process(partnerScratch.data(), &crossFrames);
-            status = status != kStatusOk ? status : result;
-            outFrames = crossFrames;
-        }
-
-        // Never write behind the caller's frames, whatever a path returned.
-        float* out = samples + c;
-        if (own != nullptr && cross != nullptr) {
-            const size_t n = static_cast<size_t>(std::min(frames, std::min(ownFrames, crossFrames)));
-            for (size_t i = 0; i < n; ++i)
-                out[i * step] = ownScratch[i] + partnerScratch[i];
-        } else if (own != nullptr || cross != nullptr) {
-            const float* result = own != nullptr ? ownScratch.data() : partnerScratch.data();
-            const size_t n = static_cast<size_t>(std::min(frames, own != nullptr ? ownFrames : crossFrames));
-            for (size_t i = 0; i < n; ++i)
-                out[i * step] = result[i];
-        }
-    }
-
-    *count = k * std::min(frames, outFrames);
-    return status;
+  }
+  pathBlockSize[path] = blockSize;
+  return paths[path]->Init(blockSize, padSize);
 }
 
-int OndrelStereoConvolution::GetLatency()
-{
-    for (int path = 0; path < kPaths; ++path) {
-        if (paths[path])
-            return paths[path]->GetLatency();
+int OndrelStereoConvolution::InitAll(int blockSize, int padSize) {
+  for (int path = 0; path < kPaths; ++path) {
+    const int status = InitPath(blockSize, padSize, path);
+    if (status != kStatusOk) return status;
+  }
+  return kStatusOk;
+}
+
+int OndrelStereoConvolution::SetImpulseResponse(const float* samples, int length, int path) {
+  if (path < 0 || path >= kPaths) return kStatusInvalid;
+  if (!paths[path]) return kStatusOk;
+  return paths[path]->SetImpulseResponse(samples, length);
+}
+
+int OndrelStereoConvolution::Process(float* samples, int* count) {
+  const int k = channels;
+  if (k < 2) return kStatusOk;
+
+  const int frames = *count / k;
+  const size_t step = static_cast<size_t>(k);
+
+  // Each convolver reads a whole block whatever the caller passed, so the
+  // scratch buffers hold at least that much, zero behind the input.
+  int scratchFrames = frames;
+  for (int path = 0; path < kPaths; ++path) {
+    if (paths[path]) scratchFrames = std::max(scratchFrames, pathBlockSize[path]);
+  }
+  const size_t stride = static_cast<size_t>(scratchFrames);
+  try {
+    if (planar.size() < stride * step) planar.resize(stride * step);
+    if (ownScratch.size() < stride) {
+      ownScratch.resize(stride);
+      partnerScratch.resize(stride);
     }
-    return 0;
+  } catch (const std::bad_alloc&) {
+    return kStatusOutOfMemory;
+  }
+
+  for (size_t c = 0; c < step; ++c) {
+    float* channel = planar.data() + stride * c;
+    for (size_t n = 0; n < static_cast<size_t>(frames); ++n) channel[n] = samples[n * step + c];
+    std::fill(channel + frames, channel + stride, 0.0f);
+  }
+
+  int outFrames = frames;
+  int status = kStatusOk;
+  for (int c = 0; c < k; ++c) {
+    const int partner = c ^ 1;
+    OndrelFastConvolution* own = paths[((2 * c) | c) & 3].get();
+    // An odd channel count has no partner for its last channel.
+    OndrelFastConvolution* cross = partner < k ? paths[((2 * c) | partner) & 3].get() : nullptr;
+
+    int ownFrames = 0;
+    int crossFrames = 0;
+    if (own != nullptr) {
+      std::copy_n(planar.data() + stride * static_cast<size_t>(c), stride, ownScratch.data());
+      const int result = own->Process(ownScratch.data(), &ownFrames);
+      status = status != kStatusOk ? status : result;
+      outFrames = ownFrames;
+    }
+    if (cross != nullptr) {
+      std::copy_n(planar.data() + stride * static_cast<size_t>(partner), stride,
+                  partnerScratch.data());
+      const int result = cross->Process(partnerScratch.data(), &crossFrames);
+      status = status != kStatusOk ? status : result;
+      outFrames = crossFrames;
+    }
+
+    // Never write behind the caller's frames, whatever a path returned.
+    float* out = samples + c;
+    if (own != nullptr && cross != nullptr) {
+      const size_t n = static_cast<size_t>(std::min(frames, std::min(ownFrames, crossFrames)));
+      for (size_t i = 0; i < n; ++i) out[i * step] = ownScratch[i] + partnerScratch[i];
+    } else if (own != nullptr || cross != nullptr) {
+      const float* result = own != nullptr ? ownScratch.data() : partnerScratch.data();
+      const size_t n =
+          static_cast<size_t>(std::min(frames, own != nullptr ? ownFrames : crossFrames));
+      for (size_t i = 0; i < n; ++i) out[i * step] = result[i];
+    }
+  }
+
+  *count = k * std::min(frames, outFrames);
+  return status;
+}
+
+int OndrelStereoConvolution::GetLatency() {
+  for (int path = 0; path < kPaths; ++path) {
+    if (paths[path]) return paths[path]->GetLatency();
+  }
+  return 0;
 }
 
 }  // namespace ONDREL2

@@ -9,14 +9,14 @@ namespace ONDREL2 {
 
 // One channel convolved with an impulse response in the frequency domain.
 class IOndrelConvolution {
-public:
-    virtual ~IOndrelConvolution() = default;
+ public:
+  virtual ~IOndrelConvolution() = default;
 
-    virtual void Reset() = 0;
-    virtual int Init(int blockSize, int padSize) = 0;
-    virtual int SetImpulseResponse(const float* samples, int length) = 0;
-    virtual int Process(float* buffer, int* frames) = 0;
-    virtual int GetLatency() = 0;
+  virtual void Reset() = 0;
+  virtual int Init(int blockSize, int padSize) = 0;
+  virtual int SetImpulseResponse(const float* samples, int length) = 0;
+  virtual int Process(float* buffer, int* frames) = 0;
+  virtual int GetLatency() = 0;
 };
 
 // Uniformly partitioned overlap-add convolution of one channel.
@@ -44,39 +44,39 @@ public:
 // with the same partition count takes effect on the running overlap and
 // accumulators without clearing them.
 class OndrelFastConvolution : public IOndrelConvolution {
-public:
-    OndrelFastConvolution() = default;
-    ~OndrelFastConvolution() override = default;
+ public:
+  OndrelFastConvolution() = default;
+  ~OndrelFastConvolution() override = default;
 
-    OndrelFastConvolution(const OndrelFastConvolution&) = delete;
-    OndrelFastConvolution& operator=(const OndrelFastConvolution&) = delete;
+  OndrelFastConvolution(const OndrelFastConvolution&) = delete;
+  OndrelFastConvolution& operator=(const OndrelFastConvolution&) = delete;
 
-    void Reset() override;
-    // 0, 2000 for a block size below 1 or a negative pad, 2001 when memory
-    // runs out or the transform size is odd. A change of either size drops
-    // the loaded response, which must then be loaded again.
-    int Init(int blockSize, int padSize) override;
-    // 0, 2000 before Init or for an empty response, 2001 when memory runs
-    // out (the object then has no response until a load succeeds).
-    int SetImpulseResponse(const float* samples, int length) override;
-    // 0, or 2000 with *frames = 0 and the buffer untouched when no response
-    // is loaded.
-    int Process(float* buffer, int* frames) override;
-    int GetLatency() override;
+  void Reset() override;
+  // 0, 2000 for a block size below 1 or a negative pad, 2001 when memory
+  // runs out or the transform size is odd. A change of either size drops
+  // the loaded response, which must then be loaded again.
+  int Init(int blockSize, int padSize) override;
+  // 0, 2000 before Init or for an empty response, 2001 when memory runs
+  // out (the object then has no response until a load succeeds).
+  int SetImpulseResponse(const float* samples, int length) override;
+  // 0, or 2000 with *frames = 0 and the buffer untouched when no response
+  // is loaded.
+  int Process(float* buffer, int* frames) override;
+  int GetLatency() override;
 
-private:
-    int fftSize = 0;
-    int blockSize = 0;
-    int padSize = 0;
-    int irLength = 0;
-    std::unique_ptr<IOndrelFFT> fft;
-    int partitionCount = 0;
-    std::vector<float> partitions;    // partitionCount spectra of fftSize floats
-    std::vector<float> accumulators;  // ring of partitionCount spectra
-    int current = 0;
-    std::vector<float> overlap;  // blockSize floats
-    std::vector<float> work;     // fftSize floats
-    bool firstBlock = true;
+ private:
+  int fftSize = 0;
+  int blockSize = 0;
+  int padSize = 0;
+  int irLength = 0;
+  std::unique_ptr<IOndrelFFT> fft;
+  int partitionCount = 0;
+  std::vector<float> partitions;    // partitionCount spectra of fftSize floats
+  std::vector<float> accumulators;  // ring of partitionCount spectra
+  int current = 0;
+  std::vector<float> overlap;  // blockSize floats
+  std::vector<float> work;     // fftSize floats
+  bool firstBlock = true;
 };
 
 // True-stereo convolution over interleaved samples with up to four paths:
@@ -95,34 +95,34 @@ private:
 // Reset does nothing: an owner that resets on a flush keeps the overlap and
 // accumulators of the paths, which is intended.
 class OndrelStereoConvolution {
-public:
-    OndrelStereoConvolution() = default;
-    virtual ~OndrelStereoConvolution() = default;
+ public:
+  OndrelStereoConvolution() = default;
+  virtual ~OndrelStereoConvolution() = default;
 
-    OndrelStereoConvolution(const OndrelStereoConvolution&) = delete;
-    OndrelStereoConvolution& operator=(const OndrelStereoConvolution&) = delete;
+  OndrelStereoConvolution(const OndrelStereoConvolution&) = delete;
+  OndrelStereoConvolution& operator=(const OndrelStereoConvolution&) = delete;
 
-    // Stores the count; true for an even count, false (a refusal) otherwise.
-    virtual bool SetChannels(int channels);
-    virtual void Reset();
-    virtual int InitPath(int blockSize, int padSize, int path);
-    virtual int InitAll(int blockSize, int padSize);
-    // A path without convolver accepts the response and ignores it.
-    virtual int SetImpulseResponse(const float* samples, int length, int path);
-    // `count` counts samples over all channels, in and out. 2001 when the
-    // scratch buffers cannot grow; a path's own status (2000 without a
-    // response) is passed on.
-    virtual int Process(float* samples, int* count);
-    virtual int GetLatency();
+  // Stores the count; true for an even count, false (a refusal) otherwise.
+  virtual bool SetChannels(int channels);
+  virtual void Reset();
+  virtual int InitPath(int blockSize, int padSize, int path);
+  virtual int InitAll(int blockSize, int padSize);
+  // A path without convolver accepts the response and ignores it.
+  virtual int SetImpulseResponse(const float* samples, int length, int path);
+  // `count` counts samples over all channels, in and out. 2001 when the
+  // scratch buffers cannot grow; a path's own status (2000 without a
+  // response) is passed on.
+  virtual int Process(float* samples, int* count);
+  virtual int GetLatency();
 
-private:
-    static constexpr int kPaths = 4;
-    std::unique_ptr<OndrelFastConvolution> paths[kPaths];
-    int channels = 2;
-    std::vector<float> planar;  // de-interleaved input, channels * frames
-    std::vector<float> ownScratch;
-    std::vector<float> partnerScratch;
-    int pathBlockSize[kPaths] = {0, 0, 0, 0};
+ private:
+  static constexpr int kPaths = 4;
+  std::unique_ptr<OndrelFastConvolution> paths[kPaths];
+  int channels = 2;
+  std::vector<float> planar;  // de-interleaved input, channels * frames
+  std::vector<float> ownScratch;
+  std::vector<float> partnerScratch;
+  int pathBlockSize[kPaths] = {0, 0, 0, 0};
 };
 
 }  // namespace ONDREL2

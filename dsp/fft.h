@@ -16,16 +16,16 @@ namespace ONDREL2 {
 // Neither direction scales: forward then inverse multiplies by N, and every
 // user divides by N itself.
 class IOndrelFFT {
-public:
-    virtual ~IOndrelFFT() = default;
+ public:
+  virtual ~IOndrelFFT() = default;
 
-    // Prepares a transform of `size` real samples. 0 on success, 2001 when
-    // the size is odd or not positive or memory runs out.
-    virtual int Init(int size) = 0;
-    virtual int Forward(const float* input, float* output) = 0;
-    virtual int ForwardPacked(float* data) = 0;
-    virtual int Inverse(const float* input, float* output) = 0;
-    virtual int InversePacked(float* data) = 0;
+  // Prepares a transform of `size` real samples. 0 on success, 2001 when
+  // the size is odd or not positive or memory runs out.
+  virtual int Init(int size) = 0;
+  virtual int Forward(const float* input, float* output) = 0;
+  virtual int ForwardPacked(float* data) = 0;
+  virtual int Inverse(const float* input, float* output) = 0;
+  virtual int InversePacked(float* data) = 0;
 };
 
 // IOndrelFFT over Kiss FFT in single precision.
@@ -39,26 +39,26 @@ public:
 // uses whatever the previous operation on this object left there. Forward
 // followed by Inverse on one object is therefore a matched pair.
 class OndrelKissFFT : public IOndrelFFT {
-public:
-    OndrelKissFFT() = default;
-    ~OndrelKissFFT() override;
+ public:
+  OndrelKissFFT() = default;
+  ~OndrelKissFFT() override;
 
-    OndrelKissFFT(const OndrelKissFFT&) = delete;
-    OndrelKissFFT& operator=(const OndrelKissFFT&) = delete;
+  OndrelKissFFT(const OndrelKissFFT&) = delete;
+  OndrelKissFFT& operator=(const OndrelKissFFT&) = delete;
 
-    // Meant to be called once per object; a repeated call releases what the
-    // earlier one made before it allocates anew.
-    int Init(int size) override;
-    int Forward(const float* input, float* output) override;
-    int ForwardPacked(float* data) override;
-    int Inverse(const float* input, float* output) override;
-    int InversePacked(float* data) override;
+  // Meant to be called once per object; a repeated call releases what the
+  // earlier one made before it allocates anew.
+  int Init(int size) override;
+  int Forward(const float* input, float* output) override;
+  int ForwardPacked(float* data) override;
+  int Inverse(const float* input, float* output) override;
+  int InversePacked(float* data) override;
 
-private:
-    kiss_fftr_cfg forwardCfg = nullptr;
-    kiss_fftr_cfg inverseCfg = nullptr;
-    kiss_fft_cpx* scratch = nullptr;  // N/2 + 1 bins
-    int size = 0;
+ private:
+  kiss_fftr_cfg forwardCfg = nullptr;
+  kiss_fftr_cfg inverseCfg = nullptr;
+  kiss_fft_cpx* scratch = nullptr;  // N/2 + 1 bins
+  int size = 0;
 };
 
 }  // namespace ONDREL2

@@ -18,25 +18,25 @@ namespace ONDREL2 {
 // object; the halving of the inverse is applied to that spectrum and is
 // exact. Allocation happens in Init only; the transforms are real-time safe.
 class ResamplerRealFft {
-public:
-    ResamplerRealFft() = default;
-    ~ResamplerRealFft();
-    ResamplerRealFft(const ResamplerRealFft&) = delete;
-    ResamplerRealFft& operator=(const ResamplerRealFft&) = delete;
+ public:
+  ResamplerRealFft() = default;
+  ~ResamplerRealFft();
+  ResamplerRealFft(const ResamplerRealFft&) = delete;
+  ResamplerRealFft& operator=(const ResamplerRealFft&) = delete;
 
-    // False when n is not a power of two of at least 4 or memory runs out.
-    bool Init(int n);
-    int Size() const { return size; }
-    void Forward(float* data);
-    void Inverse(float* data);
+  // False when n is not a power of two of at least 4 or memory runs out.
+  bool Init(int n);
+  int Size() const { return size; }
+  void Forward(float* data);
+  void Inverse(float* data);
 
-private:
-    void Release();
+ private:
+  void Release();
 
-    kiss_fftr_cfg forwardCfg = nullptr;
-    kiss_fftr_cfg inverseCfg = nullptr;
-    std::vector<kiss_fft_cpx> bins;  // n/2 + 1
-    int size = 0;
+  kiss_fftr_cfg forwardCfg = nullptr;
+  kiss_fftr_cfg inverseCfg = nullptr;
+  std::vector<kiss_fft_cpx> bins;  // n/2 + 1
+  int size = 0;
 };
 
 }  // namespace ONDREL2

@@ -10,10 +10,10 @@
 // -32768. Values beyond the 64-bit range (and NaN) become the x86 "integer
 // indefinite" 0x8000000000000000 before the low bits are taken, so the
 // result is defined for every input.
+#include <locale.h>
 #include <clocale>
 #include <cstring>
 #include <cwchar>
-#include <locale.h>
 #include <string>
 
 #include "ondrel.h"
@@ -73,9 +73,7 @@ inline int64_t TruncToInt64(double v) {
 
 inline uint64_t TruncBits(double v) { return static_cast<uint64_t>(TruncToInt64(v)); }
 
-inline int16_t Low16(uint64_t bits) {
-  return static_cast<int16_t>(static_cast<uint16_t>(bits));
-}
+inline int16_t Low16(uint64_t bits) { return static_cast<int16_t>(static_cast<uint16_t>(bits)); }
 
 // The signed value of a 3-byte sample moved to the top of 32 bits.
 inline int32_t Pcm24Top(const uint8_t* p) {
@@ -145,12 +143,8 @@ struct ToDouble {
 template <typename In>
 void EncodeSample(SAMPLE_FORMAT format, In x, uint8_t* p) {
   switch (format) {
-    case SF_PCM8:
-      p[0] = static_cast<uint8_t>(TruncBits(x * In(128) + In(128)));
-      break;
-    case SF_PCM16:
-      PutU16(p, static_cast<uint32_t>(TruncBits(x * In(32768))));
-      break;
+    case SF_PCM8: p[0] = static_cast<uint8_t>(TruncBits(x * In(128) + In(128))); break;
+    case SF_PCM16: PutU16(p, static_cast<uint32_t>(TruncBits(x * In(32768)))); break;
     case SF_PCM24: {
       uint32_t v = static_cast<uint32_t>(TruncBits(x * In(8388608)));
       p[0] = static_cast<uint8_t>(v);
@@ -188,8 +182,7 @@ size_t FormatBytes(SAMPLE_FORMAT format) {
     case SF_PCM24:
     case SF_PCM32:
     case SF_FLOAT32:
-    case SF_FLOAT64:
-      return (static_cast<uint32_t>(format) & 0xFFu) / 8;
+    case SF_FLOAT64: return (static_cast<uint32_t>(format) & 0xFFu) / 8;
   }
   return 0;
 }
@@ -269,18 +262,12 @@ struct WaveFileCodec {
   template <typename Conv, typename Put>
   static bool ReadConverted(WaveFile& w, size_t samples, Put put) {
     switch (w.sampleFormat) {
-      case SF_PCM8:
-        return ReadWith(w, samples, 1, Conv::Pcm8, put);
-      case SF_PCM16:
-        return ReadWith(w, samples, 2, Conv::Pcm16, put);
-      case SF_PCM24:
-        return ReadWith(w, samples, 3, Conv::Pcm24, put);
-      case SF_PCM32:
-        return ReadWith(w, samples, 4, Conv::Pcm32, put);
-      case SF_FLOAT32:
-        return ReadWith(w, samples, 4, Conv::Float32, put);
-      case SF_FLOAT64:
-        return ReadWith(w, samples, 8, Conv::Float64, put);
+      case SF_PCM8: return ReadWith(w, samples, 1, Conv::Pcm8, put);
+      case SF_PCM16: return ReadWith(w, samples, 2, Conv::Pcm16, put);
+      case SF_PCM24: return ReadWith(w, samples, 3, Conv::Pcm24, put);
+      case SF_PCM32: return ReadWith(w, samples, 4, Conv::Pcm32, put);
+      case SF_FLOAT32: return ReadWith(w, samples, 4, Conv::Float32, put);
+      case SF_FLOAT64: return ReadWith(w, samples, 8, Conv::Float64, put);
     }
     return false;
   }
@@ -297,8 +284,7 @@ struct WaveFileCodec {
   }
 
   // Writes `count` copies of one encoded sample.
-  static void WriteRepeated(WaveFile& w, const uint8_t* sample, size_t sampleBytes,
-                            size_t count) {
+  static void WriteRepeated(WaveFile& w, const uint8_t* sample, size_t sampleBytes, size_t count) {
     uint8_t out[kBlockBytes];
     const size_t perBlock = kBlockBytes / sampleBytes;
     size_t fill = count < perBlock ? count : perBlock;
@@ -321,7 +307,8 @@ struct WaveFileCodec {
     size_t done = 0;
     while (done < samples) {
       size_t n = samples - done < perBlock ? samples - done : perBlock;
-      for (size_t i = 0; i < n; ++i) EncodeSample<In>(w.sampleFormat, get(done + i), out + i * sampleBytes);
+      for (size_t i = 0; i < n; ++i)
+        EncodeSample<In>(w.sampleFormat, get(done + i), out + i * sampleBytes);
       std::fwrite(out, sampleBytes, n, w.file);
       done += n;
     }
@@ -391,24 +378,15 @@ struct WaveFileCodec {
 
     SAMPLE_FORMAT format;
     switch (bits) {
-      case 8:
-        format = SF_PCM8;
-        break;
-      case 16:
-        format = SF_PCM16;
-        break;
-      case 24:
-        format = SF_PCM24;
-        break;
-      case 32:
-        format = tag == kTagFloat ? SF_FLOAT32 : SF_PCM32;
-        break;
+      case 8: format = SF_PCM8; break;
+      case 16: format = SF_PCM16; break;
+      case 24: format = SF_PCM24; break;
+      case 32: format = tag == kTagFloat ? SF_FLOAT32 : SF_PCM32; break;
       case 64:
         if (tag != kTagFloat) return false;
         format = SF_FLOAT64;
         break;
-      default:
-        return false;
+      default: return false;
     }
 
     const uint32_t expectedAlign = static_cast<uint32_t>(bits / 8) * channels;

@@ -13,7 +13,9 @@
 namespace ONDREL2 {
 namespace {
 
-inline ProcessingInstance* Inst(void* instance) { return static_cast<ProcessingInstance*>(instance); }
+inline ProcessingInstance* Inst(void* instance) {
+  return static_cast<ProcessingInstance*>(instance);
+}
 
 // A modulator changed with no instance named: refresh this instance's
 // scripts before it processes.

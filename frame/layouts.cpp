@@ -49,7 +49,7 @@ struct PairRow {
   int left;
   int right;
 };
-constexpr PairRow kPairs[9] = {{0, 1},   {4, 5},   {6, 7},   {9, 10},  {12, 14},
+constexpr PairRow kPairs[9] = {{0, 1},   {4, 5},   {6, 7},   {9, 10}, {12, 14},
                                {15, 17}, {29, 30}, {31, 32}, {33, 34}};
 
 bool IsLeft(int bit) {

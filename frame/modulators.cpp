@@ -148,7 +148,8 @@ int lock_modulators(xvariable** list) {
   ModulatorMap& user = UserModulators();
   ModulatorMap& system = SystemModulators();
   int count = static_cast<int>(user.size() + system.size()) + kModulatorFunctionCount;
-  auto* records = static_cast<xvariable*>(std::calloc(static_cast<size_t>(count), sizeof(xvariable)));
+  auto* records =
+      static_cast<xvariable*>(std::calloc(static_cast<size_t>(count), sizeof(xvariable)));
   if (records != nullptr) {
     int i = 0;
     for (auto& kv : user) {

@@ -99,8 +99,7 @@ bool LoadParam(AEffect* fx, const Stream::ParamRecord* record, int32_t version) 
 
   // Older streams hold a normalised float, unless the effect's first
   // parameter is binary (those streams asked the first parameter only).
-  if (version < kParamStreamRawValueVersion &&
-      Dispatch(fx, ONDREL_OP_IS_PARAM_BINARY, 0) == 0) {
+  if (version < kParamStreamRawValueVersion && Dispatch(fx, ONDREL_OP_IS_PARAM_BINARY, 0) == 0) {
     if (length < sizeof(float)) return true;  // no value: the default stays
     float norm;
     std::memcpy(&norm, bytes, sizeof(float));
@@ -124,7 +123,8 @@ bool LoadEffect(const Stream::EffectRecord* record, int32_t version, AEffect** s
   if (fx == nullptr) return false;
   const auto* params = record->params();
   if (params == nullptr) return true;
-  if (params->size() > static_cast<flatbuffers::uoffset_t>(std::max(fx->numParams, 0))) return false;
+  if (params->size() > static_cast<flatbuffers::uoffset_t>(std::max(fx->numParams, 0)))
+    return false;
   for (const Stream::ParamRecord* param : *params) {
     if (!LoadParam(fx, param, version)) return false;
   }

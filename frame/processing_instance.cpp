@@ -92,9 +92,9 @@ int ProcessingInstance::ConfigureChain() {
   }
 
   inputBlockSize = effects.empty() ? maxBlock : effects[0]->GetBlockSize();
-  Log(kLogInfo, "[ON2L]:out/sr:%g, ch:%d, layout:%llx, mbs:%d, list:%d", static_cast<double>(outRate),
-      outChannels, static_cast<unsigned long long>(outLayout), maxBlock,
-      static_cast<int>(effects.size()));
+  Log(kLogInfo, "[ON2L]:out/sr:%g, ch:%d, layout:%llx, mbs:%d, list:%d",
+      static_cast<double>(outRate), outChannels, static_cast<unsigned long long>(outLayout),
+      maxBlock, static_cast<int>(effects.size()));
 
   const bool widthChanged = inChannels != input.channels || outChannels != output.channels;
   // A width above 64 keeps the old queue: no error reaches the host here.
@@ -153,7 +153,8 @@ bool ParamDiffers(AEffect* running, AEffect* fresh, int p, bool* scriptDiffers) 
   const int32_t sizeA = running->dispatcher(running, 5, p, 0, &a, 0.0f);
   const int32_t sizeB = fresh->dispatcher(fresh, 5, p, 0, &b, 0.0f);
   if (sizeA != sizeB) return true;
-  if (sizeA > 0 && (a == nullptr || b == nullptr || std::memcmp(a, b, static_cast<size_t>(sizeA)) != 0))
+  if (sizeA > 0 &&
+      (a == nullptr || b == nullptr || std::memcmp(a, b, static_cast<size_t>(sizeA)) != 0))
     return true;
   const char* scriptA = nullptr;
   const char* scriptB = nullptr;

@@ -159,7 +159,8 @@ int32_t AudioEffect::SetParamData(int32_t index, const void* data, int32_t size)
     p.valueSize = 0;
     return 0;
   }
-  const bool changed = bytes != p.valueSize || std::memcmp(p.value, data, static_cast<size_t>(bytes)) != 0;
+  const bool changed =
+      bytes != p.valueSize || std::memcmp(p.value, data, static_cast<size_t>(bytes)) != 0;
   if (bytes > 0) std::memcpy(p.value, data, static_cast<size_t>(bytes));
   p.valueSize = bytes;
   if (changed) paramsDirty = true;
@@ -254,7 +255,8 @@ int32_t ScriptVersionOf(const std::string& script) {
   std::string head = script.substr(1);
   const size_t eq = head.find('=');
   if (eq == std::string::npos) return 2;
-  if (head.compare(0, eq, "GV_SCRIPTVERSION") != 0 || eq != std::strlen("GV_SCRIPTVERSION")) return 2;
+  if (head.compare(0, eq, "GV_SCRIPTVERSION") != 0 || eq != std::strlen("GV_SCRIPTVERSION"))
+    return 2;
   Log(kLogTrace, "[ON2L]:detectScriptVersion:");
   return std::atoi(head.c_str() + eq + 1);
 }
@@ -385,88 +387,62 @@ int32_t EffectDispatcher(AEffect* effect, int32_t opcode, int32_t index, int32_t
   if (effect == nullptr || effect->object == nullptr) return 0;
   AudioEffect* fx = effect->object;
   switch (opcode) {
-    case 0:
-      fx->Open();
-      return 0;
+    case 0: fx->Open(); return 0;
     case 1:
       fx->Close();
       delete fx;
       return 1;
-    case 2:
-      fx->GetParamLabel(index, static_cast<char*>(ptr));
-      return 0;
-    case 3:
-      fx->GetParamDisplay(index, static_cast<char*>(ptr));
-      return 0;
-    case 4:
-      fx->GetParamName(index, static_cast<char*>(ptr));
-      return 0;
+    case 2: fx->GetParamLabel(index, static_cast<char*>(ptr)); return 0;
+    case 3: fx->GetParamDisplay(index, static_cast<char*>(ptr)); return 0;
+    case 4: fx->GetParamName(index, static_cast<char*>(ptr)); return 0;
     case 5: {
       int32_t size = 0;
       void* data = fx->GetParamData(index, &size);
       if (ptr != nullptr) *static_cast<void**>(ptr) = data;
       return size;
     }
-    case 6:
-      return fx->SetParamData(index, ptr, value);
+    case 6: return fx->SetParamData(index, ptr, value);
     case 7:
       if (ptr != nullptr) *static_cast<float*>(ptr) = fx->GetParam(index);
       return 0;
-    case 8:
-      fx->SetParam(index, opt);
-      return 0;
+    case 8: fx->SetParam(index, opt); return 0;
     case 9:
       if (ptr != nullptr) *static_cast<float*>(ptr) = fx->GetParamDefault(index);
       return 0;
-    case 10:
-      return fx->IsParamBinary(index) ? 1 : 0;
+    case 10: return fx->IsParamBinary(index) ? 1 : 0;
     case 11:
       if (ptr == nullptr) return -1;
       return fx->GetParamIndex(static_cast<const char*>(ptr));
-    case 12:
-      return fx->GetParamHints(index, static_cast<int32_t*>(ptr));
+    case 12: return fx->GetParamHints(index, static_cast<int32_t*>(ptr));
     case 13: {
       const uint64_t mask = (static_cast<uint64_t>(static_cast<uint32_t>(index)) << 32) |
                             static_cast<uint32_t>(value);
       fx->SetChannels(static_cast<int32_t>(opt), mask);
       return 0;
     }
-    case 14:
-      fx->SetOutChannels(static_cast<int32_t>(opt));
-      return 0;
+    case 14: fx->SetOutChannels(static_cast<int32_t>(opt)); return 0;
     case 15:
       if (ptr != nullptr) *static_cast<int32_t*>(ptr) = fx->GetEffectType();
       return 0;
-    case 16:
-      fx->GetEffectName(static_cast<char*>(ptr));
-      return 0;
-    case 17:
-      fx->SetSampleRate(opt);
-      return 0;
+    case 16: fx->GetEffectName(static_cast<char*>(ptr)); return 0;
+    case 17: fx->SetSampleRate(opt); return 0;
     case 19:
       if (value == 0)
         fx->Suspend();
       else
         fx->Resume();
       return 0;
-    case 20:
-      fx->SetParamNormalized(index, opt);
-      return 0;
+    case 20: fx->SetParamNormalized(index, opt); return 0;
     case 21:
       if (ptr != nullptr) *static_cast<float*>(ptr) = fx->GetParamNormalized(index);
       return 0;
-    case 22:
-      fx->SetParamScript(index, static_cast<const char*>(ptr));
-      return 0;
+    case 22: fx->SetParamScript(index, static_cast<const char*>(ptr)); return 0;
     case 23:
       if (ptr != nullptr) *static_cast<const char**>(ptr) = fx->GetParamScript(index);
       return 0;
-    case 24:
-      return fx->ParamNeedsRebuild(index) ? 1 : 0;
-    case 25:
-      return fx->GetScriptVersion();
-    default:
-      return 0;
+    case 24: return fx->ParamNeedsRebuild(index) ? 1 : 0;
+    case 25: return fx->GetScriptVersion();
+    default: return 0;
   }
 }
 

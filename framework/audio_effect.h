@@ -50,17 +50,17 @@ struct ParamDesc {
 };
 
 // Formatters of the parameter tables; each reads the value by name.
-int32_t FormatDefault(char* buf, const char* name, AudioEffect* effect);     // "%g" normalised
-int32_t FormatPlain(char* buf, const char* name, AudioEffect* effect);       // "%g"
-int32_t FormatThreeDigits(char* buf, const char* name, AudioEffect* effect); // "%.3g"
-int32_t FormatDecibels(char* buf, const char* name, AudioEffect* effect);    // "%+.1f dB"
-int32_t FormatPercent(char* buf, const char* name, AudioEffect* effect);     // "%d%%"
-int32_t FormatHertz(char* buf, const char* name, AudioEffect* effect);       // "%.1f Hz"
-int32_t FormatMilliseconds(char* buf, const char* name, AudioEffect* effect);// "%.1f ms"
-int32_t FormatWholeMilliseconds(char* buf, const char* name, AudioEffect* effect); // "%d ms"
-int32_t FormatInteger(char* buf, const char* name, AudioEffect* effect);     // "%d"
-int32_t FormatOnOff(char* buf, const char* name, AudioEffect* effect);       // On / Off
-int32_t FormatRatio(char* buf, const char* name, AudioEffect* effect);       // "1:1", "4 X", "1/4"
+int32_t FormatDefault(char* buf, const char* name, AudioEffect* effect);       // "%g" normalised
+int32_t FormatPlain(char* buf, const char* name, AudioEffect* effect);         // "%g"
+int32_t FormatThreeDigits(char* buf, const char* name, AudioEffect* effect);   // "%.3g"
+int32_t FormatDecibels(char* buf, const char* name, AudioEffect* effect);      // "%+.1f dB"
+int32_t FormatPercent(char* buf, const char* name, AudioEffect* effect);       // "%d%%"
+int32_t FormatHertz(char* buf, const char* name, AudioEffect* effect);         // "%.1f Hz"
+int32_t FormatMilliseconds(char* buf, const char* name, AudioEffect* effect);  // "%.1f ms"
+int32_t FormatWholeMilliseconds(char* buf, const char* name, AudioEffect* effect);  // "%d ms"
+int32_t FormatInteger(char* buf, const char* name, AudioEffect* effect);            // "%d"
+int32_t FormatOnOff(char* buf, const char* name, AudioEffect* effect);              // On / Off
+int32_t FormatRatio(char* buf, const char* name, AudioEffect* effect);  // "1:1", "4 X", "1/4"
 
 float IdentityMapping(float value);
 

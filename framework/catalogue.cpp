@@ -48,8 +48,7 @@ AudioEffect* CreateEffectObject(int type) {
     case EFFECT_PK_FILTER: return Make<BIQUADFILTER::PKFilterEffect>();
     case EFFECT_AP_FILTER: return Make<BIQUADFILTER::APFilterEffect>();
     case EFFECT_DEESSER: return Make<DEESSER_EFFECT::DeEsserEffect>();
-    default:
-      return nullptr;
+    default: return nullptr;
   }
 }
 

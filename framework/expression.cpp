@@ -23,12 +23,18 @@ constexpr uint32_t kU32Max = 4294967295u;
 using NumberLocale = _locale_t;
 NumberLocale CreateNumberLocale() { return _create_locale(LC_ALL, "en-US"); }
 void FreeNumberLocale(NumberLocale locale) { _free_locale(locale); }
-double StrtodIn(const char* text, char** end, NumberLocale locale) { return _strtod_l(text, end, locale); }
+double StrtodIn(const char* text, char** end, NumberLocale locale) {
+  return _strtod_l(text, end, locale);
+}
 #else
 using NumberLocale = locale_t;
-NumberLocale CreateNumberLocale() { return newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr)); }
+NumberLocale CreateNumberLocale() {
+  return newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
+}
 void FreeNumberLocale(NumberLocale locale) { freelocale(locale); }
-double StrtodIn(const char* text, char** end, NumberLocale locale) { return strtod_l(text, end, locale); }
+double StrtodIn(const char* text, char** end, NumberLocale locale) {
+  return strtod_l(text, end, locale);
+}
 #endif
 
 NumberLocale g_numberLocale = nullptr;
@@ -151,7 +157,9 @@ constexpr int kBuiltinCount = sizeof(kBuiltins) / sizeof(kBuiltins[0]);
 
 int KindOf(int type) { return type & 0x1F; }
 bool IsPure(int type) { return (type & TE_FLAG_PURE) != 0; }
-bool IsFunction(int type) { return KindOf(type) >= TE_FUNCTION0 && KindOf(type) < TE_FUNCTION0 + 8; }
+bool IsFunction(int type) {
+  return KindOf(type) >= TE_FUNCTION0 && KindOf(type) < TE_FUNCTION0 + 8;
+}
 bool IsClosure(int type) { return KindOf(type) >= TE_CLOSURE0 && KindOf(type) < TE_CLOSURE0 + 8; }
 
 // A function token carries its table type; the scanner's own kinds (24 and
@@ -191,8 +199,8 @@ double ParseNumber(const char* text, const char** end) {
   }
   char* stop = nullptr;
   // Without a locale object (out of memory) the process locale must do.
-  const double value = g_numberLocale != nullptr ? StrtodIn(text, &stop, g_numberLocale)
-                                                 : std::strtod(text, &stop);
+  const double value =
+      g_numberLocale != nullptr ? StrtodIn(text, &stop, g_numberLocale) : std::strtod(text, &stop);
   *end = stop;
   return value;
 }
@@ -257,16 +265,37 @@ void NextToken(te_state* s) {
     } else {
       ++s->next;
       switch (c) {
-        case '+': s->type = TE_TOK_INFIX; s->function = Addr(&OpAdd); break;
-        case '-': s->type = TE_TOK_INFIX; s->function = Addr(&OpSub); break;
-        case '*': s->type = TE_TOK_INFIX; s->function = Addr(&OpMul); break;
-        case '/': s->type = TE_TOK_INFIX; s->function = Addr(&OpDiv); break;
-        case '%': s->type = TE_TOK_INFIX; s->function = Addr(&OpMod); break;
-        case '^': s->type = TE_TOK_INFIX; s->function = Addr(&FnPow); break;
+        case '+':
+          s->type = TE_TOK_INFIX;
+          s->function = Addr(&OpAdd);
+          break;
+        case '-':
+          s->type = TE_TOK_INFIX;
+          s->function = Addr(&OpSub);
+          break;
+        case '*':
+          s->type = TE_TOK_INFIX;
+          s->function = Addr(&OpMul);
+          break;
+        case '/':
+          s->type = TE_TOK_INFIX;
+          s->function = Addr(&OpDiv);
+          break;
+        case '%':
+          s->type = TE_TOK_INFIX;
+          s->function = Addr(&OpMod);
+          break;
+        case '^':
+          s->type = TE_TOK_INFIX;
+          s->function = Addr(&FnPow);
+          break;
         case '(': s->type = TE_TOK_OPEN; break;
         case ')': s->type = TE_TOK_CLOSE; break;
         case ',': s->type = TE_TOK_COMMA; break;
-        case ' ': case '\t': case '\n': case '\r': break;
+        case ' ':
+        case '\t':
+        case '\n':
+        case '\r': break;
         default: s->type = TE_TOK_ERROR; break;
       }
     }

@@ -68,7 +68,8 @@ std::string Format(const char* format, int number) {
 // Variables only: a definition never writes into a function record.
 double* FindFromBack(xvariable* list, int count, const char* name) {
   for (int i = count - 1; i >= 0; --i) {
-    if (list[i].type == TE_VARIABLE && list[i].name != nullptr && std::strcmp(list[i].name, name) == 0)
+    if (list[i].type == TE_VARIABLE && list[i].name != nullptr &&
+        std::strcmp(list[i].name, name) == 0)
       return static_cast<double*>(const_cast<void*>(list[i].address));
   }
   return nullptr;

@@ -8,11 +8,14 @@
 
 namespace ONDREL2 {
 
-float dB2scale(float dB) { return static_cast<float>(std::pow(10.0, static_cast<double>(dB / 20.0f))); }
+float dB2scale(float dB) {
+  return static_cast<float>(std::pow(10.0, static_cast<double>(dB / 20.0f)));
+}
 
 float scale2dB(float scale) {
   // The smallest positive double keeps log10 finite at 0.
-  return static_cast<float>(20.0 * std::log10(static_cast<double>(scale) + 4.9406564584124654e-324));
+  return static_cast<float>(20.0 *
+                            std::log10(static_cast<double>(scale) + 4.9406564584124654e-324));
 }
 
 float norm_center(float value, float high, float low, float center, float centerNorm) {

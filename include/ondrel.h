@@ -80,32 +80,32 @@ struct AEffect {
 
 /* Opcodes of AEffect::dispatcher. */
 enum ONDREL_OPCODE {
-  ONDREL_OP_OPEN = 0,                 /* Open */
-  ONDREL_OP_CLOSE = 1,                /* Close and delete the object; returns 1 */
-  ONDREL_OP_GET_PARAM_LABEL = 2,      /* index; ptr: char buffer */
-  ONDREL_OP_GET_PARAM_DISPLAY = 3,    /* index; ptr: char buffer */
-  ONDREL_OP_GET_PARAM_NAME = 4,       /* index; ptr: char buffer */
-  ONDREL_OP_GET_PARAM_DATA = 5,       /* index; ptr: void**; returns size in bytes */
-  ONDREL_OP_SET_PARAM_DATA = 6,       /* index; ptr: data; value: size; returns stored size */
-  ONDREL_OP_GET_PARAM = 7,            /* index; ptr: float* */
-  ONDREL_OP_SET_PARAM = 8,            /* index; opt: value */
-  ONDREL_OP_GET_PARAM_DEFAULT = 9,    /* index; ptr: float* */
-  ONDREL_OP_IS_PARAM_BINARY = 10,     /* index; returns 0 or 1 */
-  ONDREL_OP_GET_PARAM_INDEX = 11,     /* ptr: name; returns the index */
-  ONDREL_OP_GET_PARAM_HINTS = 12,     /* index; ptr: int32_t* second hint; returns the first */
-  ONDREL_OP_SET_CHANNELS = 13,        /* opt: channels; value: mask low 32 bits; index: high */
-  ONDREL_OP_SET_OUT_CHANNELS = 14,    /* opt: channels */
-  ONDREL_OP_GET_EFFECT_TYPE = 15,     /* ptr: int32_t* */
-  ONDREL_OP_GET_EFFECT_NAME = 16,     /* ptr: char buffer */
-  ONDREL_OP_SET_SAMPLE_RATE = 17,     /* opt: rate */
-  ONDREL_OP_NONE = 18,                /* returns 0 */
-  ONDREL_OP_SUSPEND_RESUME = 19,      /* value 0: Suspend, else Resume; returns 0 */
-  ONDREL_OP_SET_PARAM_NORMALIZED = 20,/* index; opt: normalised value */
-  ONDREL_OP_GET_PARAM_NORMALIZED = 21,/* index; ptr: float* */
-  ONDREL_OP_SET_PARAM_SCRIPT = 22,    /* index; ptr: text */
-  ONDREL_OP_GET_PARAM_SCRIPT = 23,    /* index; ptr: const char** */
-  ONDREL_OP_PARAM_NEEDS_REBUILD = 24, /* index; returns 0 or 1 */
-  ONDREL_OP_GET_SCRIPT_VERSION = 25,  /* returns the version */
+  ONDREL_OP_OPEN = 0,                  /* Open */
+  ONDREL_OP_CLOSE = 1,                 /* Close and delete the object; returns 1 */
+  ONDREL_OP_GET_PARAM_LABEL = 2,       /* index; ptr: char buffer */
+  ONDREL_OP_GET_PARAM_DISPLAY = 3,     /* index; ptr: char buffer */
+  ONDREL_OP_GET_PARAM_NAME = 4,        /* index; ptr: char buffer */
+  ONDREL_OP_GET_PARAM_DATA = 5,        /* index; ptr: void**; returns size in bytes */
+  ONDREL_OP_SET_PARAM_DATA = 6,        /* index; ptr: data; value: size; returns stored size */
+  ONDREL_OP_GET_PARAM = 7,             /* index; ptr: float* */
+  ONDREL_OP_SET_PARAM = 8,             /* index; opt: value */
+  ONDREL_OP_GET_PARAM_DEFAULT = 9,     /* index; ptr: float* */
+  ONDREL_OP_IS_PARAM_BINARY = 10,      /* index; returns 0 or 1 */
+  ONDREL_OP_GET_PARAM_INDEX = 11,      /* ptr: name; returns the index */
+  ONDREL_OP_GET_PARAM_HINTS = 12,      /* index; ptr: int32_t* second hint; returns the first */
+  ONDREL_OP_SET_CHANNELS = 13,         /* opt: channels; value: mask low 32 bits; index: high */
+  ONDREL_OP_SET_OUT_CHANNELS = 14,     /* opt: channels */
+  ONDREL_OP_GET_EFFECT_TYPE = 15,      /* ptr: int32_t* */
+  ONDREL_OP_GET_EFFECT_NAME = 16,      /* ptr: char buffer */
+  ONDREL_OP_SET_SAMPLE_RATE = 17,      /* opt: rate */
+  ONDREL_OP_NONE = 18,                 /* returns 0 */
+  ONDREL_OP_SUSPEND_RESUME = 19,       /* value 0: Suspend, else Resume; returns 0 */
+  ONDREL_OP_SET_PARAM_NORMALIZED = 20, /* index; opt: normalised value */
+  ONDREL_OP_GET_PARAM_NORMALIZED = 21, /* index; ptr: float* */
+  ONDREL_OP_SET_PARAM_SCRIPT = 22,     /* index; ptr: text */
+  ONDREL_OP_GET_PARAM_SCRIPT = 23,     /* index; ptr: const char** */
+  ONDREL_OP_PARAM_NEEDS_REBUILD = 24,  /* index; returns 0 or 1 */
+  ONDREL_OP_GET_SCRIPT_VERSION = 25,   /* returns the version */
 };
 
 /* Host callbacks through which the library reads resources. The library
@@ -281,9 +281,9 @@ ONDREL_API float i2df(int value);
 /* Sample formats of WaveFile: the low byte is the bit depth, 256 marks
  * IEEE float. */
 enum SAMPLE_FORMAT {
-  SF_PCM8 = 8,       /* unsigned, offset 128 */
+  SF_PCM8 = 8, /* unsigned, offset 128 */
   SF_PCM16 = 16,
-  SF_PCM24 = 24,     /* 3 bytes a sample */
+  SF_PCM24 = 24, /* 3 bytes a sample */
   SF_PCM32 = 32,
   SF_FLOAT32 = 288,
   SF_FLOAT64 = 320,
@@ -350,7 +350,7 @@ class ONDREL_API WaveFile {
   uint32_t TimeToFrames(double seconds) const;
 
   /* Interleaved unless planar; all return the frames delivered. */
-  int32_t ReadFrames(void* buffer, int32_t frames);  /* raw file bytes */
+  int32_t ReadFrames(void* buffer, int32_t frames); /* raw file bytes */
   int32_t ReadFrames(int16_t* buffer, int32_t frames);
   int32_t ReadFrames(float* buffer, int32_t frames);
   int32_t ReadFrames(double* buffer, int32_t frames);
@@ -358,7 +358,7 @@ class ONDREL_API WaveFile {
   int32_t ReadFrames(float** buffers, int32_t channelCount, int32_t frames);
 
   /* Interleaved frames; nothing happens without an open file. */
-  void WriteFrames(const void* buffer, int32_t frames);  /* raw bytes */
+  void WriteFrames(const void* buffer, int32_t frames); /* raw bytes */
   void WriteFrames(const uint8_t* buffer, int32_t frames);
   void WriteFrames(const int16_t* buffer, int32_t frames);
   void WriteFrames(const int32_t* buffer, int32_t frames);

@@ -14,7 +14,9 @@ const ParamDesc kParams[] = {
 };
 
 // The dB value is divided by 20 in float, the power is taken in double.
-float GainOf(float dB) { return static_cast<float>(std::pow(10.0, static_cast<double>(dB / 20.0f))); }
+float GainOf(float dB) {
+  return static_cast<float>(std::pow(10.0, static_cast<double>(dB / 20.0f)));
+}
 
 }  // namespace
 

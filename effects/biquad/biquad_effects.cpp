@@ -19,22 +19,21 @@ const ParamDesc kLowPassParams[] = {
 const ParamDesc kHighPassParams[] = {
     {"Frequency", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
      nullptr, false},
-    {"Q", false, 0.1f, 40.0f, 40.0f, 1.0f, 1.0f, &FormatThreeDigits, 0, 0, nullptr, nullptr,
-     false},
+    {"Q", false, 0.1f, 40.0f, 40.0f, 1.0f, 1.0f, &FormatThreeDigits, 0, 0, nullptr, nullptr, false},
     {""},
 };
 
 const ParamDesc kBandPassParams[] = {
-    {"LowEdge", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
+    {"LowEdge", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr, nullptr,
+     false},
     {"HighEdge", false, 11.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
      nullptr, false},
     {""},
 };
 
 const ParamDesc kNotchParams[] = {
-    {"LowEdge", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
+    {"LowEdge", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr, nullptr,
+     false},
     {"HighEdge", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
      nullptr, false},
     {""},
@@ -45,16 +44,16 @@ const ParamDesc kShelfParams[] = {
      nullptr, false},
     {"Q", false, 0.001f, 40.0f, 40.0f, 1.0f, 1.0f, &FormatThreeDigits, 0, 0, nullptr, nullptr,
      false},
-    {"Gain", false, -24.0f, 24.0f, 0.0f, kGainShape, 0.0f, &FormatDecibels, 0, 0, nullptr,
-     nullptr, false},
+    {"Gain", false, -24.0f, 24.0f, 0.0f, kGainShape, 0.0f, &FormatDecibels, 0, 0, nullptr, nullptr,
+     false},
     {""},
 };
 
 const ParamDesc kBellParams[] = {
     {"LowEdge", false, 10.0f, 22050.0f, 500.0f, 0.8f, 20.0f, &FormatHertz, 0, 0, nullptr, nullptr,
      false},
-    {"HighEdge", false, 10.0f, 22050.0f, 500.0f, 0.8f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
+    {"HighEdge", false, 10.0f, 22050.0f, 500.0f, 0.8f, 20.0f, &FormatHertz, 0, 0, nullptr, nullptr,
+     false},
     {"Gain", false, -24.0f, 24.0f, 0.0f, 0.5f, 0.0f, &FormatDecibels, 0, 0, nullptr, nullptr,
      false},
     {""},
@@ -135,9 +134,8 @@ int32_t LPFilterEffect::UpdateParams() {
   const float q = GetScriptedParamByName("Q");
   const float rate = GetSampleRate();
   passThrough = AtOrAboveNyquist(frequency, rate);
-  BuildFilters([&] {
-    return std::make_unique<BiquadFilter::LPFilter>(Normalised(frequency, rate), q);
-  });
+  BuildFilters(
+      [&] { return std::make_unique<BiquadFilter::LPFilter>(Normalised(frequency, rate), q); });
   return 0;
 }
 
@@ -160,9 +158,8 @@ int32_t HPFilterEffect::UpdateParams() {
   const float q = GetScriptedParamByName("Q");
   const float rate = GetSampleRate();
   passThrough = AtOrAboveNyquist(frequency, rate);
-  BuildFilters([&] {
-    return std::make_unique<BiquadFilter::HPFilter>(Normalised(frequency, rate), q);
-  });
+  BuildFilters(
+      [&] { return std::make_unique<BiquadFilter::HPFilter>(Normalised(frequency, rate), q); });
   return 0;
 }
 
@@ -327,9 +324,8 @@ int32_t APFilterEffect::UpdateParams() {
   const float frequency = GetScriptedParamByName("Frequency");
   const float q = GetScriptedParamByName("Q");
   const float rate = GetSampleRate();
-  BuildFilters([&] {
-    return std::make_unique<BiquadFilter::APFilter>(Normalised(frequency, rate), q);
-  });
+  BuildFilters(
+      [&] { return std::make_unique<BiquadFilter::APFilter>(Normalised(frequency, rate), q); });
   return 0;
 }
 

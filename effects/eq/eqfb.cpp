@@ -19,7 +19,7 @@ constexpr double kLadderSpan = 1378.125;
 // band's colour depends on it, so it must stay as it is.
 constexpr float kZero2 = -1.005f;
 
-const float kTenBands[10] = {31.25f, 62.5f, 125.0f, 250.0f, 500.0f,
+const float kTenBands[10] = {31.25f,  62.5f,   125.0f,  250.0f,  500.0f,
                              1000.0f, 2000.0f, 4000.0f, 8000.0f, 16000.0f};
 
 }  // namespace
@@ -70,8 +70,8 @@ EqfbEffect::EqfbEffect(int32_t bands, const float* list) {
   table.push_back({"Q", false, 0.025f, 1.25f, 1.0f, 0.5f, 1.22474492f, &FormatThreeDigits, 2, 0,
                    nullptr, nullptr, false});
   for (int32_t b = 0; b < bands; ++b) {
-    ParamDesc p{"", false, -18.0f, 18.0f, 0.0f, 0.5f, 0.0f, &FormatDecibels, 0, 0,
-                &dB2scale, &scale2dB, false};
+    ParamDesc p{"", false, -18.0f,    18.0f,     0.0f, 0.5f, 0.0f, &FormatDecibels,
+                0,  0,     &dB2scale, &scale2dB, false};
     BandName(p.name, static_cast<double>(frequencies[static_cast<size_t>(b)]));
     table.push_back(p);
   }

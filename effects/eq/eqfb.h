@@ -39,8 +39,8 @@ struct EqfbBand {
   float zero2 = 0.0f;       // coefficient of the state two samples ago in the output
   float state1 = 0.0f;
   float state2 = 0.0f;
-  float gain = 0.0f;        // linear band gain minus one
-  uint8_t bypass = 1;       // non-zero: the band does nothing
+  float gain = 0.0f;   // linear band gain minus one
+  uint8_t bypass = 1;  // non-zero: the band does nothing
 };
 
 // Designs `band` for a centre `frequency` in Hz, a `width` (the Q

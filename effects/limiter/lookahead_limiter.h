@@ -84,20 +84,20 @@ class LookaheadLimiter {
   int32_t autoLevel = 0;
 
   // Running state.
-  float att = 0.0f;       // current gain, 1 is no reduction
-  float ascSum = 0.0f;    // sum of the peaks above the ceiling inside the look-ahead
-  int32_t ascCount = 0;   // how many peaks ascSum holds
-  int32_t ascPos = -1;    // -1 from every reset on
-  float* buffer = nullptr;   // the ring, interleaved frames
-  int32_t bufferSize = 0;    // active ring length in samples, a multiple of channels
-  int32_t bufferCapacity = 0;// entries allocated in each of the three arrays
-  int32_t pos = 0;           // write position, in samples
-  int32_t* nextPos = nullptr;   // ring positions of pending gain changes, -1 for none
-  float* nextDelta = nullptr;   // per pending change, the gain increment after it
-  float delta = 0.0f;           // gain increment per frame now in force
-  int32_t nextIter = 0;         // index of the first pending change
-  int32_t nextLen = 0;          // pending changes
-  int32_t ascChanged = 0;       // always 0
+  float att = 0.0f;            // current gain, 1 is no reduction
+  float ascSum = 0.0f;         // sum of the peaks above the ceiling inside the look-ahead
+  int32_t ascCount = 0;        // how many peaks ascSum holds
+  int32_t ascPos = -1;         // -1 from every reset on
+  float* buffer = nullptr;     // the ring, interleaved frames
+  int32_t bufferSize = 0;      // active ring length in samples, a multiple of channels
+  int32_t bufferCapacity = 0;  // entries allocated in each of the three arrays
+  int32_t pos = 0;             // write position, in samples
+  int32_t* nextPos = nullptr;  // ring positions of pending gain changes, -1 for none
+  float* nextDelta = nullptr;  // per pending change, the gain increment after it
+  float delta = 0.0f;          // gain increment per frame now in force
+  int32_t nextIter = 0;        // index of the first pending change
+  int32_t nextLen = 0;         // pending changes
+  int32_t ascChanged = 0;      // always 0
   int32_t channels = 0;
   int32_t sampleRate = 0;
 

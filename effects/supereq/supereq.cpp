@@ -49,8 +49,8 @@ SuperEQEffect::SuperEQEffect() {
   const double ratio = std::pow(1378.125, 0.1);
   double f = 16.0;
   for (int32_t b = 0; b < kBands; ++b) {
-    bands[b] = {"", false, -18.0f, 18.0f, 0.0f, 0.5f, 0.0f, &FormatDecibels, 0, 0, &dB2scale,
-                &scale2dB, false};
+    bands[b] = {"", false, -18.0f,    18.0f,     0.0f, 0.5f, 0.0f, &FormatDecibels,
+                0,  0,     &dB2scale, &scale2dB, false};
     std::snprintf(bands[b].name, sizeof(bands[b].name), "%d Hz",
                   static_cast<int>(f * 10.0 + 5.0) / 10);
     f *= ratio;

@@ -89,7 +89,8 @@ int KaiserWindow::Design(int newLength, float attenuation) {
       factorials.resize(kFactorials);
       factorials[0] = 1.0f;
       for (int j = 1; j < kFactorials; ++j)
-        factorials[static_cast<size_t>(j)] = factorials[static_cast<size_t>(j - 1)] * static_cast<float>(j);
+        factorials[static_cast<size_t>(j)] =
+            factorials[static_cast<size_t>(j - 1)] * static_cast<float>(j);
       dirty = 1;
     }
     if (newLength != length) {
@@ -186,8 +187,9 @@ int SuperEqEngine::Rebuild() {
       const double step = std::pow(2.0, static_cast<double>(octave));
       for (int i = 0; i < bandCount; ++i) {
         edges[static_cast<size_t>(i)] =
-            i == 0 ? startFrequency
-                   : static_cast<float>(step * static_cast<double>(edges[static_cast<size_t>(i - 1)]));
+            i == 0
+                ? startFrequency
+                : static_cast<float>(step * static_cast<double>(edges[static_cast<size_t>(i - 1)]));
       }
     }
 

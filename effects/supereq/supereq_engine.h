@@ -62,7 +62,7 @@ struct SuperEqSettings {
   float startFrequency;  // Hz, the upper corner of band 0
   float octave;          // octaves between neighbouring corners
   int windowBits;
-  int filterLength;      // always 2^(windowBits - 1) - 1
+  int filterLength;  // always 2^(windowBits - 1) - 1
 };
 
 class SuperEqEngine {

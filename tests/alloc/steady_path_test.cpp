@@ -70,14 +70,16 @@ TEST(SteadyPath, ProcessingAllocatesNothingOnceSizesAreStable) {
     ASSERT_EQ(ondrel_processf_input(inst, in.data(), static_cast<int>(in.size()), &avail), 0);
     ASSERT_EQ(ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &written), 0);
     ASSERT_EQ(ondrel_process_input(inst, in16.data(), static_cast<int>(in16.size()), &avail), 0);
-    ASSERT_EQ(ondrel_process_output(inst, out16.data(), static_cast<int>(out16.size()), &written), 0);
+    ASSERT_EQ(ondrel_process_output(inst, out16.data(), static_cast<int>(out16.size()), &written),
+              0);
   }
   const long before = g_allocations;
   for (int i = 0; i < 50; ++i) {
     ASSERT_EQ(ondrel_processf_input(inst, in.data(), static_cast<int>(in.size()), &avail), 0);
     ASSERT_EQ(ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &written), 0);
     ASSERT_EQ(ondrel_process_input(inst, in16.data(), static_cast<int>(in16.size()), &avail), 0);
-    ASSERT_EQ(ondrel_process_output(inst, out16.data(), static_cast<int>(out16.size()), &written), 0);
+    ASSERT_EQ(ondrel_process_output(inst, out16.data(), static_cast<int>(out16.size()), &written),
+              0);
   }
   EXPECT_EQ(g_allocations - before, 0);
   // The counter does see the library's allocations.

@@ -17,255 +17,244 @@ namespace {
 using BiquadFilter::Filter;
 
 struct Reference {
-    double b0, b1, b2, a0, a1, a2;
+  double b0, b1, b2, a0, a1, a2;
 };
 
 // Cookbook forms with 2*pi*f, alpha = sin(w0)/(2Q).
-Reference CookbookLowPass(double f, double Q)
-{
-    const double w0 = 2.0 * M_PI * f, alpha = std::sin(w0) / (2.0 * Q), cw = std::cos(w0);
-    return {(1 - cw) / 2, 1 - cw, (1 - cw) / 2, 1 + alpha, -2 * cw, 1 - alpha};
+Reference CookbookLowPass(double f, double Q) {
+  const double w0 = 2.0 * M_PI * f, alpha = std::sin(w0) / (2.0 * Q), cw = std::cos(w0);
+  return {(1 - cw) / 2, 1 - cw, (1 - cw) / 2, 1 + alpha, -2 * cw, 1 - alpha};
 }
 
-Reference CookbookHighPass(double f, double Q)
-{
-    const double w0 = 2.0 * M_PI * f, alpha = std::sin(w0) / (2.0 * Q), cw = std::cos(w0);
-    return {(1 + cw) / 2, -(1 + cw), (1 + cw) / 2, 1 + alpha, -2 * cw, 1 - alpha};
+Reference CookbookHighPass(double f, double Q) {
+  const double w0 = 2.0 * M_PI * f, alpha = std::sin(w0) / (2.0 * Q), cw = std::cos(w0);
+  return {(1 + cw) / 2, -(1 + cw), (1 + cw) / 2, 1 + alpha, -2 * cw, 1 - alpha};
 }
 
-Reference CookbookAllPass(double f, double Q)
-{
-    const double w0 = 2.0 * M_PI * f, alpha = std::sin(w0) / (2.0 * Q), cw = std::cos(w0);
-    return {1 - alpha, -2 * cw, 1 + alpha, 1 + alpha, -2 * cw, 1 - alpha};
+Reference CookbookAllPass(double f, double Q) {
+  const double w0 = 2.0 * M_PI * f, alpha = std::sin(w0) / (2.0 * Q), cw = std::cos(w0);
+  return {1 - alpha, -2 * cw, 1 + alpha, 1 + alpha, -2 * cw, 1 - alpha};
 }
 
-Reference CookbookLowShelf(double f, double Q, double dB)
-{
-    const double A = std::pow(10.0, dB / 40.0), w0 = 2.0 * M_PI * f, cw = std::cos(w0);
-    const double alpha = std::sin(w0) / (2.0 * Q), r = 2.0 * std::sqrt(A) * alpha;
-    return {A * ((A + 1) - (A - 1) * cw + r), 2 * A * ((A - 1) - (A + 1) * cw), A * ((A + 1) - (A - 1) * cw - r),
-            (A + 1) + (A - 1) * cw + r,       -2 * ((A - 1) + (A + 1) * cw),    (A + 1) + (A - 1) * cw - r};
+Reference CookbookLowShelf(double f, double Q, double dB) {
+  const double A = std::pow(10.0, dB / 40.0), w0 = 2.0 * M_PI * f, cw = std::cos(w0);
+  const double alpha = std::sin(w0) / (2.0 * Q), r = 2.0 * std::sqrt(A) * alpha;
+  return {A * ((A + 1) - (A - 1) * cw + r), 2 * A * ((A - 1) - (A + 1) * cw),
+          A * ((A + 1) - (A - 1) * cw - r), (A + 1) + (A - 1) * cw + r,
+          -2 * ((A - 1) + (A + 1) * cw),    (A + 1) + (A - 1) * cw - r};
 }
 
-Reference CookbookHighShelf(double f, double Q, double dB)
-{
-    const double A = std::pow(10.0, dB / 40.0), w0 = 2.0 * M_PI * f, cw = std::cos(w0);
-    const double alpha = std::sin(w0) / (2.0 * Q), r = 2.0 * std::sqrt(A) * alpha;
-    return {A * ((A + 1) + (A - 1) * cw + r), -2 * A * ((A - 1) + (A + 1) * cw), A * ((A + 1) + (A - 1) * cw - r),
-            (A + 1) - (A - 1) * cw + r,       2 * ((A - 1) - (A + 1) * cw),      (A + 1) - (A - 1) * cw - r};
+Reference CookbookHighShelf(double f, double Q, double dB) {
+  const double A = std::pow(10.0, dB / 40.0), w0 = 2.0 * M_PI * f, cw = std::cos(w0);
+  const double alpha = std::sin(w0) / (2.0 * Q), r = 2.0 * std::sqrt(A) * alpha;
+  return {A * ((A + 1) + (A - 1) * cw + r), -2 * A * ((A - 1) + (A + 1) * cw),
+          A * ((A + 1) + (A - 1) * cw - r), (A + 1) - (A - 1) * cw + r,
+          2 * ((A - 1) - (A + 1) * cw),     (A + 1) - (A - 1) * cw - r};
 }
 
 // The band shapes of this library centre on the geometric mean of the edges
 // and use alpha = 0.75 * 0.5 * octaves * w0 (a linear width law, by design).
-void BandCentre(double lo, double hi, double& w0, double& alpha)
-{
-    w0 = 2.0 * M_PI * std::sqrt(lo * hi);
-    alpha = 0.375 * std::log2(hi / lo) * w0;
+void BandCentre(double lo, double hi, double& w0, double& alpha) {
+  w0 = 2.0 * M_PI * std::sqrt(lo * hi);
+  alpha = 0.375 * std::log2(hi / lo) * w0;
 }
 
-Reference CookbookBandPass(double lo, double hi)
-{
-    double w0, alpha;
-    BandCentre(lo, hi, w0, alpha);
-    return {alpha, 0, -alpha, 1 + alpha, -2 * std::cos(w0), 1 - alpha};
+Reference CookbookBandPass(double lo, double hi) {
+  double w0, alpha;
+  BandCentre(lo, hi, w0, alpha);
+  return {alpha, 0, -alpha, 1 + alpha, -2 * std::cos(w0), 1 - alpha};
 }
 
-Reference CookbookNotch(double lo, double hi)
-{
-    double w0, alpha;
-    BandCentre(lo, hi, w0, alpha);
-    return {1, -2 * std::cos(w0), 1, 1 + alpha, -2 * std::cos(w0), 1 - alpha};
+Reference CookbookNotch(double lo, double hi) {
+  double w0, alpha;
+  BandCentre(lo, hi, w0, alpha);
+  return {1, -2 * std::cos(w0), 1, 1 + alpha, -2 * std::cos(w0), 1 - alpha};
 }
 
-Reference CookbookPeak(double lo, double hi, double dB)
-{
-    double w0, alpha;
-    BandCentre(lo, hi, w0, alpha);
-    const double A = std::pow(10.0, dB / 40.0);
-    return {1 + alpha * A, -2 * std::cos(w0), 1 - alpha * A, 1 + alpha / A, -2 * std::cos(w0), 1 - alpha / A};
+Reference CookbookPeak(double lo, double hi, double dB) {
+  double w0, alpha;
+  BandCentre(lo, hi, w0, alpha);
+  const double A = std::pow(10.0, dB / 40.0);
+  return {1 + alpha * A, -2 * std::cos(w0), 1 - alpha * A,
+          1 + alpha / A, -2 * std::cos(w0), 1 - alpha / A};
 }
 
 // Stored coefficients are the double design rounded to float: allow a few
 // float ulps relative to the largest coefficient.
-void ExpectCoefficients(const Filter& f, const Reference& r, const std::string& what)
-{
-    const double want[5] = {r.b0 / r.a0, r.b1 / r.a0, r.b2 / r.a0, r.a1 / r.a0, r.a2 / r.a0};
-    const float got[5] = {f.b0, f.b1, f.b2, f.a1, f.a2};
-    const char* names[5] = {"b0", "b1", "b2", "a1", "a2"};
-    double scale = 1.0;
-    for (double w : want) scale = std::max(scale, std::fabs(w));
-    for (int i = 0; i < 5; ++i)
-        EXPECT_NEAR(got[i], want[i], 4e-7 * scale) << what << " " << names[i];
-    EXPECT_TRUE(f.x1 == 0.0f && f.x2 == 0.0f && f.y1 == 0.0f && f.y2 == 0.0f) << what << ": state not clear";
+void ExpectCoefficients(const Filter& f, const Reference& r, const std::string& what) {
+  const double want[5] = {r.b0 / r.a0, r.b1 / r.a0, r.b2 / r.a0, r.a1 / r.a0, r.a2 / r.a0};
+  const float got[5] = {f.b0, f.b1, f.b2, f.a1, f.a2};
+  const char* names[5] = {"b0", "b1", "b2", "a1", "a2"};
+  double scale = 1.0;
+  for (double w : want) scale = std::max(scale, std::fabs(w));
+  for (int i = 0; i < 5; ++i) EXPECT_NEAR(got[i], want[i], 4e-7 * scale) << what << " " << names[i];
+  EXPECT_TRUE(f.x1 == 0.0f && f.x2 == 0.0f && f.y1 == 0.0f && f.y2 == 0.0f)
+      << what << ": state not clear";
 }
 
 // |H| of the stored float coefficients at `f` cycles per sample.
-double Magnitude(const Filter& flt, double f)
-{
-    const std::complex<double> z1 = std::polar(1.0, -2.0 * M_PI * f), z2 = z1 * z1;
-    const std::complex<double> num = double(flt.b0) + double(flt.b1) * z1 + double(flt.b2) * z2;
-    const std::complex<double> den = 1.0 + double(flt.a1) * z1 + double(flt.a2) * z2;
-    return std::abs(num / den);
+double Magnitude(const Filter& flt, double f) {
+  const std::complex<double> z1 = std::polar(1.0, -2.0 * M_PI * f), z2 = z1 * z1;
+  const std::complex<double> num = double(flt.b0) + double(flt.b1) * z1 + double(flt.b2) * z2;
+  const std::complex<double> den = 1.0 + double(flt.a1) * z1 + double(flt.a2) * z2;
+  return std::abs(num / den);
 }
 
-TEST(BiquadFilter, CoefficientsMatchCookbook)
-{
-    for (double f : {0.001, 0.02, 0.1, 0.3, 0.45}) {
-        for (double q : {0.3, 0.7071, 2.0, 10.0}) {
-            const std::string at = "f=" + std::to_string(f) + " q=" + std::to_string(q);
-            ExpectCoefficients(BiquadFilter::LPFilter(f, q), CookbookLowPass(f, q), "LP " + at);
-            ExpectCoefficients(BiquadFilter::HPFilter(f, q), CookbookHighPass(f, q), "HP " + at);
-            // The all-pass width grows with q: it is the cookbook all-pass of 1/q.
-            ExpectCoefficients(BiquadFilter::APFilter(f, q), CookbookAllPass(f, 1.0 / q), "AP " + at);
-            for (double dB : {-12.0, 3.0, 15.0}) {
-                const std::string g = at + " dB=" + std::to_string(dB);
-                ExpectCoefficients(BiquadFilter::LSFilter(f, q, dB), CookbookLowShelf(f, q, dB), "LS " + g);
-                ExpectCoefficients(BiquadFilter::HSFilter(f, q, dB), CookbookHighShelf(f, q, dB), "HS " + g);
-            }
-        }
+TEST(BiquadFilter, CoefficientsMatchCookbook) {
+  for (double f : {0.001, 0.02, 0.1, 0.3, 0.45}) {
+    for (double q : {0.3, 0.7071, 2.0, 10.0}) {
+      const std::string at = "f=" + std::to_string(f) + " q=" + std::to_string(q);
+      ExpectCoefficients(BiquadFilter::LPFilter(f, q), CookbookLowPass(f, q), "LP " + at);
+      ExpectCoefficients(BiquadFilter::HPFilter(f, q), CookbookHighPass(f, q), "HP " + at);
+      // The all-pass width grows with q: it is the cookbook all-pass of 1/q.
+      ExpectCoefficients(BiquadFilter::APFilter(f, q), CookbookAllPass(f, 1.0 / q), "AP " + at);
+      for (double dB : {-12.0, 3.0, 15.0}) {
+        const std::string g = at + " dB=" + std::to_string(dB);
+        ExpectCoefficients(BiquadFilter::LSFilter(f, q, dB), CookbookLowShelf(f, q, dB), "LS " + g);
+        ExpectCoefficients(BiquadFilter::HSFilter(f, q, dB), CookbookHighShelf(f, q, dB),
+                           "HS " + g);
+      }
     }
-    const double edges[][2] = {{0.01, 0.02}, {0.05, 0.06}, {0.001, 0.004}, {0.1, 0.2}};
-    for (const auto& e : edges) {
-        const std::string at = "edges " + std::to_string(e[0]) + ".." + std::to_string(e[1]);
-        ExpectCoefficients(BiquadFilter::BPFilter(e[0], e[1]), CookbookBandPass(e[0], e[1]), "BP " + at);
-        ExpectCoefficients(BiquadFilter::NTFilter(e[0], e[1]), CookbookNotch(e[0], e[1]), "NT " + at);
-        for (double dB : {-9.0, 6.0})
-            ExpectCoefficients(BiquadFilter::PKFilter(e[0], e[1], dB), CookbookPeak(e[0], e[1], dB),
-                               "PK " + at + " dB=" + std::to_string(dB));
-    }
+  }
+  const double edges[][2] = {{0.01, 0.02}, {0.05, 0.06}, {0.001, 0.004}, {0.1, 0.2}};
+  for (const auto& e : edges) {
+    const std::string at = "edges " + std::to_string(e[0]) + ".." + std::to_string(e[1]);
+    ExpectCoefficients(BiquadFilter::BPFilter(e[0], e[1]), CookbookBandPass(e[0], e[1]),
+                       "BP " + at);
+    ExpectCoefficients(BiquadFilter::NTFilter(e[0], e[1]), CookbookNotch(e[0], e[1]), "NT " + at);
+    for (double dB : {-9.0, 6.0})
+      ExpectCoefficients(BiquadFilter::PKFilter(e[0], e[1], dB), CookbookPeak(e[0], e[1], dB),
+                         "PK " + at + " dB=" + std::to_string(dB));
+  }
 }
 
-TEST(BiquadFilter, MagnitudeAtCharacteristicFrequencies)
-{
-    const double f0 = 1000.0 / 44100.0;
-    const double q = 2.5;
-    const double tol = 1e-4;
+TEST(BiquadFilter, MagnitudeAtCharacteristicFrequencies) {
+  const double f0 = 1000.0 / 44100.0;
+  const double q = 2.5;
+  const double tol = 1e-4;
 
-    const BiquadFilter::LPFilter lp(f0, q);
-    EXPECT_NEAR(Magnitude(lp, 0.0), 1.0, tol);
-    EXPECT_NEAR(Magnitude(lp, f0), q, 1e-3);
-    EXPECT_NEAR(Magnitude(lp, 0.5), 0.0, tol);
+  const BiquadFilter::LPFilter lp(f0, q);
+  EXPECT_NEAR(Magnitude(lp, 0.0), 1.0, tol);
+  EXPECT_NEAR(Magnitude(lp, f0), q, 1e-3);
+  EXPECT_NEAR(Magnitude(lp, 0.5), 0.0, tol);
 
-    const BiquadFilter::HPFilter hp(f0, q);
-    EXPECT_NEAR(Magnitude(hp, 0.0), 0.0, tol);
-    EXPECT_NEAR(Magnitude(hp, f0), q, 1e-3);
-    EXPECT_NEAR(Magnitude(hp, 0.5), 1.0, tol);
+  const BiquadFilter::HPFilter hp(f0, q);
+  EXPECT_NEAR(Magnitude(hp, 0.0), 0.0, tol);
+  EXPECT_NEAR(Magnitude(hp, f0), q, 1e-3);
+  EXPECT_NEAR(Magnitude(hp, 0.5), 1.0, tol);
 
-    const BiquadFilter::APFilter ap(f0, q);
-    for (double f : {0.0, f0 / 3, f0, 0.2, 0.5})
-        EXPECT_NEAR(Magnitude(ap, f), 1.0, tol) << "f=" << f;
+  const BiquadFilter::APFilter ap(f0, q);
+  for (double f : {0.0, f0 / 3, f0, 0.2, 0.5}) EXPECT_NEAR(Magnitude(ap, f), 1.0, tol) << "f=" << f;
 
-    const double gain = 7.5, A = std::pow(10.0, gain / 40.0);
-    const BiquadFilter::LSFilter ls(f0, 0.7071, gain);
-    EXPECT_NEAR(Magnitude(ls, 0.0), A * A, tol);
-    EXPECT_NEAR(Magnitude(ls, f0), A, tol);
-    EXPECT_NEAR(Magnitude(ls, 0.5), 1.0, tol);
-    const BiquadFilter::HSFilter hs(f0, 0.7071, gain);
-    EXPECT_NEAR(Magnitude(hs, 0.0), 1.0, tol);
-    EXPECT_NEAR(Magnitude(hs, f0), A, tol);
-    EXPECT_NEAR(Magnitude(hs, 0.5), A * A, tol);
+  const double gain = 7.5, A = std::pow(10.0, gain / 40.0);
+  const BiquadFilter::LSFilter ls(f0, 0.7071, gain);
+  EXPECT_NEAR(Magnitude(ls, 0.0), A * A, tol);
+  EXPECT_NEAR(Magnitude(ls, f0), A, tol);
+  EXPECT_NEAR(Magnitude(ls, 0.5), 1.0, tol);
+  const BiquadFilter::HSFilter hs(f0, 0.7071, gain);
+  EXPECT_NEAR(Magnitude(hs, 0.0), 1.0, tol);
+  EXPECT_NEAR(Magnitude(hs, f0), A, tol);
+  EXPECT_NEAR(Magnitude(hs, 0.5), A * A, tol);
 
-    // Band shapes peak (or null) at the geometric mean of the edges.
-    const double lo = 800.0 / 44100.0, hi = 1250.0 / 44100.0, centre = std::sqrt(lo * hi);
-    const BiquadFilter::BPFilter bp(lo, hi);
-    EXPECT_NEAR(Magnitude(bp, centre), 1.0, tol);
-    EXPECT_LT(Magnitude(bp, lo / 4), 0.2);
-    const BiquadFilter::NTFilter nt(lo, hi);
-    EXPECT_NEAR(Magnitude(nt, centre), 0.0, 1e-3);
-    EXPECT_NEAR(Magnitude(nt, 0.0), 1.0, tol);
-    const BiquadFilter::PKFilter pk(lo, hi, -gain);
-    EXPECT_NEAR(Magnitude(pk, centre), 1.0 / (A * A), tol);
-    EXPECT_NEAR(Magnitude(pk, 0.5), 1.0, tol);
+  // Band shapes peak (or null) at the geometric mean of the edges.
+  const double lo = 800.0 / 44100.0, hi = 1250.0 / 44100.0, centre = std::sqrt(lo * hi);
+  const BiquadFilter::BPFilter bp(lo, hi);
+  EXPECT_NEAR(Magnitude(bp, centre), 1.0, tol);
+  EXPECT_LT(Magnitude(bp, lo / 4), 0.2);
+  const BiquadFilter::NTFilter nt(lo, hi);
+  EXPECT_NEAR(Magnitude(nt, centre), 0.0, 1e-3);
+  EXPECT_NEAR(Magnitude(nt, 0.0), 1.0, tol);
+  const BiquadFilter::PKFilter pk(lo, hi, -gain);
+  EXPECT_NEAR(Magnitude(pk, centre), 1.0 / (A * A), tol);
+  EXPECT_NEAR(Magnitude(pk, 0.5), 1.0, tol);
 }
 
 // The recursion as the owning effects run it: float, Direct Form I, in this
 // order of evaluation.
-std::vector<float> ScalarReference(Filter f, const std::vector<float>& x)
-{
-    std::vector<float> y(x.size());
-    for (size_t n = 0; n < x.size(); ++n) {
-        float out = f.b0 * x[n];
-        out = out + f.b1 * f.x1;
-        out = out + f.b2 * f.x2;
-        out = out - f.a1 * f.y1;
-        out = out - f.a2 * f.y2;
-        f.x2 = f.x1;
-        f.x1 = x[n];
-        f.y2 = f.y1;
-        f.y1 = out;
-        y[n] = out;
-    }
-    return y;
+std::vector<float> ScalarReference(Filter f, const std::vector<float>& x) {
+  std::vector<float> y(x.size());
+  for (size_t n = 0; n < x.size(); ++n) {
+    float out = f.b0 * x[n];
+    out = out + f.b1 * f.x1;
+    out = out + f.b2 * f.x2;
+    out = out - f.a1 * f.y1;
+    out = out - f.a2 * f.y2;
+    f.x2 = f.x1;
+    f.x1 = x[n];
+    f.y2 = f.y1;
+    f.y1 = out;
+    y[n] = out;
+  }
+  return y;
 }
 
-TEST(BiquadFilter, RecursionIsSampleExactAgainstScalarLoop)
-{
-    std::mt19937 rng(3);
-    std::uniform_real_distribution<float> dist(-1.0f, 1.0f);
-    std::vector<float> x(2000);
-    for (float& v : x) v = dist(rng);
-    x[0] = 1.0f;  // a fresh filter answers b0 to its first sample of 1
+TEST(BiquadFilter, RecursionIsSampleExactAgainstScalarLoop) {
+  std::mt19937 rng(3);
+  std::uniform_real_distribution<float> dist(-1.0f, 1.0f);
+  std::vector<float> x(2000);
+  for (float& v : x) v = dist(rng);
+  x[0] = 1.0f;  // a fresh filter answers b0 to its first sample of 1
 
-    // One low-frequency resonant design and one bell: the recursion is shared.
-    BiquadFilter::LPFilter lp(0.01, 0.7);
-    BiquadFilter::PKFilter pk(0.004, 0.008, 9.0);
-    Filter* filters[] = {&lp, &pk};
-    for (size_t i = 0; i < 2; ++i) {
-        Filter& f = *filters[i];
-        const std::vector<float> want = ScalarReference(f, x);
-        ASSERT_EQ(want[0], f.b0) << "filter " << i;
+  // One low-frequency resonant design and one bell: the recursion is shared.
+  BiquadFilter::LPFilter lp(0.01, 0.7);
+  BiquadFilter::PKFilter pk(0.004, 0.008, 9.0);
+  Filter* filters[] = {&lp, &pk};
+  for (size_t i = 0; i < 2; ++i) {
+    Filter& f = *filters[i];
+    const std::vector<float> want = ScalarReference(f, x);
+    ASSERT_EQ(want[0], f.b0) << "filter " << i;
 
-        // Per sample, then the same in place on a block after clearing.
-        for (size_t n = 0; n < x.size(); ++n)
-            ASSERT_EQ(f.Process(x[n]), want[n]) << "filter " << i << " sample " << n;
-        f.ClearState();
-        std::vector<float> block = x;
-        f.Process(block.data(), static_cast<int>(block.size()));
-        for (size_t n = 0; n < x.size(); ++n)
-            ASSERT_EQ(block[n], want[n]) << "filter " << i << " block sample " << n;
-    }
+    // Per sample, then the same in place on a block after clearing.
+    for (size_t n = 0; n < x.size(); ++n)
+      ASSERT_EQ(f.Process(x[n]), want[n]) << "filter " << i << " sample " << n;
+    f.ClearState();
+    std::vector<float> block = x;
+    f.Process(block.data(), static_cast<int>(block.size()));
+    for (size_t n = 0; n < x.size(); ++n)
+      ASSERT_EQ(block[n], want[n]) << "filter " << i << " block sample " << n;
+  }
 }
 
-TEST(BiquadFilter, DegenerateDesignsFollowTheirFormulas)
-{
-    // Equal edges: zero width, alpha 0, numerator equal to denominator with
-    // poles on the unit circle.
-    const BiquadFilter::NTFilter narrowNotch(0.05, 0.05);
-    const BiquadFilter::PKFilter narrowBell(0.05, 0.05, 6.0);
-    for (const Filter* f : {static_cast<const Filter*>(&narrowNotch), static_cast<const Filter*>(&narrowBell)}) {
-        EXPECT_EQ(f->b0, 1.0f);
-        EXPECT_EQ(f->b1, f->a1);
-        EXPECT_EQ(f->b2, f->a2);
-        EXPECT_EQ(f->a2, 1.0f);
-        EXPECT_FLOAT_EQ(f->a1, static_cast<float>(-2.0 * std::cos(2.0 * M_PI * 0.05)));
-    }
-    const BiquadFilter::BPFilter silent(0.05, 0.05);
-    EXPECT_EQ(silent.b0, 0.0f);
-    EXPECT_EQ(silent.b2, 0.0f);
+TEST(BiquadFilter, DegenerateDesignsFollowTheirFormulas) {
+  // Equal edges: zero width, alpha 0, numerator equal to denominator with
+  // poles on the unit circle.
+  const BiquadFilter::NTFilter narrowNotch(0.05, 0.05);
+  const BiquadFilter::PKFilter narrowBell(0.05, 0.05, 6.0);
+  for (const Filter* f :
+       {static_cast<const Filter*>(&narrowNotch), static_cast<const Filter*>(&narrowBell)}) {
+    EXPECT_EQ(f->b0, 1.0f);
+    EXPECT_EQ(f->b1, f->a1);
+    EXPECT_EQ(f->b2, f->a2);
+    EXPECT_EQ(f->a2, 1.0f);
+    EXPECT_FLOAT_EQ(f->a1, static_cast<float>(-2.0 * std::cos(2.0 * M_PI * 0.05)));
+  }
+  const BiquadFilter::BPFilter silent(0.05, 0.05);
+  EXPECT_EQ(silent.b0, 0.0f);
+  EXPECT_EQ(silent.b2, 0.0f);
 
-    // A bell of 0 dB is one polynomial over itself.
-    const BiquadFilter::PKFilter flat(0.01, 0.03, 0.0);
-    EXPECT_EQ(flat.b0, 1.0f);
-    EXPECT_EQ(flat.b1, flat.a1);
-    EXPECT_EQ(flat.b2, flat.a2);
+  // A bell of 0 dB is one polynomial over itself.
+  const BiquadFilter::PKFilter flat(0.01, 0.03, 0.0);
+  EXPECT_EQ(flat.b0, 1.0f);
+  EXPECT_EQ(flat.b1, flat.a1);
+  EXPECT_EQ(flat.b2, flat.a2);
 
-    // Shelves of 0 dB are the identity: their impulse response is exact.
-    BiquadFilter::LSFilter lowShelf(0.01, 0.7, 0.0);
-    BiquadFilter::HSFilter highShelf(0.3, 2.0, 0.0);
-    for (Filter* f : {static_cast<Filter*>(&lowShelf), static_cast<Filter*>(&highShelf)})
-        for (int n = 0; n < 64; ++n)
-            ASSERT_EQ(f->Process(n == 0 ? 1.0f : 0.0f), n == 0 ? 1.0f : 0.0f) << "sample " << n;
+  // Shelves of 0 dB are the identity: their impulse response is exact.
+  BiquadFilter::LSFilter lowShelf(0.01, 0.7, 0.0);
+  BiquadFilter::HSFilter highShelf(0.3, 2.0, 0.0);
+  for (Filter* f : {static_cast<Filter*>(&lowShelf), static_cast<Filter*>(&highShelf)})
+    for (int n = 0; n < 64; ++n)
+      ASSERT_EQ(f->Process(n == 0 ? 1.0f : 0.0f), n == 0 ? 1.0f : 0.0f) << "sample " << n;
 
-    // An all-pass at or beyond half the rate is still built as designed.
-    for (double f : {0.5, 0.6}) {
-        const BiquadFilter::APFilter ap(f, 0.8);
-        ExpectCoefficients(ap, CookbookAllPass(f, 1.0 / 0.8), "AP f=" + std::to_string(f));
-        EXPECT_TRUE(std::isfinite(ap.b0) && std::isfinite(ap.a1));
-    }
+  // An all-pass at or beyond half the rate is still built as designed.
+  for (double f : {0.5, 0.6}) {
+    const BiquadFilter::APFilter ap(f, 0.8);
+    ExpectCoefficients(ap, CookbookAllPass(f, 1.0 / 0.8), "AP f=" + std::to_string(f));
+    EXPECT_TRUE(std::isfinite(ap.b0) && std::isfinite(ap.a1));
+  }
 
-    // Edges at zero give no usable band: not a number, not a crash.
-    const BiquadFilter::BPFilter none(0.0, 0.0);
-    EXPECT_TRUE(std::isnan(none.b0));
+  // Edges at zero give no usable band: not a number, not a crash.
+  const BiquadFilter::BPFilter none(0.0, 0.0);
+  EXPECT_TRUE(std::isnan(none.b0));
 }
 
 }  // namespace

@@ -22,479 +22,511 @@ namespace {
 const double kPi = 3.14159265358979323846;
 
 std::vector<float> Noise(size_t n, unsigned seed, float amplitude = 0.5f) {
-    std::mt19937 gen(seed);
-    std::uniform_real_distribution<float> dist(-amplitude, amplitude);
-    std::vector<float> v(n);
-    for (float& x : v) x = dist(gen);
-    return v;
+  std::mt19937 gen(seed);
+  std::uniform_real_distribution<float> dist(-amplitude, amplitude);
+  std::vector<float> v(n);
+  for (float& x : v) x = dist(gen);
+  return v;
 }
 
 // Least-squares fit of a * sin(w m) + b * cos(w m) over [from, to).
 struct SineFit {
-    double amplitude;
-    double phase;     // of sin(w m + phase)
-    double residual;  // rms of what the fit leaves, relative to the amplitude
+  double amplitude;
+  double phase;     // of sin(w m + phase)
+  double residual;  // rms of what the fit leaves, relative to the amplitude
 };
 
 SineFit FitSine(const std::vector<float>& y, size_t stride, size_t channel, double w, size_t from,
                 size_t to) {
-    double ss = 0, sc = 0, cc = 0, ys = 0, yc = 0;
-    for (size_t m = from; m < to; ++m) {
-        const double s = std::sin(w * m), c = std::cos(w * m), v = y[m * stride + channel];
-        ss += s * s; sc += s * c; cc += c * c; ys += v * s; yc += v * c;
-    }
-    const double det = ss * cc - sc * sc;
-    const double a = (ys * cc - yc * sc) / det;
-    const double b = (yc * ss - ys * sc) / det;
-    double err = 0;
-    for (size_t m = from; m < to; ++m) {
-        const double e = y[m * stride + channel] - (a * std::sin(w * m) + b * std::cos(w * m));
-        err += e * e;
-    }
-    const double amp = std::hypot(a, b);
-    return {amp, std::atan2(b, a), std::sqrt(err / (to - from)) / amp};
+  double ss = 0, sc = 0, cc = 0, ys = 0, yc = 0;
+  for (size_t m = from; m < to; ++m) {
+    const double s = std::sin(w * m), c = std::cos(w * m), v = y[m * stride + channel];
+    ss += s * s;
+    sc += s * c;
+    cc += c * c;
+    ys += v * s;
+    yc += v * c;
+  }
+  const double det = ss * cc - sc * sc;
+  const double a = (ys * cc - yc * sc) / det;
+  const double b = (yc * ss - ys * sc) / det;
+  double err = 0;
+  for (size_t m = from; m < to; ++m) {
+    const double e = y[m * stride + channel] - (a * std::sin(w * m) + b * std::cos(w * m));
+    err += e * e;
+  }
+  const double amp = std::hypot(a, b);
+  return {amp, std::atan2(b, a), std::sqrt(err / (to - from)) / amp};
 }
 
 // Delay in output samples of a fitted phase against the expected one.
 double DelayOf(double expectedPhase, double phase, double w) {
-    double d = expectedPhase - phase;
-    while (d > kPi) d -= 2 * kPi;
-    while (d < -kPi) d += 2 * kPi;
-    return d / w;
+  double d = expectedPhase - phase;
+  while (d > kPi) d -= 2 * kPi;
+  while (d < -kPi) d += 2 * kPi;
+  return d / w;
 }
 
 // The resampler's prototype written out in double: sinc with its corner at
 // `cutoff` of the input Nyquist over n = -H..H, Kaiser window with beta 16.
 struct DirectSinc {
-    long L, M, T, N, start, H;
-    double cutoff;
-    std::vector<double> h;
+  long L, M, T, N, start, H;
+  double cutoff;
+  std::vector<double> h;
 
-    DirectSinc(int inRate, int outRate) {
-        const double ratio = double(inRate) / outRate;
-        T = (ratio >= 0.5 && ratio <= 2) ? 35 : (ratio >= 0.25 && ratio <= 4) ? 40 : 45;
-        long a = inRate, b = outRate;
-        while (b) { long t = a % b; a = b; b = t; }
-        L = outRate / a;
-        M = inRate / a;
-        cutoff = 1.0;
-        if (L < M) {
-            cutoff = double(L) / M;
-            T = M * T / L;
-        }
-        N = T * L;
-        start = (N % 2 == 0) ? 1 : 0;
-        H = (N - start) / 2;
-        h.assign(N, 0.0);
-        const double i0 = std::cyl_bessel_i(0.0, 16.0);
-        for (long i = start; i < N; ++i) {
-            const double n = double(i - start - H);
-            const double v = n == 0 ? cutoff : L * std::sin(kPi * n * cutoff / L) / (kPi * n);
-            const double r = n / (H + 1);
-            h[i] = v * std::cyl_bessel_i(0.0, 16.0 * std::sqrt(1 - r * r)) / i0;
-        }
+  DirectSinc(int inRate, int outRate) {
+    const double ratio = double(inRate) / outRate;
+    T = (ratio >= 0.5 && ratio <= 2) ? 35 : (ratio >= 0.25 && ratio <= 4) ? 40 : 45;
+    long a = inRate, b = outRate;
+    while (b) {
+      long t = a % b;
+      a = b;
+      b = t;
     }
-
-    // Input samples the first call spends on filling the half-full history.
-    long First() const { return T - (T / 2 + 1); }
-
-    // Output m of one call over x (one channel at a stride): the upsampled
-    // time First() * L + m * M convolved with x at multiples of L.
-    std::vector<double> Run(const std::vector<float>& x, size_t stride, size_t channel) const {
-        const long frames = long(x.size() / stride);
-        std::vector<double> y;
-        for (long t = First() * L; t < frames * L; t += M) {
-            double acc = 0;
-            for (long q = std::max(0L, (t - N) / L); q < frames; ++q) {
-                const long idx = t - q * L;
-                if (idx < 0) break;
-                if (idx < N) acc += h[idx] * x[q * stride + channel];
-            }
-            y.push_back(acc);
-        }
-        return y;
+    L = outRate / a;
+    M = inRate / a;
+    cutoff = 1.0;
+    if (L < M) {
+      cutoff = double(L) / M;
+      T = M * T / L;
     }
+    N = T * L;
+    start = (N % 2 == 0) ? 1 : 0;
+    H = (N - start) / 2;
+    h.assign(N, 0.0);
+    const double i0 = std::cyl_bessel_i(0.0, 16.0);
+    for (long i = start; i < N; ++i) {
+      const double n = double(i - start - H);
+      const double v = n == 0 ? cutoff : L * std::sin(kPi * n * cutoff / L) / (kPi * n);
+      const double r = n / (H + 1);
+      h[i] = v * std::cyl_bessel_i(0.0, 16.0 * std::sqrt(1 - r * r)) / i0;
+    }
+  }
+
+  // Input samples the first call spends on filling the half-full history.
+  long First() const { return T - (T / 2 + 1); }
+
+  // Output m of one call over x (one channel at a stride): the upsampled
+  // time First() * L + m * M convolved with x at multiples of L.
+  std::vector<double> Run(const std::vector<float>& x, size_t stride, size_t channel) const {
+    const long frames = long(x.size() / stride);
+    std::vector<double> y;
+    for (long t = First() * L; t < frames * L; t += M) {
+      double acc = 0;
+      for (long q = std::max(0L, (t - N) / L); q < frames; ++q) {
+        const long idx = t - q * L;
+        if (idx < 0) break;
+        if (idx < N) acc += h[idx] * x[q * stride + channel];
+      }
+      y.push_back(acc);
+    }
+    return y;
+  }
 };
 
 // ---------------------------------------------------------------------------
 
 TEST(ResamplerRealFft, PackedLayoutAgainstNaiveDftAndPairScale) {
-    for (int n : {4, 8, 64, 2048}) {
-        const std::vector<float> x = Noise(n, 11 + n, 1.0f);
-        std::vector<float> a = x;
-        ResamplerRealFft fft;
-        ASSERT_TRUE(fft.Init(n));
-        fft.Forward(a.data());
-        const double tol = 2e-6 * n;
-        for (int k = 0; k <= n / 2; ++k) {
-            double re = 0, im = 0;
-            for (int j = 0; j < n; ++j) {
-                re += x[j] * std::cos(2 * kPi * j * k / n);
-                im -= x[j] * std::sin(2 * kPi * j * k / n);
-            }
-            if (k == 0) {
-                EXPECT_NEAR(a[0], re, tol) << "n " << n;
-            } else if (k == n / 2) {
-                EXPECT_NEAR(a[1], re, tol) << "n " << n;
-            } else {
-                EXPECT_NEAR(a[2 * k], re, tol) << "n " << n << " bin " << k;
-                EXPECT_NEAR(a[2 * k + 1], im, tol) << "n " << n << " bin " << k;
-            }
-        }
-        fft.Inverse(a.data());
-        for (int j = 0; j < n; ++j) EXPECT_NEAR(a[j], x[j] * n / 2.0, tol) << "n " << n << " at " << j;
+  for (int n : {4, 8, 64, 2048}) {
+    const std::vector<float> x = Noise(n, 11 + n, 1.0f);
+    std::vector<float> a = x;
+    ResamplerRealFft fft;
+    ASSERT_TRUE(fft.Init(n));
+    fft.Forward(a.data());
+    const double tol = 2e-6 * n;
+    for (int k = 0; k <= n / 2; ++k) {
+      double re = 0, im = 0;
+      for (int j = 0; j < n; ++j) {
+        re += x[j] * std::cos(2 * kPi * j * k / n);
+        im -= x[j] * std::sin(2 * kPi * j * k / n);
+      }
+      if (k == 0) {
+        EXPECT_NEAR(a[0], re, tol) << "n " << n;
+      } else if (k == n / 2) {
+        EXPECT_NEAR(a[1], re, tol) << "n " << n;
+      } else {
+        EXPECT_NEAR(a[2 * k], re, tol) << "n " << n << " bin " << k;
+        EXPECT_NEAR(a[2 * k + 1], im, tol) << "n " << n << " bin " << k;
+      }
     }
-    ResamplerRealFft bad;
-    EXPECT_FALSE(bad.Init(6));
-    EXPECT_FALSE(bad.Init(2));
+    fft.Inverse(a.data());
+    for (int j = 0; j < n; ++j) EXPECT_NEAR(a[j], x[j] * n / 2.0, tol) << "n " << n << " at " << j;
+  }
+  ResamplerRealFft bad;
+  EXPECT_FALSE(bad.Init(6));
+  EXPECT_FALSE(bad.Init(2));
 }
 
 TEST(CResamplerSrc, MatchesDirectWindowedSincForManyRatePairs) {
-    struct Case { int in, out, L, M, T; };
-    const Case cases[] = {
-        {44100, 48000, 160, 147, 35}, {96000, 44100, 147, 320, 87}, {48000, 44100, 147, 160, 38},
-        {44100, 44100, 1, 1, 35},     {8000, 44100, 441, 80, 45},  {44100, 11025, 1, 4, 160},
-        {22050, 44100, 2, 1, 35},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::Message() << c.in << " -> " << c.out);
-        const DirectSinc ref(c.in, c.out);
-        for (int channels : {1, 2}) {
-            CResampler_SRC src;
-            ASSERT_TRUE(src.Init(c.in, c.out, channels, true));
-            const PolyphaseFilter& f = src.Filter();
-            EXPECT_EQ(f.Up(), c.L);
-            EXPECT_EQ(f.Down(), c.M);
-            EXPECT_EQ(f.Taps(), c.T);
-            EXPECT_EQ(f.Coefficients().size(), size_t(c.L) * c.T);
+  struct Case {
+    int in, out, L, M, T;
+  };
+  const Case cases[] = {
+      {44100, 48000, 160, 147, 35}, {96000, 44100, 147, 320, 87}, {48000, 44100, 147, 160, 38},
+      {44100, 44100, 1, 1, 35},     {8000, 44100, 441, 80, 45},   {44100, 11025, 1, 4, 160},
+      {22050, 44100, 2, 1, 35},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.in << " -> " << c.out);
+    const DirectSinc ref(c.in, c.out);
+    for (int channels : {1, 2}) {
+      CResampler_SRC src;
+      ASSERT_TRUE(src.Init(c.in, c.out, channels, true));
+      const PolyphaseFilter& f = src.Filter();
+      EXPECT_EQ(f.Up(), c.L);
+      EXPECT_EQ(f.Down(), c.M);
+      EXPECT_EQ(f.Taps(), c.T);
+      EXPECT_EQ(f.Coefficients().size(), size_t(c.L) * c.T);
 
-            const int frames = 700;
-            const std::vector<float> x = Noise(size_t(frames) * channels, 5, 0.9f);
-            std::vector<float> y(size_t(frames) * c.L / c.M * channels + 64, 0.0f);
-            const int n = src.Process(x.data(), int(x.size()), y.data(), int(y.size()));
-            for (int ch = 0; ch < channels; ++ch) {
-                const std::vector<double> want = ref.Run(x, channels, ch);
-                ASSERT_EQ(size_t(n), want.size() * channels) << "channels " << channels;
-                for (size_t m = 0; m < want.size(); ++m)
-                    ASSERT_NEAR(y[m * channels + ch], want[m], 2e-5)
-                        << "channels " << channels << " channel " << ch << " frame " << m;
-            }
-        }
+      const int frames = 700;
+      const std::vector<float> x = Noise(size_t(frames) * channels, 5, 0.9f);
+      std::vector<float> y(size_t(frames) * c.L / c.M * channels + 64, 0.0f);
+      const int n = src.Process(x.data(), int(x.size()), y.data(), int(y.size()));
+      for (int ch = 0; ch < channels; ++ch) {
+        const std::vector<double> want = ref.Run(x, channels, ch);
+        ASSERT_EQ(size_t(n), want.size() * channels) << "channels " << channels;
+        for (size_t m = 0; m < want.size(); ++m)
+          ASSERT_NEAR(y[m * channels + ch], want[m], 2e-5)
+              << "channels " << channels << " channel " << ch << " frame " << m;
+      }
     }
+  }
 }
 
 // The half-full history leaves the delay of a prototype centred at
 // (N - 1) / 2 (odd N) or N / 2 (even N) less the frames spent filling it:
 // under one input sample, and exactly what a sine's phase shows.
 TEST(CResamplerSrc, SineKeepsFrequencyAmplitudeAndTimeOutsideStopBand) {
-    struct Case { int in, out; double freq; };
-    // Pass band: the transition of these short filters starts near 15 kHz.
-    const Case pass[] = {{44100, 48000, 1000}, {44100, 48000, 9000}, {96000, 44100, 1000},
-                         {96000, 44100, 12000}, {48000, 44100, 7000}};
-    for (const Case& c : pass) {
-        SCOPED_TRACE(::testing::Message() << c.in << " -> " << c.out << " at " << c.freq << " Hz");
-        CResampler_SRC src;
-        ASSERT_TRUE(src.Init(c.in, c.out, 2, true));
-        const DirectSinc ref(c.in, c.out);
-        const double centre = double(ref.N % 2 == 0 ? ref.N / 2 : (ref.N - 1) / 2) / ref.L;
-        const double delay = (centre - ref.First()) * ref.L / ref.M;  // output samples
-        ASSERT_LE(delay, double(c.out) / c.in + 1e-12);
-        const int frames = c.in / 4;
-        std::vector<float> x(size_t(frames) * 2);
-        for (int i = 0; i < frames; ++i) {
-            x[2 * i] = float(0.5 * std::sin(2 * kPi * c.freq * i / c.in + 0.3));
-            x[2 * i + 1] = -x[2 * i];
-        }
-        std::vector<float> y(x.size() * c.out / c.in + 64);
-        const int n = src.Process(x.data(), int(x.size()), y.data(), int(y.size())) / 2;
-        const double w = 2 * kPi * c.freq / c.out;
-        for (int ch = 0; ch < 2; ++ch) {
-            const SineFit fit = FitSine(y, 2, ch, w, 200, n - 200);
-            EXPECT_NEAR(20 * std::log10(fit.amplitude / 0.5), 0.0, 1e-4) << "channel " << ch;
-            EXPECT_LT(20 * std::log10(fit.residual), -130.0) << "channel " << ch;
-            EXPECT_NEAR(DelayOf(ch == 0 ? 0.3 : 0.3 + kPi, fit.phase, w), delay, 0.005);
-        }
+  struct Case {
+    int in, out;
+    double freq;
+  };
+  // Pass band: the transition of these short filters starts near 15 kHz.
+  const Case pass[] = {{44100, 48000, 1000},
+                       {44100, 48000, 9000},
+                       {96000, 44100, 1000},
+                       {96000, 44100, 12000},
+                       {48000, 44100, 7000}};
+  for (const Case& c : pass) {
+    SCOPED_TRACE(::testing::Message() << c.in << " -> " << c.out << " at " << c.freq << " Hz");
+    CResampler_SRC src;
+    ASSERT_TRUE(src.Init(c.in, c.out, 2, true));
+    const DirectSinc ref(c.in, c.out);
+    const double centre = double(ref.N % 2 == 0 ? ref.N / 2 : (ref.N - 1) / 2) / ref.L;
+    const double delay = (centre - ref.First()) * ref.L / ref.M;  // output samples
+    ASSERT_LE(delay, double(c.out) / c.in + 1e-12);
+    const int frames = c.in / 4;
+    std::vector<float> x(size_t(frames) * 2);
+    for (int i = 0; i < frames; ++i) {
+      x[2 * i] = float(0.5 * std::sin(2 * kPi * c.freq * i / c.in + 0.3));
+      x[2 * i + 1] = -x[2 * i];
     }
-    // A tone above the new Nyquist must not come through as an alias.
-    const Case stop[] = {{96000, 44100, 30000}, {96000, 44100, 40000}, {44100, 11025, 9000},
-                         {48000, 8000, 12000}};
-    for (const Case& c : stop) {
-        SCOPED_TRACE(::testing::Message() << c.in << " -> " << c.out << " at " << c.freq << " Hz");
-        CResampler_SRC src;
-        ASSERT_TRUE(src.Init(c.in, c.out, 1, true));
-        std::vector<float> x(c.in / 4);
-        for (size_t i = 0; i < x.size(); ++i) x[i] = float(0.5 * std::sin(2 * kPi * c.freq * i / c.in));
-        std::vector<float> y(x.size() * c.out / c.in + 64);
-        const int n = src.Process(x.data(), int(x.size()), y.data(), int(y.size()));
-        double energy = 0;
-        for (int m = 200; m < n - 200; ++m) energy += double(y[m]) * y[m];
-        const double rms = std::sqrt(energy / (n - 400));
-        EXPECT_LT(20 * std::log10(rms / (0.5 / std::sqrt(2.0))), -130.0);
+    std::vector<float> y(x.size() * c.out / c.in + 64);
+    const int n = src.Process(x.data(), int(x.size()), y.data(), int(y.size())) / 2;
+    const double w = 2 * kPi * c.freq / c.out;
+    for (int ch = 0; ch < 2; ++ch) {
+      const SineFit fit = FitSine(y, 2, ch, w, 200, n - 200);
+      EXPECT_NEAR(20 * std::log10(fit.amplitude / 0.5), 0.0, 1e-4) << "channel " << ch;
+      EXPECT_LT(20 * std::log10(fit.residual), -130.0) << "channel " << ch;
+      EXPECT_NEAR(DelayOf(ch == 0 ? 0.3 : 0.3 + kPi, fit.phase, w), delay, 0.005);
     }
+  }
+  // A tone above the new Nyquist must not come through as an alias.
+  const Case stop[] = {
+      {96000, 44100, 30000}, {96000, 44100, 40000}, {44100, 11025, 9000}, {48000, 8000, 12000}};
+  for (const Case& c : stop) {
+    SCOPED_TRACE(::testing::Message() << c.in << " -> " << c.out << " at " << c.freq << " Hz");
+    CResampler_SRC src;
+    ASSERT_TRUE(src.Init(c.in, c.out, 1, true));
+    std::vector<float> x(c.in / 4);
+    for (size_t i = 0; i < x.size(); ++i) x[i] = float(0.5 * std::sin(2 * kPi * c.freq * i / c.in));
+    std::vector<float> y(x.size() * c.out / c.in + 64);
+    const int n = src.Process(x.data(), int(x.size()), y.data(), int(y.size()));
+    double energy = 0;
+    for (int m = 200; m < n - 200; ++m) energy += double(y[m]) * y[m];
+    const double rms = std::sqrt(energy / (n - 400));
+    EXPECT_LT(20 * std::log10(rms / (0.5 / std::sqrt(2.0))), -130.0);
+  }
 }
 
 TEST(CResamplerSrc, ChunkedStreamEqualsOneCall) {
-    const int pairs[][2] = {{44100, 48000}, {96000, 44100}, {44100, 22050}, {8000, 44100}};
-    std::mt19937 gen(3);
-    for (const auto& p : pairs) {
-        SCOPED_TRACE(::testing::Message() << p[0] << " -> " << p[1]);
-        const int channels = 2;
-        const std::vector<float> x = Noise(6000 * channels, 21);
-        CResampler_SRC whole;
-        ASSERT_TRUE(whole.Init(p[0], p[1], channels, true));
-        std::vector<float> want(x.size() * p[1] / p[0] + 256);
-        want.resize(whole.Process(x.data(), int(x.size()), want.data(), int(want.size())));
+  const int pairs[][2] = {{44100, 48000}, {96000, 44100}, {44100, 22050}, {8000, 44100}};
+  std::mt19937 gen(3);
+  for (const auto& p : pairs) {
+    SCOPED_TRACE(::testing::Message() << p[0] << " -> " << p[1]);
+    const int channels = 2;
+    const std::vector<float> x = Noise(6000 * channels, 21);
+    CResampler_SRC whole;
+    ASSERT_TRUE(whole.Init(p[0], p[1], channels, true));
+    std::vector<float> want(x.size() * p[1] / p[0] + 256);
+    want.resize(whole.Process(x.data(), int(x.size()), want.data(), int(want.size())));
 
-        // After the first call, each call must bring the few frames the last
-        // output step overshot: ceil(M / L), at most 3 here.
-        CResampler_SRC chunked;
-        ASSERT_TRUE(chunked.Init(p[0], p[1], channels, true));
-        std::uniform_int_distribution<int> size(3, 700);
-        std::vector<float> got;
-        size_t pos = 0;
-        bool firstCall = true;
-        while (pos < x.size() / channels) {
-            int frames = firstCall ? 100 : size(gen);
-            firstCall = false;
-            frames = int(std::min<size_t>(frames, x.size() / channels - pos));
-            std::vector<float> out(size_t(frames) * p[1] / p[0] * channels + 64, -7.0f);
-            const int n = chunked.Process(x.data() + pos * channels, frames * channels, out.data(),
-                                          int(out.size()));
-            ASSERT_EQ(n % channels, 0);
-            ASSERT_LE(size_t(n), out.size());
-            got.insert(got.end(), out.begin(), out.begin() + n);
-            pos += frames;
-        }
-        ASSERT_EQ(got.size(), want.size());
-        for (size_t i = 0; i < got.size(); ++i) ASSERT_EQ(got[i], want[i]) << "sample " << i;
+    // After the first call, each call must bring the few frames the last
+    // output step overshot: ceil(M / L), at most 3 here.
+    CResampler_SRC chunked;
+    ASSERT_TRUE(chunked.Init(p[0], p[1], channels, true));
+    std::uniform_int_distribution<int> size(3, 700);
+    std::vector<float> got;
+    size_t pos = 0;
+    bool firstCall = true;
+    while (pos < x.size() / channels) {
+      int frames = firstCall ? 100 : size(gen);
+      firstCall = false;
+      frames = int(std::min<size_t>(frames, x.size() / channels - pos));
+      std::vector<float> out(size_t(frames) * p[1] / p[0] * channels + 64, -7.0f);
+      const int n = chunked.Process(x.data() + pos * channels, frames * channels, out.data(),
+                                    int(out.size()));
+      ASSERT_EQ(n % channels, 0);
+      ASSERT_LE(size_t(n), out.size());
+      got.insert(got.end(), out.begin(), out.begin() + n);
+      pos += frames;
     }
+    ASSERT_EQ(got.size(), want.size());
+    for (size_t i = 0; i < got.size(); ++i) ASSERT_EQ(got[i], want[i]) << "sample " << i;
+  }
 }
 
 TEST(CResamplerSrc, OutputCountsShortCallsAndCapacity) {
-    // One call over C frames yields ceil((C - first) * L / M) frames, where
-    // first = T - T/2 - 1 frames fill the history.
-    for (int frames : {18, 19, 50, 147, 1000}) {
-        CResampler_SRC src;
-        ASSERT_TRUE(src.Init(44100, 48000, 1, true));
-        const std::vector<float> x = Noise(frames, 2);
-        std::vector<float> y(frames * 2 + 16);
-        const long expected = ((frames - 17) * 160L + 146) / 147;
-        EXPECT_EQ(src.Process(x.data(), frames, y.data(), int(y.size())), expected) << frames;
-    }
+  // One call over C frames yields ceil((C - first) * L / M) frames, where
+  // first = T - T/2 - 1 frames fill the history.
+  for (int frames : {18, 19, 50, 147, 1000}) {
+    CResampler_SRC src;
+    ASSERT_TRUE(src.Init(44100, 48000, 1, true));
+    const std::vector<float> x = Noise(frames, 2);
+    std::vector<float> y(frames * 2 + 16);
+    const long expected = ((frames - 17) * 160L + 146) / 147;
+    EXPECT_EQ(src.Process(x.data(), frames, y.data(), int(y.size())), expected) << frames;
+  }
 
-    // A first call shorter than the history gap gives nothing, and its
-    // samples are gone: the next call starts over as if it were the first.
-    const std::vector<float> x = Noise(500, 8);
-    CResampler_SRC lossy, fresh;
-    ASSERT_TRUE(lossy.Init(96000, 44100, 1, true));
-    ASSERT_TRUE(fresh.Init(96000, 44100, 1, true));
-    std::vector<float> a(400), b(400);
-    EXPECT_EQ(lossy.Process(x.data(), 30, a.data(), 400), 0);  // T = 87 needs 43
-    const int na = lossy.Process(x.data() + 30, 470, a.data(), 400);
-    const int nb = fresh.Process(x.data() + 30, 470, b.data(), 400);
-    ASSERT_GT(na, 0);
-    ASSERT_EQ(na, nb);
-    for (int i = 0; i < na; ++i) ASSERT_EQ(a[i], b[i]) << i;
+  // A first call shorter than the history gap gives nothing, and its
+  // samples are gone: the next call starts over as if it were the first.
+  const std::vector<float> x = Noise(500, 8);
+  CResampler_SRC lossy, fresh;
+  ASSERT_TRUE(lossy.Init(96000, 44100, 1, true));
+  ASSERT_TRUE(fresh.Init(96000, 44100, 1, true));
+  std::vector<float> a(400), b(400);
+  EXPECT_EQ(lossy.Process(x.data(), 30, a.data(), 400), 0);  // T = 87 needs 43
+  const int na = lossy.Process(x.data() + 30, 470, a.data(), 400);
+  const int nb = fresh.Process(x.data() + 30, 470, b.data(), 400);
+  ASSERT_GT(na, 0);
+  ASSERT_EQ(na, nb);
+  for (int i = 0; i < na; ++i) ASSERT_EQ(a[i], b[i]) << i;
 
-    // Output beyond the caller's capacity is dropped, never written.
-    CResampler_SRC small;
-    ASSERT_TRUE(small.Init(44100, 48000, 2, true));
-    const std::vector<float> s = Noise(2000, 4);
-    std::vector<float> out(600, 99.0f);
-    EXPECT_EQ(small.Process(s.data(), 2000, out.data(), 501), 500);
-    EXPECT_EQ(out[500], 99.0f);
-    EXPECT_EQ(small.Process(s.data(), 2000, nullptr, 100), 0);
-    EXPECT_EQ(small.Process(nullptr, 2000, out.data(), 600), 0);
-    EXPECT_EQ(small.Process(s.data(), 0, out.data(), 600), 0);
+  // Output beyond the caller's capacity is dropped, never written.
+  CResampler_SRC small;
+  ASSERT_TRUE(small.Init(44100, 48000, 2, true));
+  const std::vector<float> s = Noise(2000, 4);
+  std::vector<float> out(600, 99.0f);
+  EXPECT_EQ(small.Process(s.data(), 2000, out.data(), 501), 500);
+  EXPECT_EQ(out[500], 99.0f);
+  EXPECT_EQ(small.Process(s.data(), 2000, nullptr, 100), 0);
+  EXPECT_EQ(small.Process(nullptr, 2000, out.data(), 600), 0);
+  EXPECT_EQ(small.Process(s.data(), 0, out.data(), 600), 0);
 }
 
 TEST(CResamplerSrc, InitRefusesBadArguments) {
-    CResampler_SRC src;
-    EXPECT_FALSE(src.Init(0, 48000, 2, true));
-    EXPECT_FALSE(src.Init(44100, -1, 2, true));
-    EXPECT_FALSE(src.Init(44100, 48000, 0, true));
-    const std::vector<float> x = Noise(1000, 1);
-    std::vector<float> y(2000);
-    EXPECT_EQ(src.Process(x.data(), 1000, y.data(), 2000), 0);
+  CResampler_SRC src;
+  EXPECT_FALSE(src.Init(0, 48000, 2, true));
+  EXPECT_FALSE(src.Init(44100, -1, 2, true));
+  EXPECT_FALSE(src.Init(44100, 48000, 0, true));
+  const std::vector<float> x = Noise(1000, 1);
+  std::vector<float> y(2000);
+  EXPECT_EQ(src.Process(x.data(), 1000, y.data(), 2000), 0);
 
-    PolyphaseFilter f;
-    const PolyphaseOption unknown[] = {{7, 1.0}, {POLYPHASE_END, 0.0}};
-    EXPECT_EQ(f.Setup(1, 48000, 44100, unknown), -1);
-    EXPECT_EQ(f.Setup(1, 0, 44100, nullptr), -1);
-    EXPECT_FALSE(f.Ready());
-    // The options reach the design: a gain of 2 doubles a settled DC level.
-    const PolyphaseOption gain[] = {{POLYPHASE_GAIN, 2.0}, {POLYPHASE_TAPS, 20}, {POLYPHASE_END, 0}};
-    ASSERT_EQ(f.Setup(1, 48000, 44100, gain), 0);
-    EXPECT_EQ(f.Taps(), 20);
-    std::vector<float> ones(400, 0.25f), out(500);
-    const int n = f.Run(ones.data(), 400, out.data(), 500);
-    ASSERT_GT(n, 100);
-    EXPECT_NEAR(out[n / 2], 0.5f, 1e-4);
+  PolyphaseFilter f;
+  const PolyphaseOption unknown[] = {{7, 1.0}, {POLYPHASE_END, 0.0}};
+  EXPECT_EQ(f.Setup(1, 48000, 44100, unknown), -1);
+  EXPECT_EQ(f.Setup(1, 0, 44100, nullptr), -1);
+  EXPECT_FALSE(f.Ready());
+  // The options reach the design: a gain of 2 doubles a settled DC level.
+  const PolyphaseOption gain[] = {{POLYPHASE_GAIN, 2.0}, {POLYPHASE_TAPS, 20}, {POLYPHASE_END, 0}};
+  ASSERT_EQ(f.Setup(1, 48000, 44100, gain), 0);
+  EXPECT_EQ(f.Taps(), 20);
+  std::vector<float> ones(400, 0.25f), out(500);
+  const int n = f.Run(ones.data(), 400, out.data(), 500);
+  ASSERT_GT(n, 100);
+  EXPECT_NEAR(out[n / 2], 0.5f, 1e-4);
 }
 
 // ---------------------------------------------------------------------------
 
 // Runs a whole signal through a fresh converter and drains it.
 std::vector<float> Convert(int in, int out, int channels, bool fast, const std::vector<float>& x) {
-    std::unique_ptr<ssrc_resampler> r(CreateSsrcResampler(in, out, channels, fast));
-    if (!r) return {};
-    r->Write(x.data(), int(x.size()));
-    r->Finish();
-    const float* p = r->GetBuffer(r->GetDataInBuffer());
-    return std::vector<float>(p, p + r->GetDataInBuffer());
+  std::unique_ptr<ssrc_resampler> r(CreateSsrcResampler(in, out, channels, fast));
+  if (!r) return {};
+  r->Write(x.data(), int(x.size()));
+  r->Finish();
+  const float* p = r->GetBuffer(r->GetDataInBuffer());
+  return std::vector<float>(p, p + r->GetDataInBuffer());
 }
 
 TEST(SsrcFactory, RatioRuleAndDirection) {
-    struct Case { int in, out; int kind; };  // 0 refused, 1 up, 2 down
-    // r, the lower rate over the common divisor, must be 1 or a multiple of
-    // 2 or 3; equal and non-positive rates are refused.
-    const Case cases[] = {
-        {44100, 48000, 1}, {96000, 44100, 2}, {44100, 88200, 1}, {96000, 48000, 2},  // r = 147, 147, 1, 1
-        {44100, 8000, 2},  {32000, 44100, 1},                                        // r = 80, 320
-        {48000, 40000, 0}, {40000, 48000, 0}, {48000, 35000, 0},                     // r = 5, 5, 35
-        {44100, 44100, 0}, {0, 44100, 0},     {44100, -8000, 0},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::Message() << c.in << " -> " << c.out);
-        std::unique_ptr<ssrc_resampler> r(CreateSsrcResampler(c.in, c.out, 2, true));
-        EXPECT_EQ(r != nullptr, c.kind != 0);
-        EXPECT_EQ(dynamic_cast<Upsampler*>(r.get()) != nullptr, c.kind == 1);
-        EXPECT_EQ(dynamic_cast<Downsampler*>(r.get()) != nullptr, c.kind == 2);
-        CResampler_SSRC s;
-        EXPECT_EQ(s.Init(c.in, c.out, 2, true), c.kind != 0);
-    }
+  struct Case {
+    int in, out;
+    int kind;
+  };  // 0 refused, 1 up, 2 down
+  // r, the lower rate over the common divisor, must be 1 or a multiple of
+  // 2 or 3; equal and non-positive rates are refused.
+  const Case cases[] = {
+      {44100, 48000, 1}, {96000, 44100, 2}, {44100, 88200, 1},
+      {96000, 48000, 2},                                        // r = 147, 147, 1, 1
+      {44100, 8000, 2},  {32000, 44100, 1},                     // r = 80, 320
+      {48000, 40000, 0}, {40000, 48000, 0}, {48000, 35000, 0},  // r = 5, 5, 35
+      {44100, 44100, 0}, {0, 44100, 0},     {44100, -8000, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.in << " -> " << c.out);
+    std::unique_ptr<ssrc_resampler> r(CreateSsrcResampler(c.in, c.out, 2, true));
+    EXPECT_EQ(r != nullptr, c.kind != 0);
+    EXPECT_EQ(dynamic_cast<Upsampler*>(r.get()) != nullptr, c.kind == 1);
+    EXPECT_EQ(dynamic_cast<Downsampler*>(r.get()) != nullptr, c.kind == 2);
     CResampler_SSRC s;
-    EXPECT_FALSE(s.Init(44100, 48000, 0, true));
-    float in[4] = {1, 2, 3, 4}, out[4];
-    EXPECT_EQ(s.Process(in, 4, out, 4), 0);
+    EXPECT_EQ(s.Init(c.in, c.out, 2, true), c.kind != 0);
+  }
+  CResampler_SSRC s;
+  EXPECT_FALSE(s.Init(44100, 48000, 0, true));
+  float in[4] = {1, 2, 3, 4}, out[4];
+  EXPECT_EQ(s.Process(in, 4, out, 4), 0);
 }
 
 TEST(CResamplerSsrc, SineKeepsFrequencyAmplitudeAndTime) {
-    struct Case { int in, out; bool fast; double freqs[2]; };
-    const Case cases[] = {
-        {44100, 48000, true, {1000, 19000}},  {96000, 44100, true, {1000, 19000}},
-        {48000, 44100, true, {440, 20000}},   {44100, 88200, true, {3000, 20000}},
-        {96000, 48000, true, {1000, 21000}},  {44100, 8000, true, {500, 3000}},
-        {44100, 48000, false, {1000, 21500}}, {96000, 44100, false, {1000, 21500}},
-    };
-    for (const Case& c : cases) {
-        for (double freq : c.freqs) {
-            SCOPED_TRACE(::testing::Message() << c.in << " -> " << c.out << (c.fast ? " fast" : " slow")
-                                              << " at " << freq << " Hz");
-            const int frames = c.fast ? c.in / 4 : c.in * 3 / 5;
-            std::vector<float> x(size_t(frames) * 2);
-            for (int i = 0; i < frames; ++i) {
-                x[2 * i] = float(0.5 * std::sin(2 * kPi * freq * i / c.in + 0.7));
-                x[2 * i + 1] = float(0.25 * std::sin(2 * kPi * freq * i / c.in - 1.1));
-            }
-            const std::vector<float> y = Convert(c.in, c.out, 2, c.fast, x);
-            ASSERT_EQ(y.size(), size_t(2 * (long(frames) * c.out / c.in + 2)));
-            const size_t n = y.size() / 2;
-            const double w = 2 * kPi * freq / c.out;
-            const double amps[2] = {0.5, 0.25}, phases[2] = {0.7, -1.1};
-            // The onset and end of the tone ring for about half the long
-            // filter; the fit stays clear of that.
-            const size_t edge = c.fast ? 400 : 3000;
-            for (int ch = 0; ch < 2; ++ch) {
-                const SineFit fit = FitSine(y, 2, ch, w, edge, n - edge);
-                EXPECT_NEAR(20 * std::log10(fit.amplitude / amps[ch]), 0.0, 0.001) << "channel " << ch;
-                EXPECT_LT(20 * std::log10(fit.residual), c.fast ? -100.0 : -120.0) << "channel " << ch;
-                double d = phases[ch] - fit.phase;
-                d = std::remainder(d, 2 * kPi);
-                EXPECT_LT(std::abs(d / w), 1.0) << "delay in output samples, channel " << ch;
-            }
-        }
+  struct Case {
+    int in, out;
+    bool fast;
+    double freqs[2];
+  };
+  const Case cases[] = {
+      {44100, 48000, true, {1000, 19000}},  {96000, 44100, true, {1000, 19000}},
+      {48000, 44100, true, {440, 20000}},   {44100, 88200, true, {3000, 20000}},
+      {96000, 48000, true, {1000, 21000}},  {44100, 8000, true, {500, 3000}},
+      {44100, 48000, false, {1000, 21500}}, {96000, 44100, false, {1000, 21500}},
+  };
+  for (const Case& c : cases) {
+    for (double freq : c.freqs) {
+      SCOPED_TRACE(::testing::Message() << c.in << " -> " << c.out << (c.fast ? " fast" : " slow")
+                                        << " at " << freq << " Hz");
+      const int frames = c.fast ? c.in / 4 : c.in * 3 / 5;
+      std::vector<float> x(size_t(frames) * 2);
+      for (int i = 0; i < frames; ++i) {
+        x[2 * i] = float(0.5 * std::sin(2 * kPi * freq * i / c.in + 0.7));
+        x[2 * i + 1] = float(0.25 * std::sin(2 * kPi * freq * i / c.in - 1.1));
+      }
+      const std::vector<float> y = Convert(c.in, c.out, 2, c.fast, x);
+      ASSERT_EQ(y.size(), size_t(2 * (long(frames) * c.out / c.in + 2)));
+      const size_t n = y.size() / 2;
+      const double w = 2 * kPi * freq / c.out;
+      const double amps[2] = {0.5, 0.25}, phases[2] = {0.7, -1.1};
+      // The onset and end of the tone ring for about half the long
+      // filter; the fit stays clear of that.
+      const size_t edge = c.fast ? 400 : 3000;
+      for (int ch = 0; ch < 2; ++ch) {
+        const SineFit fit = FitSine(y, 2, ch, w, edge, n - edge);
+        EXPECT_NEAR(20 * std::log10(fit.amplitude / amps[ch]), 0.0, 0.001) << "channel " << ch;
+        EXPECT_LT(20 * std::log10(fit.residual), c.fast ? -100.0 : -120.0) << "channel " << ch;
+        double d = phases[ch] - fit.phase;
+        d = std::remainder(d, 2 * kPi);
+        EXPECT_LT(std::abs(d / w), 1.0) << "delay in output samples, channel " << ch;
+      }
     }
+  }
 }
 
 TEST(CResamplerSsrc, ToneAboveNewNyquistIsStopped) {
-    struct Case { int in, out; bool fast; double freq; double floorDb; };
-    const Case cases[] = {{96000, 44100, true, 30000, -100}, {48000, 44100, true, 23000, -100},
-                          {44100, 8000, true, 6000, -100},   {96000, 48000, true, 36000, -100},
-                          {96000, 44100, false, 23000, -125}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::Message() << c.in << " -> " << c.out << " at " << c.freq << " Hz");
-        std::vector<float> x(c.fast ? c.in / 4 : c.in * 3 / 5);
-        for (size_t i = 0; i < x.size(); ++i) x[i] = float(0.5 * std::sin(2 * kPi * c.freq * i / c.in));
-        const std::vector<float> y = Convert(c.in, c.out, 1, c.fast, x);
-        const size_t edge = c.fast ? 300 : 3000;
-        ASSERT_GT(y.size(), 4 * edge);
-        double energy = 0;
-        for (size_t m = edge; m < y.size() - edge; ++m) energy += double(y[m]) * y[m];
-        const double rms = std::sqrt(energy / (y.size() - 2 * edge));
-        EXPECT_LT(20 * std::log10(rms / (0.5 / std::sqrt(2.0))), c.floorDb);
-    }
+  struct Case {
+    int in, out;
+    bool fast;
+    double freq;
+    double floorDb;
+  };
+  const Case cases[] = {{96000, 44100, true, 30000, -100},
+                        {48000, 44100, true, 23000, -100},
+                        {44100, 8000, true, 6000, -100},
+                        {96000, 48000, true, 36000, -100},
+                        {96000, 44100, false, 23000, -125}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.in << " -> " << c.out << " at " << c.freq << " Hz");
+    std::vector<float> x(c.fast ? c.in / 4 : c.in * 3 / 5);
+    for (size_t i = 0; i < x.size(); ++i) x[i] = float(0.5 * std::sin(2 * kPi * c.freq * i / c.in));
+    const std::vector<float> y = Convert(c.in, c.out, 1, c.fast, x);
+    const size_t edge = c.fast ? 300 : 3000;
+    ASSERT_GT(y.size(), 4 * edge);
+    double energy = 0;
+    for (size_t m = edge; m < y.size() - edge; ++m) energy += double(y[m]) * y[m];
+    const double rms = std::sqrt(energy / (y.size() - 2 * edge));
+    EXPECT_LT(20 * std::log10(rms / (0.5 / std::sqrt(2.0))), c.floorDb);
+  }
 }
 
 TEST(SsrcConverter, ImpulseLandsAtScaledPositionAndFinishLimitsLength) {
-    const int pairs[][2] = {{44100, 48000}, {96000, 44100}, {48000, 44100}, {44100, 88200},
-                            {96000, 48000}, {32000, 44100}};
-    for (const auto& p : pairs) {
-        SCOPED_TRACE(::testing::Message() << p[0] << " -> " << p[1]);
-        for (int frames : {0, 1, 3000, 7919}) {
-            std::vector<float> x(frames, 0.0f);
-            const int at = frames / 2;
-            if (frames > 0) x[at] = 1.0f;
-            const std::vector<float> y = Convert(p[0], p[1], 1, true, x);
-            ASSERT_EQ(y.size(), size_t(long(frames) * p[1] / p[0] + 2)) << frames << " frames";
-            if (frames < 1000) continue;
-            // Centroid of the main lobe, in output samples.
-            const long peak = std::max_element(y.begin(), y.end()) - y.begin();
-            double num = 0, den = 0;
-            for (long m = peak - 2; m <= peak + 2; ++m) {
-                num += m * double(y[m]);
-                den += y[m];
-            }
-            EXPECT_NEAR(num / den, double(at) * p[1] / p[0], 1.0) << frames << " frames";
-        }
+  const int pairs[][2] = {{44100, 48000}, {96000, 44100}, {48000, 44100},
+                          {44100, 88200}, {96000, 48000}, {32000, 44100}};
+  for (const auto& p : pairs) {
+    SCOPED_TRACE(::testing::Message() << p[0] << " -> " << p[1]);
+    for (int frames : {0, 1, 3000, 7919}) {
+      std::vector<float> x(frames, 0.0f);
+      const int at = frames / 2;
+      if (frames > 0) x[at] = 1.0f;
+      const std::vector<float> y = Convert(p[0], p[1], 1, true, x);
+      ASSERT_EQ(y.size(), size_t(long(frames) * p[1] / p[0] + 2)) << frames << " frames";
+      if (frames < 1000) continue;
+      // Centroid of the main lobe, in output samples.
+      const long peak = std::max_element(y.begin(), y.end()) - y.begin();
+      double num = 0, den = 0;
+      for (long m = peak - 2; m <= peak + 2; ++m) {
+        num += m * double(y[m]);
+        den += y[m];
+      }
+      EXPECT_NEAR(num / den, double(at) * p[1] / p[0], 1.0) << frames << " frames";
     }
+  }
 }
 
 TEST(CResamplerSsrc, PiecesAndSmallBuffersGiveTheSameStream) {
-    const int cases[][3] = {{44100, 48000, 2}, {96000, 44100, 2}, {44100, 88200, 1}, {96000, 48000, 3}};
-    std::mt19937 gen(17);
-    for (const auto& p : cases) {
-        SCOPED_TRACE(::testing::Message() << p[0] << " -> " << p[1] << ", " << p[2] << " channels");
-        const int channels = p[2];
-        std::vector<float> x(size_t(20000) * channels);
-        std::uniform_real_distribution<float> noise(-0.5f, 0.5f);
-        for (float& v : x) v = noise(gen);
+  const int cases[][3] = {
+      {44100, 48000, 2}, {96000, 44100, 2}, {44100, 88200, 1}, {96000, 48000, 3}};
+  std::mt19937 gen(17);
+  for (const auto& p : cases) {
+    SCOPED_TRACE(::testing::Message() << p[0] << " -> " << p[1] << ", " << p[2] << " channels");
+    const int channels = p[2];
+    std::vector<float> x(size_t(20000) * channels);
+    std::uniform_real_distribution<float> noise(-0.5f, 0.5f);
+    for (float& v : x) v = noise(gen);
 
-        CResampler_SSRC whole;
-        ASSERT_TRUE(whole.Init(p[0], p[1], channels, true));
-        std::vector<float> want(x.size() * p[1] / p[0] + 64);
-        want.resize(whole.Process(x.data(), int(x.size()), want.data(), int(want.size())));
-        ASSERT_GT(want.size(), x.size() * p[1] / p[0] / 2);
-        // Nothing is left waiting when the buffer was large enough.
-        float spare[8];
-        EXPECT_EQ(whole.Process(nullptr, 0, spare, 8), 0);
+    CResampler_SSRC whole;
+    ASSERT_TRUE(whole.Init(p[0], p[1], channels, true));
+    std::vector<float> want(x.size() * p[1] / p[0] + 64);
+    want.resize(whole.Process(x.data(), int(x.size()), want.data(), int(want.size())));
+    ASSERT_GT(want.size(), x.size() * p[1] / p[0] / 2);
+    // Nothing is left waiting when the buffer was large enough.
+    float spare[8];
+    EXPECT_EQ(whole.Process(nullptr, 0, spare, 8), 0);
 
-        // Pieces of any sample count, odd ones splitting frames, and output
-        // buffers of any size, down to nothing.
-        CResampler_SSRC pieces;
-        ASSERT_TRUE(pieces.Init(p[0], p[1], channels, true));
-        std::uniform_int_distribution<int> piece(0, 1500), room(0, 900);
-        std::vector<float> got;
-        size_t pos = 0;
-        while (pos < x.size() || got.size() < want.size()) {
-            const int n = int(std::min<size_t>(piece(gen), x.size() - pos));
-            std::vector<float> out(room(gen) + 1, -5.0f);
-            const int capacity = int(out.size()) - 1;
-            const int written = pieces.Process(n ? x.data() + pos : nullptr, n, out.data(), capacity);
-            ASSERT_LE(written, capacity);
-            ASSERT_EQ(out[capacity], -5.0f);
-            got.insert(got.end(), out.begin(), out.begin() + written);
-            pos += n;
-            if (pos == x.size() && written == 0) break;
-        }
-        ASSERT_EQ(got.size(), want.size());
-        for (size_t i = 0; i < got.size(); ++i) ASSERT_EQ(got[i], want[i]) << "sample " << i;
-
-        // Finish drains and discards: nothing more comes out.
-        pieces.Finish();
-        std::vector<float> after(4096);
-        EXPECT_EQ(pieces.Process(nullptr, 0, after.data(), 4096), 0);
+    // Pieces of any sample count, odd ones splitting frames, and output
+    // buffers of any size, down to nothing.
+    CResampler_SSRC pieces;
+    ASSERT_TRUE(pieces.Init(p[0], p[1], channels, true));
+    std::uniform_int_distribution<int> piece(0, 1500), room(0, 900);
+    std::vector<float> got;
+    size_t pos = 0;
+    while (pos < x.size() || got.size() < want.size()) {
+      const int n = int(std::min<size_t>(piece(gen), x.size() - pos));
+      std::vector<float> out(room(gen) + 1, -5.0f);
+      const int capacity = int(out.size()) - 1;
+      const int written = pieces.Process(n ? x.data() + pos : nullptr, n, out.data(), capacity);
+      ASSERT_LE(written, capacity);
+      ASSERT_EQ(out[capacity], -5.0f);
+      got.insert(got.end(), out.begin(), out.begin() + written);
+      pos += n;
+      if (pos == x.size() && written == 0) break;
     }
+    ASSERT_EQ(got.size(), want.size());
+    for (size_t i = 0; i < got.size(); ++i) ASSERT_EQ(got[i], want[i]) << "sample " << i;
+
+    // Finish drains and discards: nothing more comes out.
+    pieces.Finish();
+    std::vector<float> after(4096);
+    EXPECT_EQ(pieces.Process(nullptr, 0, after.data(), 4096), 0);
+  }
 }
 
 }  // namespace

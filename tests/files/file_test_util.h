@@ -60,7 +60,9 @@ inline uint32_t U32At(const std::vector<uint8_t>& b, size_t at) {
 // Little-endian byte sink for hand-made files.
 struct Bytes {
   std::vector<uint8_t> data;
-  Bytes& Tag(const char* t) { return Raw({uint8_t(t[0]), uint8_t(t[1]), uint8_t(t[2]), uint8_t(t[3])}); }
+  Bytes& Tag(const char* t) {
+    return Raw({uint8_t(t[0]), uint8_t(t[1]), uint8_t(t[2]), uint8_t(t[3])});
+  }
   Bytes& U16(uint32_t v) { return Raw({uint8_t(v), uint8_t(v >> 8)}); }
   Bytes& U32(uint32_t v) { return U16(v & 0xFFFF).U16(v >> 16); }
   Bytes& Raw(const std::vector<uint8_t>& v) {
@@ -89,7 +91,8 @@ struct WaveShape {
 };
 
 inline std::vector<uint8_t> MakeWave(const WaveShape& s) {
-  uint32_t align = s.blockAlign >= 0 ? static_cast<uint32_t>(s.blockAlign) : s.bits / 8 * s.channels;
+  uint32_t align =
+      s.blockAlign >= 0 ? static_cast<uint32_t>(s.blockAlign) : s.bits / 8 * s.channels;
   uint32_t bps = s.bytesPerSecond >= 0 ? static_cast<uint32_t>(s.bytesPerSecond) : s.rate * align;
   uint32_t dataSize = s.dataSize >= 0 ? static_cast<uint32_t>(s.dataSize) : s.frames * align;
   Bytes fmt;
@@ -102,7 +105,8 @@ inline std::vector<uint8_t> MakeWave(const WaveShape& s) {
   }
   fmt.data.resize(s.fmtSize, 0);
   std::vector<uint8_t> payload = s.payload;
-  for (uint32_t i = 0; s.payload.empty() && i < dataSize; ++i) payload.push_back(static_cast<uint8_t>(i * 7 + 1));
+  for (uint32_t i = 0; s.payload.empty() && i < dataSize; ++i)
+    payload.push_back(static_cast<uint8_t>(i * 7 + 1));
   Bytes body;
   body.Tag("WAVE").Tag("fmt ").U32(s.fmtSize).Raw(fmt.data).Raw(s.between);
   body.Tag("data").U32(dataSize).Raw(payload);

@@ -47,15 +47,16 @@ std::vector<uint8_t> RandomBytes(size_t n, std::mt19937& rng) {
 // The captured log as (level, text) pairs.
 std::vector<std::pair<int, std::string>> Logged() {
   std::vector<std::pair<int, std::string>> out;
-  for (const ondrel_test::LogLine& l : ondrel_test::CapturedLog()) out.emplace_back(l.level, l.text);
+  for (const ondrel_test::LogLine& l : ondrel_test::CapturedLog())
+    out.emplace_back(l.level, l.text);
   return out;
 }
 
 TEST(Scramble, KeyTableMatchesItsGenerator) {
   const std::string root = std::string(ONDREL_TEST_SOURCE_DIR) + "/..";
   const char* python = FileExists("/usr/bin/python3") ? "/usr/bin/python3" : "python3";
-  const std::string command = std::string(python) + " '" + root +
-                              "/scripts/gen_scramble_key.py' --check > /dev/null 2>&1";
+  const std::string command =
+      std::string(python) + " '" + root + "/scripts/gen_scramble_key.py' --check > /dev/null 2>&1";
   const int status = std::system(command.c_str());
   if (WIFEXITED(status) && WEXITSTATUS(status) == 127) GTEST_SKIP() << "no python3";
   EXPECT_EQ(status, 0) << "files/scramble_key.inc is not what the script makes";
@@ -72,7 +73,9 @@ TEST(Scramble, BufferIsAnInvolutionWithBlockRestartAndWrappingIndex) {
     std::vector<uint8_t> data = clear;
     ScrambleBuffer(data.data(), data.size());
     EXPECT_EQ(data, ReferenceScramble(clear));
-    if (n > 64) { EXPECT_NE(data, clear); }
+    if (n > 64) {
+      EXPECT_NE(data, clear);
+    }
     ScrambleBuffer(data.data(), data.size());
     EXPECT_EQ(data, clear);
   }

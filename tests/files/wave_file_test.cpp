@@ -60,11 +60,12 @@ template <typename T>
 ::testing::AssertionResult SameSamples(const std::vector<T>& want, const std::vector<T>& got,
                                        const std::string& what) {
   if (want.size() != got.size())
-    return ::testing::AssertionFailure() << what << ": " << got.size() << " samples, expected " << want.size();
+    return ::testing::AssertionFailure()
+           << what << ": " << got.size() << " samples, expected " << want.size();
   for (size_t i = 0; i < want.size(); ++i) {
     if (!(want[i] == got[i]))
-      return ::testing::AssertionFailure() << what << ": first difference at sample " << i << ": got "
-                                           << +got[i] << ", expected " << +want[i];
+      return ::testing::AssertionFailure() << what << ": first difference at sample " << i
+                                           << ": got " << +got[i] << ", expected " << +want[i];
   }
   return ::testing::AssertionSuccess();
 }
@@ -204,7 +205,8 @@ TEST(WaveFileRead, EveryFormatFromLibsndfileMatchesClosedFormScaling) {
     }
     for (int ch = 0; ch < c.channels; ++ch) {
       std::vector<float> want;
-      for (int f = 100; f < frames; ++f) want.push_back(wantF[static_cast<size_t>(f) * c.channels + ch]);
+      for (int f = 100; f < frames; ++f)
+        want.push_back(wantF[static_cast<size_t>(f) * c.channels + ch]);
       EXPECT_TRUE(SameSamples(want, std::vector<float>(planes[ch].begin() + 100, planes[ch].end()),
                               "planar channel " + std::to_string(ch)));
     }
@@ -232,8 +234,9 @@ TEST(WaveFileRead, SoxFilesAgreeWithLibsndfileAndDurationIsWholeSeconds) {
     SCOPED_TRACE(c.args);
     const std::string path = dir.File("sox.wav");
     char command[512];
-    std::snprintf(command, sizeof command, "sox -n %s '%s' synth %g sine 440 sine 660 gain -1 2>/dev/null",
-                  c.args, path.c_str(), c.seconds);
+    std::snprintf(command, sizeof command,
+                  "sox -n %s '%s' synth %g sine 440 sine 660 gain -1 2>/dev/null", c.args,
+                  path.c_str(), c.seconds);
     ASSERT_EQ(std::system(command), 0);
 
     SF_INFO info{};
@@ -273,7 +276,10 @@ std::vector<double> ReadWithLibsndfile(const std::string& path, SF_INFO* info) {
   } else {
     std::vector<int> ints(out.size());
     sf_readf_int(sf, ints.data(), info->frames);
-    const int shift = sub == SF_FORMAT_PCM_U8 ? 24 : sub == SF_FORMAT_PCM_16 ? 16 : sub == SF_FORMAT_PCM_24 ? 8 : 0;
+    const int shift = sub == SF_FORMAT_PCM_U8   ? 24
+                      : sub == SF_FORMAT_PCM_16 ? 16
+                      : sub == SF_FORMAT_PCM_24 ? 8
+                                                : 0;
     for (size_t i = 0; i < ints.size(); ++i) {
       double v = static_cast<double>(FloorDiv(ints[i], int64_t{1} << shift));
       out[i] = sub == SF_FORMAT_PCM_U8 ? v + 128 : v;
@@ -288,18 +294,13 @@ std::vector<double> ReadWithLibsndfile(const std::string& path, SF_INFO* info) {
 // and sum is exact in both precisions.
 double EncodedValue(SAMPLE_FORMAT format, double x) {
   switch (format) {
-    case SF_PCM8:
-      return static_cast<double>(static_cast<uint8_t>(WrapTrunc(x * 128 + 128, 8)));
-    case SF_PCM16:
-      return static_cast<double>(WrapTrunc(x * 32768, 16));
-    case SF_PCM24:
-      return static_cast<double>(WrapTrunc(x * 8388608, 24));
+    case SF_PCM8: return static_cast<double>(static_cast<uint8_t>(WrapTrunc(x * 128 + 128, 8)));
+    case SF_PCM16: return static_cast<double>(WrapTrunc(x * 32768, 16));
+    case SF_PCM24: return static_cast<double>(WrapTrunc(x * 8388608, 24));
     case SF_PCM32:  // +1.0 lands on the most negative value: the polarity is inverted
       return static_cast<double>(WrapTrunc(x * -2147483648.0, 32));
-    case SF_FLOAT32:
-      return static_cast<double>(static_cast<float>(x));
-    case SF_FLOAT64:
-      return x;
+    case SF_FLOAT32: return static_cast<double>(static_cast<float>(x));
+    case SF_FLOAT64: return x;
   }
   return 0;
 }
@@ -319,10 +320,12 @@ TEST(WaveFileWrite, FloatAndDoubleInputReadBackByLibsndfile) {
         const size_t n = static_cast<size_t>(frames) * channels;
         // Multiples of 2^-20 (float) or 2^-40 (double) in [-1.25, 1.25].
         const int step = doubles ? 40 : 20;
-        std::uniform_int_distribution<int64_t> k(-(int64_t{5} << (step - 2)), int64_t{5} << (step - 2));
+        std::uniform_int_distribution<int64_t> k(-(int64_t{5} << (step - 2)),
+                                                 int64_t{5} << (step - 2));
         std::vector<double> x(n + 1);
         const double edges[] = {1.0, -1.0, 0.5, -0.5, 0.0, 1 - 0x1p-20, -1 + 0x1p-20};
-        for (size_t i = 0; i < n; ++i) x[i] = i < 7 ? edges[i] : std::ldexp(static_cast<double>(k(rng)), -step);
+        for (size_t i = 0; i < n; ++i)
+          x[i] = i < 7 ? edges[i] : std::ldexp(static_cast<double>(k(rng)), -step);
         x[n] = 0.375;  // the element behind the input: what a 24-bit file receives
 
         const std::string path = dir.File("w.wav");
@@ -337,16 +340,20 @@ TEST(WaveFileWrite, FloatAndDoubleInputReadBackByLibsndfile) {
           std::vector<float> xf(x.begin(), x.end());
           if (format == SF_PCM24) {
             // One call: each call repeats the element just behind its input.
-            if (doubles) w.WriteFrames(x.data(), frames);
-            else w.WriteFrames(xf.data(), frames);
+            if (doubles)
+              w.WriteFrames(x.data(), frames);
+            else
+              w.WriteFrames(xf.data(), frames);
           } else {
             std::uniform_int_distribution<int> chunk(1, 1500);
             int at = 0;
             while (at < frames) {
               int count = std::min(chunk(rng), frames - at);
               size_t offset = static_cast<size_t>(at) * channels;
-              if (doubles) w.WriteFrames(x.data() + offset, count);
-              else w.WriteFrames(xf.data() + offset, count);
+              if (doubles)
+                w.WriteFrames(x.data() + offset, count);
+              else
+                w.WriteFrames(xf.data() + offset, count);
               at += count;
             }
           }
@@ -359,15 +366,16 @@ TEST(WaveFileWrite, FloatAndDoubleInputReadBackByLibsndfile) {
         ASSERT_EQ(info.frames, frames);
         EXPECT_EQ(info.format & SF_FORMAT_TYPEMASK, mask ? SF_FORMAT_WAVEX : SF_FORMAT_WAV);
         std::vector<double> want(n);
-        for (size_t i = 0; i < n; ++i) want[i] = EncodedValue(format, format == SF_PCM24 ? x[n] : x[i]);
+        for (size_t i = 0; i < n; ++i)
+          want[i] = EncodedValue(format, format == SF_PCM24 ? x[n] : x[i]);
         EXPECT_TRUE(SameSamples(want, got, "libsndfile read-back"));
         if (mask != 0) {
           SNDFILE* sf = sf_open(path.c_str(), SFM_READ, &info);
           ASSERT_NE(sf, nullptr);
           std::vector<int> map(4);
           EXPECT_TRUE(sf_command(sf, SFC_GET_CHANNEL_MAP_INFO, map.data(), 4 * sizeof(int)));
-          EXPECT_EQ(map, (std::vector<int>{SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_REAR_LEFT,
-                                           SF_CHANNEL_MAP_REAR_RIGHT}));
+          EXPECT_EQ(map, (std::vector<int>{SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT,
+                                           SF_CHANNEL_MAP_REAR_LEFT, SF_CHANNEL_MAP_REAR_RIGHT}));
           sf_close(sf);
         }
       }
@@ -382,7 +390,8 @@ TEST(WaveFileWrite, IntegerOverloadsWriteRawOrTakeTheFloatingPath) {
   static const uint8_t u8[] = {0, 1, 127, 128, 129, 255};
   static const int32_t s32[] = {0, 1, -1, 65536, -65536, INT32_MAX, INT32_MIN, 123456789};
   static const uint32_t u32[] = {0, 1, 256, 8388608, 16777217, 0xFFFFFFFFu};
-  static const uint8_t s24[][3] = {{0, 0, 0}, {1, 0, 0}, {0xFF, 0xFF, 0x7F}, {0, 0, 0x80}, {0xFF, 0xFF, 0xFF}};
+  static const uint8_t s24[][3] = {
+      {0, 0, 0}, {1, 0, 0}, {0xFF, 0xFF, 0x7F}, {0, 0, 0x80}, {0xFF, 0xFF, 0xFF}};
   static const uint8_t rawBytes[] = {0x01, 0x02, 0x03, 0xFE, 0xFF, 0xFF};
   auto map = [](auto& input, auto f) {
     std::vector<double> out;
@@ -393,8 +402,8 @@ TEST(WaveFileWrite, IntegerOverloadsWriteRawOrTakeTheFloatingPath) {
     int32_t v = b[0] | b[1] << 8 | b[2] << 16;
     return static_cast<double>(v >= 0x800000 ? v - 0x1000000 : v);
   };
-  const size_t n16 = std::size(s16), n8 = std::size(u8), n32 = std::size(s32), nu32 = std::size(u32),
-               n24 = std::size(s24);
+  const size_t n16 = std::size(s16), n8 = std::size(u8), n32 = std::size(s32),
+               nu32 = std::size(u32), n24 = std::size(s24);
   struct OverloadCase {
     const char* name;
     SAMPLE_FORMAT format;
@@ -404,7 +413,8 @@ TEST(WaveFileWrite, IntegerOverloadsWriteRawOrTakeTheFloatingPath) {
   const std::vector<OverloadCase> cases = {
       {"int16 to 16 bits: raw", SF_PCM16, [&](WaveFile& w) { w.WriteFrames(s16, n16); },
        map(s16, [](int16_t v) { return double(v); })},
-      {"int16 to 32 bits: float path, inverted", SF_PCM32, [&](WaveFile& w) { w.WriteFrames(s16, n16); },
+      {"int16 to 32 bits: float path, inverted", SF_PCM32,
+       [&](WaveFile& w) { w.WriteFrames(s16, n16); },
        map(s16, [](int16_t v) { return double(WrapTrunc(-65536.0 * v, 32)); })},
       {"int16 to 24 bits: silence", SF_PCM24, [&](WaveFile& w) { w.WriteFrames(s16, n16); },
        std::vector<double>(n16, 0.0)},
@@ -422,12 +432,16 @@ TEST(WaveFileWrite, IntegerOverloadsWriteRawOrTakeTheFloatingPath) {
        map(s32, [](int32_t v) { return std::ldexp(-double(v), -31); })},
       {"uint32 to float: 2^-23", SF_FLOAT32, [&](WaveFile& w) { w.WriteFrames(u32, nu32); },
        map(u32, [](uint32_t v) { return std::ldexp(double(static_cast<float>(v)), -23); })},
-      {"3-byte to 24 bits: raw", SF_PCM24, [&](WaveFile& w) { w.WriteFrames(s24, n24); },
+      {"3-byte to 24 bits: raw",
+       SF_PCM24,
+       [&](WaveFile& w) { w.WriteFrames(s24, n24); },
        {0, 1, 8388607, -8388608, -1}},
       {"3-byte to float: inverted", SF_FLOAT32, [&](WaveFile& w) { w.WriteFrames(s24, n24); },
        map(s24, [&](const uint8_t* b) { return std::ldexp(-s24value(b), -23); })},
-      {"void to 24 bits: raw", SF_PCM24,
-       [&](WaveFile& w) { w.WriteFrames(static_cast<const void*>(rawBytes), 2); }, {0x030201, -2}},
+      {"void to 24 bits: raw",
+       SF_PCM24,
+       [&](WaveFile& w) { w.WriteFrames(static_cast<const void*>(rawBytes), 2); },
+       {0x030201, -2}},
   };
   for (const OverloadCase& c : cases) {
     SCOPED_TRACE(c.name);
@@ -465,7 +479,8 @@ TEST(WaveFileHeader, PlainAndExtensibleBytesPlaceholdersAndCloseTimeSizes) {
     SCOPED_TRACE("format " + std::to_string(c.format) + " mask " + std::to_string(c.mask));
     WaveShape shape;
     shape.fmtSize = c.fmtSize, shape.tag = c.tag, shape.channels = c.channels, shape.rate = c.rate;
-    shape.bits = c.format & 0xFF, shape.mask = c.mask, shape.subFormat = c.subFormat, shape.frames = 0;
+    shape.bits = c.format & 0xFF, shape.mask = c.mask, shape.subFormat = c.subFormat,
+    shape.frames = 0;
     std::vector<uint8_t> header = MakeWave(shape);
     const size_t hs = header.size();
     PutU32(&header, 4, c.riffPlaceholder);
@@ -613,30 +628,45 @@ TEST(WaveFileOpen, HeaderChecksAcceptAndRefuseAsDocumented) {
       {"fmt 14", with([](WaveShape& s) { s.fmtSize = 14; }), false, SF_PCM16, 0},
       {"extensible float sub-format", with([](WaveShape& s) {
          s.fmtSize = 40, s.tag = 65534, s.bits = 32, s.subFormat = 3, s.mask = 0x60F;
-       }), true, SF_FLOAT32, 0x60F},
+       }),
+       true, SF_FLOAT32, 0x60F},
       {"extensible PCM sub-format", with([](WaveShape& s) {
          s.fmtSize = 40, s.tag = 65534, s.bits = 32, s.subFormat = 1, s.mask = 3;
-       }), true, SF_PCM32, 3},
-      {"extensible tag, fmt 18: no mask", with([](WaveShape& s) {
-         s.fmtSize = 18, s.tag = 65534, s.bits = 32;
-       }), true, SF_PCM32, 0},
+       }),
+       true, SF_PCM32, 3},
+      {"extensible tag, fmt 18: no mask",
+       with([](WaveShape& s) { s.fmtSize = 18, s.tag = 65534, s.bits = 32; }), true, SF_PCM32, 0},
       {"tag 2", with([](WaveShape& s) { s.tag = 2; }), false, SF_PCM16, 0},
       {"0 channels", with([](WaveShape& s) { s.channels = 0; }), false, SF_PCM16, 0},
       {"32 channels", with([](WaveShape& s) { s.channels = 32; }), true, SF_PCM16, 0},
       {"33 channels", with([](WaveShape& s) { s.channels = 33; }), false, SF_PCM16, 0},
-      {"12 bits", with([](WaveShape& s) { s.bits = 12; s.blockAlign = 4; }), false, SF_PCM16, 0},
+      {"12 bits", with([](WaveShape& s) {
+         s.bits = 12;
+         s.blockAlign = 4;
+       }),
+       false, SF_PCM16, 0},
       {"8 bits", with([](WaveShape& s) { s.bits = 8; }), true, SF_PCM8, 0},
-      {"24 bits with float tag stays 24", with([](WaveShape& s) { s.bits = 24; s.tag = 3; }), true,
-       SF_PCM24, 0},
+      {"24 bits with float tag stays 24", with([](WaveShape& s) {
+         s.bits = 24;
+         s.tag = 3;
+       }),
+       true, SF_PCM24, 0},
       {"64-bit PCM", with([](WaveShape& s) { s.bits = 64; }), false, SF_PCM16, 0},
-      {"64-bit float", with([](WaveShape& s) { s.bits = 64; s.tag = 3; }), true, SF_FLOAT64, 0},
+      {"64-bit float", with([](WaveShape& s) {
+         s.bits = 64;
+         s.tag = 3;
+       }),
+       true, SF_FLOAT64, 0},
       {"block align off", with([](WaveShape& s) { s.blockAlign = 6; }), false, SF_PCM16, 0},
-      {"bytes per second off", with([](WaveShape& s) { s.bytesPerSecond = 176399; }), false, SF_PCM16, 0},
-      {"rate 0", with([](WaveShape& s) { s.rate = 0; }), false, SF_PCM16, 0},
-      {"even chunk before data", with([&](WaveShape& s) { s.between = fact.data; }), true, SF_PCM16, 0},
-      {"odd chunk without pad", with([&](WaveShape& s) { s.between = oddList.data; }), true, SF_PCM16, 0},
-      {"odd chunk with pad byte", with([&](WaveShape& s) { s.between = oddListPadded.data; }), false,
+      {"bytes per second off", with([](WaveShape& s) { s.bytesPerSecond = 176399; }), false,
        SF_PCM16, 0},
+      {"rate 0", with([](WaveShape& s) { s.rate = 0; }), false, SF_PCM16, 0},
+      {"even chunk before data", with([&](WaveShape& s) { s.between = fact.data; }), true, SF_PCM16,
+       0},
+      {"odd chunk without pad", with([&](WaveShape& s) { s.between = oddList.data; }), true,
+       SF_PCM16, 0},
+      {"odd chunk with pad byte", with([&](WaveShape& s) { s.between = oddListPadded.data; }),
+       false, SF_PCM16, 0},
       {"empty data", with([](WaveShape& s) { s.dataSize = 0; }), false, SF_PCM16, 0},
       {"data not whole frames", with([](WaveShape& s) { s.dataSize = 18; }), false, SF_PCM16, 0},
   };
@@ -651,7 +681,8 @@ TEST(WaveFileOpen, HeaderChecksAcceptAndRefuseAsDocumented) {
       EXPECT_EQ(w.GetSampleFormat(), c.format);
       EXPECT_EQ(w.GetChannelMask(), c.mask);
       EXPECT_EQ(w.GetTotalFrames(), c.shape.frames);
-      EXPECT_EQ(w.dataStart, MakeWave(c.shape).size() - c.shape.frames * (c.shape.bits / 8) * c.shape.channels);
+      EXPECT_EQ(w.dataStart,
+                MakeWave(c.shape).size() - c.shape.frames * (c.shape.bits / 8) * c.shape.channels);
     } else {
       std::vector<float> buffer(64);
       EXPECT_EQ(w.ReadFrames(buffer.data(), 1), 0);
@@ -739,9 +770,15 @@ TEST(WaveFileRead, CountsLimitsShortFilesAndPlanarChannelCheck) {
     float lastStored = 0, behind = 0;
     switch (reader) {
       case 0: got = s.ReadFrames(f.data(), 1100), lastStored = f[1998], behind = f[2000]; break;
-      case 1: got = s.ReadFrames(d.data(), 1100), lastStored = float(d[1998]), behind = float(d[2000]); break;
-      case 2: got = s.ReadFrames(i16.data(), 1100), lastStored = i16[1998] / 32768.0f, behind = i16[2000]; break;
-      case 3: got = s.ReadFrames(planes, 2, 1100), lastStored = left[999], behind = left[1000]; break;
+      case 1:
+        got = s.ReadFrames(d.data(), 1100), lastStored = float(d[1998]), behind = float(d[2000]);
+        break;
+      case 2:
+        got = s.ReadFrames(i16.data(), 1100), lastStored = i16[1998] / 32768.0f, behind = i16[2000];
+        break;
+      case 3:
+        got = s.ReadFrames(planes, 2, 1100), lastStored = left[999], behind = left[1000];
+        break;
     }
     EXPECT_EQ(got, 0);
     EXPECT_EQ(s.currentFrame, 1100u);
@@ -792,7 +829,9 @@ TEST(WaveFileOpen, WideAndUtf8PathsNameTheSameFile) {
     ASSERT_TRUE(out.SetFilePathW(wideOut.c_str(), true, false));
     out.SetupDone();
   }
-  EXPECT_TRUE(ondrel_test::FileExists(dir.File("\xC3\xA9" "crit.wav")));
+  EXPECT_TRUE(
+      ondrel_test::FileExists(dir.File("\xC3\xA9"
+                                       "crit.wav")));
 }
 
 }  // namespace

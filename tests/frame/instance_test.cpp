@@ -55,7 +55,8 @@ int16_t ReferenceAmp(int16_t in, float dB) {
 }
 
 // Feeds `in` in random chunks, collects every output sample, then drains.
-std::vector<int16_t> Stream(void* inst, const std::vector<int16_t>& in, unsigned seed, int channels) {
+std::vector<int16_t> Stream(void* inst, const std::vector<int16_t>& in, unsigned seed,
+                            int channels) {
   std::mt19937 rng(seed);
   std::vector<int16_t> out;
   std::vector<int16_t> buf(1 << 16);
@@ -64,7 +65,9 @@ std::vector<int16_t> Stream(void* inst, const std::vector<int16_t>& in, unsigned
     size_t frames = 1 + rng() % 1500;
     size_t n = std::min(frames * static_cast<size_t>(channels), in.size() - pos);
     int avail = 0;
-    EXPECT_EQ(ondrel_process_input(inst, const_cast<int16_t*>(in.data() + pos), static_cast<int>(n), &avail), 0);
+    EXPECT_EQ(ondrel_process_input(inst, const_cast<int16_t*>(in.data() + pos), static_cast<int>(n),
+                                   &avail),
+              0);
     pos += n;
     int written = 0;
     EXPECT_EQ(ondrel_process_output(inst, buf.data(), static_cast<int>(buf.size()), &written), 0);

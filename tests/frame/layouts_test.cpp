@@ -17,7 +17,8 @@ std::string Describe(int channels, uint64_t mask) {
     if (g.count == 2)
       out += "P" + std::to_string(g.first) + "," + std::to_string(g.second);
     else
-      out += "S" + std::to_string(g.first) + (g.second != g.first ? "+" + std::to_string(g.second) : "");
+      out += "S" + std::to_string(g.first) +
+             (g.second != g.first ? "+" + std::to_string(g.second) : "");
   }
   return out;
 }

@@ -25,8 +25,11 @@ namespace {
 std::vector<uint8_t> Write(const std::vector<AEffect*>& fx, const char* text) {
   void* data = nullptr;
   int size = 0;
-  EXPECT_EQ(ondrel_params2stream(&data, &size, const_cast<AEffect**>(fx.data()), int(fx.size()), text), 0);
-  std::vector<uint8_t> out(static_cast<const uint8_t*>(data), static_cast<const uint8_t*>(data) + size);
+  EXPECT_EQ(
+      ondrel_params2stream(&data, &size, const_cast<AEffect**>(fx.data()), int(fx.size()), text),
+      0);
+  std::vector<uint8_t> out(static_cast<const uint8_t*>(data),
+                           static_cast<const uint8_t*>(data) + size);
   ondrel_destroy_paramstream(data);
   return out;
 }
@@ -37,7 +40,8 @@ std::vector<std::vector<uint8_t>> Seeds() {
   ondrel_create_effect(EFFECT_THROUGH, &fx[1]);
   ondrel_create_effect(EFFECT_AMPLIFIER, &fx[2]);
   fx[0]->dispatcher(fx[0], ONDREL_OP_SET_PARAM, 0, 0, nullptr, -6.5f);
-  fx[0]->dispatcher(fx[0], ONDREL_OP_SET_PARAM_SCRIPT, 0, 0, const_cast<char*>("out = in * 0.5"), 0.0f);
+  fx[0]->dispatcher(fx[0], ONDREL_OP_SET_PARAM_SCRIPT, 0, 0, const_cast<char*>("out = in * 0.5"),
+                    0.0f);
   fx[2]->dispatcher(fx[2], ONDREL_OP_SET_PARAM, 0, 0, nullptr, 3.25f);
 
   std::vector<std::vector<uint8_t>> seeds;
@@ -56,7 +60,8 @@ std::vector<std::vector<uint8_t>> Seeds() {
 void Mutate(std::vector<uint8_t>* s, const std::vector<uint8_t>& other, std::mt19937* rng) {
   auto pick = [rng](size_t n) { return n == 0 ? size_t{0} : static_cast<size_t>((*rng)() % n); };
   static const uint8_t kBytes[] = {0x00, 0x01, 0x02, 0x04, 0x7F, 0x80, 0xFE, 0xFF};
-  static const uint32_t kWords[] = {0, 1, 2, 4, 8, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 0xFFFFFFFC, 1000001};
+  static const uint32_t kWords[] = {0,          1,          2,          4,          8,
+                                    0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 0xFFFFFFFC, 1000001};
   switch ((*rng)() % 7) {
     case 0:
       if (!s->empty()) (*s)[pick(s->size())] ^= static_cast<uint8_t>(1u << pick(8));
@@ -71,13 +76,12 @@ void Mutate(std::vector<uint8_t>* s, const std::vector<uint8_t>& other, std::mt1
         std::memcpy(s->data() + (pick(s->size() - 3) & ~size_t{3}), &w, 4);
       }
       break;
-    case 3:
-      s->resize(pick(s->size() + 1));
-      break;
+    case 3: s->resize(pick(s->size() + 1)); break;
     case 4: {
       const size_t at = pick(s->size() + 1);
       const size_t n = std::min(s->size() - at, pick(16) + 1);
-      s->erase(s->begin() + static_cast<std::ptrdiff_t>(at), s->begin() + static_cast<std::ptrdiff_t>(at + n));
+      s->erase(s->begin() + static_cast<std::ptrdiff_t>(at),
+               s->begin() + static_cast<std::ptrdiff_t>(at + n));
       break;
     }
     case 5: {
@@ -101,7 +105,8 @@ void Mutate(std::vector<uint8_t>* s, const std::vector<uint8_t>& other, std::mt1
 TEST(ParamStreamFuzzSmoke, MutatedStreamsNeverBreakTheReader) {
   set_xlog_level(7);
   const std::vector<std::vector<uint8_t>> seeds = Seeds();
-  for (const auto& s : seeds) EXPECT_EQ(fuzz_param_stream::RunOnce(s.data(), s.size()), 0) << "every seed loads";
+  for (const auto& s : seeds)
+    EXPECT_EQ(fuzz_param_stream::RunOnce(s.data(), s.size()), 0) << "every seed loads";
 
   std::mt19937 rng(20240611);
   std::map<int, int> outcomes;

@@ -86,7 +86,8 @@ std::string ScriptOf(AEffect* e, int index) {
 
 void SetGain(AEffect* e, float dB, const char* script) {
   e->dispatcher(e, ONDREL_OP_SET_PARAM, 0, 0, nullptr, dB);
-  if (script != nullptr) e->dispatcher(e, ONDREL_OP_SET_PARAM_SCRIPT, 0, 0, const_cast<char*>(script), 0.0f);
+  if (script != nullptr)
+    e->dispatcher(e, ONDREL_OP_SET_PARAM_SCRIPT, 0, 0, const_cast<char*>(script), 0.0f);
 }
 
 // ---- Hand-built streams (through the generated builder, not the writer) ----
@@ -109,8 +110,8 @@ std::vector<uint8_t> FloatBytes(float v) {
   return std::vector<uint8_t>(b, b + 4);
 }
 
-std::vector<uint8_t> Build(int32_t version, const std::vector<EffectSpec>& effects, bool hasEffects = true,
-                           const char* text = nullptr) {
+std::vector<uint8_t> Build(int32_t version, const std::vector<EffectSpec>& effects,
+                           bool hasEffects = true, const char* text = nullptr) {
   fb::FlatBufferBuilder fbb;
   std::vector<fb::Offset<Stream::EffectRecord>> records;
   for (const EffectSpec& e : effects) {
@@ -192,7 +193,8 @@ std::vector<int> Golden(const char* hex) {
   std::vector<int> out;
   std::istringstream in(hex);
   std::string tok;
-  while (in >> tok) out.push_back(tok == "TT" ? -1 : static_cast<int>(std::strtol(tok.c_str(), nullptr, 16)));
+  while (in >> tok)
+    out.push_back(tok == "TT" ? -1 : static_cast<int>(std::strtol(tok.c_str(), nullptr, 16)));
   return out;
 }
 
@@ -208,41 +210,43 @@ void ExpectLayout(const Written& w, const std::vector<int>& golden) {
 TEST_F(ParamStream, WrittenBytesFollowTheFixedBuilderOrder) {
   Written empty;
   ASSERT_EQ(ondrel_params2stream(&empty.data, &empty.size, nullptr, 0, nullptr), 0);
-  ExpectLayout(empty, Golden(
-      "10 00 00 00"                          // root offset -> table at 16
-      " 0C 00 1C 00 14 00 18 00 04 00 08 00" // vtable: 12 bytes, table 28, version 20, effects 24, text 4, time 8
-      " 0C 00 00 00"                         // table: vtable 12 below
-      " 1C 00 00 00"                         // text -> 48
-      " TT TT TT TT TT TT TT TT"             // time
-      " 00 00 00 00"                         // padding for the int64
-      " 02 00 00 00"                         // version 2, stored although default
-      " 04 00 00 00"                         // effects -> 44
-      " 00 00 00 00"                         // empty effects vector
-      " 00 00 00 00 00 00 00 00"));          // "" and its terminator, padded
+  ExpectLayout(empty,
+               Golden("10 00 00 00"                           // root offset -> table at 16
+                      " 0C 00 1C 00 14 00 18 00 04 00 08 00"  // vtable: 12 bytes, table 28, version
+                                                              // 20, effects 24, text 4, time 8
+                      " 0C 00 00 00"                          // table: vtable 12 below
+                      " 1C 00 00 00"                          // text -> 48
+                      " TT TT TT TT TT TT TT TT"              // time
+                      " 00 00 00 00"                          // padding for the int64
+                      " 02 00 00 00"                          // version 2, stored although default
+                      " 04 00 00 00"                          // effects -> 44
+                      " 00 00 00 00"                          // empty effects vector
+                      " 00 00 00 00 00 00 00 00"));           // "" and its terminator, padded
 
   Chain chain;
   SetGain(chain.Add(EFFECT_AMPLIFIER), -6.5f, nullptr);
   Written one;
   ASSERT_EQ(ondrel_params2stream(&one.data, &one.size, chain.fx.data(), 1, nullptr), 0);
-  ExpectLayout(one, Golden(
-      "10 00 00 00"                           //   0 root -> 16
-      " 0C 00 1C 00 14 00 18 00 04 00 08 00"  //   4 ParamStream vtable
-      " 0C 00 00 00 20 00 00 00"              //  16 table; text -> 52
-      " TT TT TT TT TT TT TT TT 00 00 00 00"  //  24 time, padding
-      " 02 00 00 00 04 00 00 00"              //  36 version, effects -> 44
-      " 01 00 00 00 18 00 00 00"              //  44 effects[1] -> 72
-      " 00 00 00 00 00 00 00 00"              //  52 "" text
-      " 0C 00 00 00"                          //  60 root word behind the EffectRecord
-      " 08 00 0C 00 04 00 08 00"              //  64 EffectRecord vtable: type 4, params 8
-      " 08 00 00 00 04 00 00 00 04 00 00 00"  //  72 table; type 4; params -> 84
-      " 01 00 00 00 14 00 00 00"              //  84 params[1] -> 108
-      " 10 00 00 00 00 00"                    //  92 root word behind the ParamRecord, padding
-      " 0A 00 10 00 0C 00 08 00 04 00"        //  98 ParamRecord vtable: name 12, value 8, script 4
-      " 0A 00 00 00 0C 00 00 00 10 00 00 00 14 00 00 00"  // 108 table; script, value, name
-      " 00 00 00 00 00 00 00 00"              // 124 "" script
-      " 04 00 00 00 00 00 D0 C0"              // 132 value: -6.5f little-endian
-      " 04 00 00 00 47 61 69 6E 00 00 00 00"  // 140 "Gain"
-      ));
+  ExpectLayout(
+      one,
+      Golden("10 00 00 00"                           //   0 root -> 16
+             " 0C 00 1C 00 14 00 18 00 04 00 08 00"  //   4 ParamStream vtable
+             " 0C 00 00 00 20 00 00 00"              //  16 table; text -> 52
+             " TT TT TT TT TT TT TT TT 00 00 00 00"  //  24 time, padding
+             " 02 00 00 00 04 00 00 00"              //  36 version, effects -> 44
+             " 01 00 00 00 18 00 00 00"              //  44 effects[1] -> 72
+             " 00 00 00 00 00 00 00 00"              //  52 "" text
+             " 0C 00 00 00"                          //  60 root word behind the EffectRecord
+             " 08 00 0C 00 04 00 08 00"              //  64 EffectRecord vtable: type 4, params 8
+             " 08 00 00 00 04 00 00 00 04 00 00 00"  //  72 table; type 4; params -> 84
+             " 01 00 00 00 14 00 00 00"              //  84 params[1] -> 108
+             " 10 00 00 00 00 00"              //  92 root word behind the ParamRecord, padding
+             " 0A 00 10 00 0C 00 08 00 04 00"  //  98 ParamRecord vtable: name 12, value 8, script 4
+             " 0A 00 00 00 0C 00 00 00 10 00 00 00 14 00 00 00"  // 108 table; script, value, name
+             " 00 00 00 00 00 00 00 00"                          // 124 "" script
+             " 04 00 00 00 00 00 D0 C0"                          // 132 value: -6.5f little-endian
+             " 04 00 00 00 47 61 69 6E 00 00 00 00"              // 140 "Gain"
+             ));
   // The time field holds the clock at writing.
   const int64_t now = static_cast<int64_t>(std::time(nullptr));
   int64_t stored;
@@ -261,8 +265,10 @@ std::string Compact(const std::string& json) {
     const char c = json[i];
     if (inString) {
       out += c;
-      if (c == '\\' && i + 1 < json.size()) out += json[++i];
-      else if (c == '"') inString = false;
+      if (c == '\\' && i + 1 < json.size())
+        out += json[++i];
+      else if (c == '"')
+        inString = false;
     } else if (c == '"') {
       inString = true;
       out += c;
@@ -277,13 +283,15 @@ std::string Compact(const std::string& json) {
 std::string FlatcJson(const Written& stream) {
   std::string base = std::string(ONDREL_TEST_BINARY_DIR) + "/param_stream_flatc_XXXXXX";
   if (mkdtemp(&base[0]) == nullptr) return "";
-  std::ofstream(base + "/stream.bin", std::ios::binary).write(static_cast<const char*>(stream.data), stream.size);
+  std::ofstream(base + "/stream.bin", std::ios::binary)
+      .write(static_cast<const char*>(stream.data), stream.size);
   const std::string schema = std::string(ONDREL_TEST_SOURCE_DIR) + "/../frame/param_stream.fbs";
-  const std::string cmd = "cd '" + base + "' && flatc --json --strict-json --raw-binary '" + schema +
-                          "' -- stream.bin > /dev/null 2>&1";
+  const std::string cmd = "cd '" + base + "' && flatc --json --strict-json --raw-binary '" +
+                          schema + "' -- stream.bin > /dev/null 2>&1";
   std::stringstream json;
   if (std::system(cmd.c_str()) == 0) json << std::ifstream(base + "/stream.json").rdbuf();
-  if (std::system(("rm -rf '" + base + "'").c_str()) != 0) ADD_FAILURE() << "could not remove " << base;
+  if (std::system(("rm -rf '" + base + "'").c_str()) != 0)
+    ADD_FAILURE() << "could not remove " << base;
   return json.str();
 }
 
@@ -318,7 +326,8 @@ TEST_F(ParamStream, FlatcDecodesWrittenStreams) {
   // -6.5f = 0xC0D00000, 1.0f = 0x3F800000, little-endian.
   EXPECT_EQ(json,
             "{\"version\":2,\"effects\":["
-            "{\"type\":4,\"params\":[{\"name\":\"Gain\",\"value\":[0,0,208,192],\"script\":\"out = in\"}]},"
+            "{\"type\":4,\"params\":[{\"name\":\"Gain\",\"value\":[0,0,208,192],\"script\":\"out = "
+            "in\"}]},"
             "{\"type\":1,\"params\":[]},"
             "{\"type\":4,\"params\":[{\"name\":\"Gain\",\"value\":[0,0,128,63],\"script\":\"\"}]}],"
             "\"text\":\"night mode\",\"time\":T}");
@@ -377,7 +386,8 @@ TEST_F(ParamStream, OldVersionsSetNormalisedValuesAndTooNewIsRefused) {
   // and text.
   char text[16] = "old";
   Loaded l;
-  EXPECT_EQ(Read(Build(5, {{EFFECT_AMPLIFIER, {}}, {EFFECT_THROUGH, {}}}, true, "new"), &l, text), 1000);
+  EXPECT_EQ(Read(Build(5, {{EFFECT_AMPLIFIER, {}}, {EFFECT_THROUGH, {}}}, true, "new"), &l, text),
+            1000);
   EXPECT_EQ(l.list, nullptr);
   EXPECT_EQ(l.count, 2);
   EXPECT_STREQ(text, "new");
@@ -392,18 +402,22 @@ TEST_F(ParamStream, UnloadableListsGive1000AndDestroyWhatWasBuilt) {
   // build behave the same.
   for (int32_t type : {0, -1, 41, 1000000}) {
     Loaded l;
-    EXPECT_EQ(Read(Build(2, {{EFFECT_AMPLIFIER, {gain}}, {EFFECT_THROUGH, {}}, {type, {}}}), &l), 1000) << type;
+    EXPECT_EQ(Read(Build(2, {{EFFECT_AMPLIFIER, {gain}}, {EFFECT_THROUGH, {}}, {type, {}}}), &l),
+              1000)
+        << type;
     EXPECT_EQ(l.list, nullptr);
     EXPECT_EQ(l.count, 0);
   }
   {
     Loaded l;
-    EXPECT_EQ(Read(Build(2, {{EFFECT_AMPLIFIER, {gain}}, {EFFECT_AMPLIFIER, {gain, gain}}}), &l), 1000);
+    EXPECT_EQ(Read(Build(2, {{EFFECT_AMPLIFIER, {gain}}, {EFFECT_AMPLIFIER, {gain, gain}}}), &l),
+              1000);
     EXPECT_EQ(l.list, nullptr);
     EXPECT_EQ(l.count, 0);
     EXPECT_EQ(Read(Build(2, {{EFFECT_THROUGH, {gain}}}), &l), 1000);
     // A record without a name can't be placed.
-    EXPECT_EQ(Read(Build(2, {{EFFECT_AMPLIFIER, {{nullptr, FloatBytes(1.0f), nullptr}}}}), &l), 1000);
+    EXPECT_EQ(Read(Build(2, {{EFFECT_AMPLIFIER, {{nullptr, FloatBytes(1.0f), nullptr}}}}), &l),
+              1000);
     EXPECT_EQ(l.list, nullptr);
   }
   // Missing parts that the writer always stores: no params is an empty
@@ -426,7 +440,8 @@ TEST_F(ParamStream, UnloadableListsGive1000AndDestroyWhatWasBuilt) {
   // built so far are destroyed (the sanitizer build checks for leaks).
   {
     Loaded l;
-    const auto s = Build(2, {{EFFECT_AMPLIFIER, {gain}}, {EFFECT_AMPLIFIER, {{"Volume", FloatBytes(1.0f), nullptr}}}});
+    const auto s = Build(2, {{EFFECT_AMPLIFIER, {gain}},
+                             {EFFECT_AMPLIFIER, {{"Volume", FloatBytes(1.0f), nullptr}}}});
     try {
       Read(s, &l);
       ADD_FAILURE() << "no exception";

@@ -21,7 +21,8 @@ class Negate : public IOndrel2 {
   int32_t ProcessBlock(const ChannelVector& bufs, int32_t* frames) override {
     ++blocks;
     for (int c = 0; c < GetChannels(); ++c)
-      for (int i = 0; i < *frames; ++i) bufs[static_cast<size_t>(c)][i] = -bufs[static_cast<size_t>(c)][i];
+      for (int i = 0; i < *frames; ++i)
+        bufs[static_cast<size_t>(c)][i] = -bufs[static_cast<size_t>(c)][i];
     return 0;
   }
   int32_t GetLatency() override { return latency; }
@@ -62,7 +63,8 @@ TEST(Adapter, ExtraChannelsTravelAroundTheBlockInAlignment) {
   ASSERT_EQ(fx.Resume(), 0);
   Planar in(4, 700);
   for (int c = 0; c < 4; ++c)
-    for (int i = 0; i < 700; ++i) in.data[static_cast<size_t>(c)][static_cast<size_t>(i)] = static_cast<float>(c * 1000 + i);
+    for (int i = 0; i < 700; ++i)
+      in.data[static_cast<size_t>(c)][static_cast<size_t>(i)] = static_cast<float>(c * 1000 + i);
   int32_t avail = 0;
   ASSERT_EQ(fx.ProcessInput(in.ptrs, 300, &avail), 0);
   std::vector<float*> rest;
@@ -96,7 +98,8 @@ TEST(Adapter, FlushTailReturnsQueuedFramesPlusLatency) {
   int32_t got = 0;
   ASSERT_EQ(fx.ProcessOutput(out.ptrs, 512, &got), 0);
   ASSERT_EQ(got, 100);
-  for (int i = 0; i < 100; ++i) ASSERT_EQ(out.data[0][static_cast<size_t>(i)], -1.0f - static_cast<float>(i));
+  for (int i = 0; i < 100; ++i)
+    ASSERT_EQ(out.data[0][static_cast<size_t>(i)], -1.0f - static_cast<float>(i));
 
   // Nothing queued: one block of silence runs and nothing is left.
   ASSERT_EQ(fx.FlushTail(&frames), 0);

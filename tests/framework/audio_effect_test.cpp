@@ -254,7 +254,8 @@ TEST(ValueHelpers, DecibelsAndIntegerPairs) {
   EXPECT_NEAR(scale2dB(0.0f), -6466.12f, 0.01f);
   EXPECT_TRUE(std::isfinite(scale2dB(0.0f)));
   EXPECT_EQ(dB2scale(0.0f), 1.0f);
-  EXPECT_EQ(dB2scale(-6.0f), static_cast<float>(std::pow(10.0, static_cast<double>(-6.0f / 20.0f))));
+  EXPECT_EQ(dB2scale(-6.0f),
+            static_cast<float>(std::pow(10.0, static_cast<double>(-6.0f / 20.0f))));
   EXPECT_NEAR(scale2dB(dB2scale(-20.0f)), -20.0f, 1e-5);
 }
 

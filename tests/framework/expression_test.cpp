@@ -18,11 +18,12 @@ namespace {
 
 struct Result {
   double value;
-  int kind;      // token kind after parsing; TE_TOK_END when all was read
-  long position; // parser's stop position in the text
+  int kind;       // token kind after parsing; TE_TOK_END when all was read
+  long position;  // parser's stop position in the text
 };
 
-Result Evaluate(const char* text, const xvariable* lookup = nullptr, int count = 0, bool fold = true) {
+Result Evaluate(const char* text, const xvariable* lookup = nullptr, int count = 0,
+                bool fold = true) {
   te_state state{};
   state.start = text;
   state.lookup = lookup;
@@ -58,25 +59,46 @@ struct Case {
 void ExpectValues(const std::vector<Case>& cases) {
   for (const Case& c : cases) {
     const double v = Value(c.text);
-    EXPECT_TRUE(v == c.expected || (std::isnan(v) && std::isnan(c.expected))) << c.text << " gave " << v;
+    EXPECT_TRUE(v == c.expected || (std::isnan(v) && std::isnan(c.expected)))
+        << c.text << " gave " << v;
   }
 }
 
 TEST_F(ExpressionTest, OperatorsBindAndAssociateAsDocumented) {
   ExpectValues({
-      {"1,2", 2.0}, {"2+3*4", 14.0}, {"(1,2)*3", 6.0},
-      {"10-4-3", 3.0}, {"100/10/5", 2.0},  // left to right
-      {"2^3^2", 64.0},  // (2^3)^2, not 2^9
-      {"-2^2", 4.0},    // sign binds tighter than ^
-      {"2^-1", 0.5}, {"+-+3", -3.0}, {"-(1+2)*2", -6.0}, {"2^0.5", std::sqrt(2.0)},
-      {"7%3", 1.0}, {"-7%3", -1.0}, {"7.5%-2", 1.5},  // sign of the dividend
-      {" 1 +\t2\r\n", 3.0}, {"1.5e3", 1500.0}, {".5", 0.5}, {"1e-3*1000", 1.0},
+      {"1,2", 2.0},
+      {"2+3*4", 14.0},
+      {"(1,2)*3", 6.0},
+      {"10-4-3", 3.0},
+      {"100/10/5", 2.0},  // left to right
+      {"2^3^2", 64.0},    // (2^3)^2, not 2^9
+      {"-2^2", 4.0},      // sign binds tighter than ^
+      {"2^-1", 0.5},
+      {"+-+3", -3.0},
+      {"-(1+2)*2", -6.0},
+      {"2^0.5", std::sqrt(2.0)},
+      {"7%3", 1.0},
+      {"-7%3", -1.0},
+      {"7.5%-2", 1.5},  // sign of the dividend
+      {" 1 +\t2\r\n", 3.0},
+      {"1.5e3", 1500.0},
+      {".5", 0.5},
+      {"1e-3*1000", 1.0},
       {"sin 2^2", std::pow(std::sin(2.0), 2.0)},  // a one-argument function takes a power
-      {"sin(2)^2", std::pow(std::sin(2.0), 2.0)}, {"-sin 1", -std::sin(1.0)},
-      {"log(100)", 2.0}, {"ln(e)", 1.0}, {"e", 2.718281828459045}, {"e()", 2.718281828459045},
-      {"pi", 3.141592653589793}, {"pi()*2", 2.0 * 3.141592653589793},
-      {"nosuchname+1", 1.0}, {"Abs+2", 2.0},  // names are case-sensitive: Abs is unknown
-      {"1/0", HUGE_VAL}, {"-1/0", -HUGE_VAL}, {"ln(0)", -HUGE_VAL}, {"0/0", std::nan("")},
+      {"sin(2)^2", std::pow(std::sin(2.0), 2.0)},
+      {"-sin 1", -std::sin(1.0)},
+      {"log(100)", 2.0},
+      {"ln(e)", 1.0},
+      {"e", 2.718281828459045},
+      {"e()", 2.718281828459045},
+      {"pi", 3.141592653589793},
+      {"pi()*2", 2.0 * 3.141592653589793},
+      {"nosuchname+1", 1.0},
+      {"Abs+2", 2.0},  // names are case-sensitive: Abs is unknown
+      {"1/0", HUGE_VAL},
+      {"-1/0", -HUGE_VAL},
+      {"ln(0)", -HUGE_VAL},
+      {"0/0", std::nan("")},
   });
 }
 
@@ -84,13 +106,26 @@ TEST_F(ExpressionTest, EveryBuiltinResolvesToItsFunction) {
   // Evaluating each name at its own sample point also proves that the
   // binary search reaches every entry of the sorted table.
   const Case cases[] = {
-      {"abs(-2.25)", 2.25},           {"acos(0.3)", std::acos(0.3)},   {"asin(0.3)", std::asin(0.3)},
-      {"atan(0.3)", std::atan(0.3)},  {"atan2(-1,-2)", std::atan2(-1.0, -2.0)},
-      {"cos(0.7)", std::cos(0.7)},    {"cosh(0.7)", std::cosh(0.7)},   {"exp(1.3)", std::exp(1.3)},
-      {"ln(7)", std::log(7.0)},       {"log(7)", std::log10(7.0)},     {"log10(7)", std::log10(7.0)},
-      {"pow(2,10)", 1024.0},          {"sin(0.7)", std::sin(0.7)},     {"sinh(0.7)", std::sinh(0.7)},
-      {"sqrt(16)", 4.0},              {"tan(0.7)", std::tan(0.7)},     {"tanh(0.7)", std::tanh(0.7)},
-      {"fac(5)", 120.0},              {"ncr(6,3)", 20.0},              {"npr(6,3)", 120.0},
+      {"abs(-2.25)", 2.25},
+      {"acos(0.3)", std::acos(0.3)},
+      {"asin(0.3)", std::asin(0.3)},
+      {"atan(0.3)", std::atan(0.3)},
+      {"atan2(-1,-2)", std::atan2(-1.0, -2.0)},
+      {"cos(0.7)", std::cos(0.7)},
+      {"cosh(0.7)", std::cosh(0.7)},
+      {"exp(1.3)", std::exp(1.3)},
+      {"ln(7)", std::log(7.0)},
+      {"log(7)", std::log10(7.0)},
+      {"log10(7)", std::log10(7.0)},
+      {"pow(2,10)", 1024.0},
+      {"sin(0.7)", std::sin(0.7)},
+      {"sinh(0.7)", std::sinh(0.7)},
+      {"sqrt(16)", 4.0},
+      {"tan(0.7)", std::tan(0.7)},
+      {"tanh(0.7)", std::tanh(0.7)},
+      {"fac(5)", 120.0},
+      {"ncr(6,3)", 20.0},
+      {"npr(6,3)", 120.0},
   };
   // Within 4 ulp: the reference may be folded by the compiler, correctly
   // rounded, while the library calls the C library at run time.
@@ -101,17 +136,30 @@ TEST_F(ExpressionTest, FloorCeilAndCombinatoricsKeepTheirThirtyTwoBitForms) {
   ExpectValues({
       // floor and ceil read the low word of the double: 2.5 and 3.0 have a
       // zero low word; 0.1 is 0x3FB999999999999A, low word -1717986918.
-      {"floor(2.5)", 0.0}, {"ceil(2.5)", 0.0}, {"floor(-3)", 0.0},
-      {"floor(0.1)", -1717986918.0}, {"ceil(0.1)", -1717986918.0},
+      {"floor(2.5)", 0.0},
+      {"ceil(2.5)", 0.0},
+      {"floor(-3)", 0.0},
+      {"floor(0.1)", -1717986918.0},
+      {"ceil(0.1)", -1717986918.0},
       // Factorials and combinations overflow past 2^32 - 1.
-      {"fac(0)", 1.0}, {"fac(5.9)", 120.0}, {"fac(12)", 479001600.0}, {"fac(13)", HUGE_VAL},
-      {"fac(4294967296)", HUGE_VAL}, {"fac(-1)", std::nan("")},
-      {"ncr(10,0)", 1.0}, {"ncr(10,10)", 1.0},
+      {"fac(0)", 1.0},
+      {"fac(5.9)", 120.0},
+      {"fac(12)", 479001600.0},
+      {"fac(13)", HUGE_VAL},
+      {"fac(4294967296)", HUGE_VAL},
+      {"fac(-1)", std::nan("")},
+      {"ncr(10,0)", 1.0},
+      {"ncr(10,10)", 1.0},
       // C(30,15): the last product C(29,14)*30 = 2326762800 fits; C(31,15)
       // fits but C(30,14)*31 = 4508102925 does not; r above n/2 becomes n - r.
-      {"ncr(30,15)", 155117520.0}, {"ncr(31,15)", HUGE_VAL}, {"ncr(31,16)", HUGE_VAL},
-      {"ncr(2,5)", std::nan("")}, {"ncr(-1,0)", std::nan("")}, {"ncr(4294967296,1)", HUGE_VAL},
-      {"npr(12,12)", 479001600.0}, {"npr(13,13)", HUGE_VAL},
+      {"ncr(30,15)", 155117520.0},
+      {"ncr(31,15)", HUGE_VAL},
+      {"ncr(31,16)", HUGE_VAL},
+      {"ncr(2,5)", std::nan("")},
+      {"ncr(-1,0)", std::nan("")},
+      {"ncr(4294967296,1)", HUGE_VAL},
+      {"npr(12,12)", 479001600.0},
+      {"npr(13,13)", HUGE_VAL},
   });
 }
 
@@ -121,9 +169,8 @@ TEST_F(ExpressionTest, ErrorsStopWithTheirPosition) {
     long position;
   };
   const Case cases[] = {
-      {"e(", 2},           {"atan2(1)", 8}, {"atan2(1,2,3)", 10}, {"sin", 3},
-      {"pow 2", 5},        {"(", 1},        {"(1", 2},            {"2*", 2},
-      {"1+*2", 3},         {"_x", 1},       {"1)", 2},            {"3 $ 4", 3},
+      {"e(", 2},  {"atan2(1)", 8}, {"atan2(1,2,3)", 10}, {"sin", 3}, {"pow 2", 5}, {"(", 1},
+      {"(1", 2},  {"2*", 2},       {"1+*2", 3},          {"_x", 1},  {"1)", 2},    {"3 $ 4", 3},
       {"1 2", 3},
   };
   for (const Case& c : cases) {
@@ -138,7 +185,8 @@ TEST_F(ExpressionTest, ErrorsStopWithTheirPosition) {
 
 TEST_F(ExpressionTest, NestingIsBoundedWithoutExhaustingTheStack) {
   auto nested = [](int depth) {
-    return std::string(static_cast<size_t>(depth), '(') + "1" + std::string(static_cast<size_t>(depth), ')');
+    return std::string(static_cast<size_t>(depth), '(') + "1" +
+           std::string(static_cast<size_t>(depth), ')');
   };
   auto chain = [](int terms) {
     std::string s = "1";
@@ -185,14 +233,12 @@ TEST_F(ExpressionTest, CallerNamesComeFirstAndAreReadAtEvaluation) {
   double second = 2.0;
   double myE = 5.0;
   const xvariable table[] = {
-      {"x", &x, TE_VARIABLE, nullptr},
-      {"v", &first, TE_VARIABLE, nullptr},
-      {"v", &second, TE_VARIABLE, nullptr},
-      {"e", &myE, TE_VARIABLE, nullptr},
+      {"x", &x, TE_VARIABLE, nullptr},        {"v", &first, TE_VARIABLE, nullptr},
+      {"v", &second, TE_VARIABLE, nullptr},   {"e", &myE, TE_VARIABLE, nullptr},
       {"x_2", &second, TE_VARIABLE, nullptr},
   };
-  EXPECT_EQ(Evaluate("v", table, 5).value, 1.0);   // front entry wins
-  EXPECT_EQ(Evaluate("e", table, 5).value, 5.0);   // hides the built-in
+  EXPECT_EQ(Evaluate("v", table, 5).value, 1.0);  // front entry wins
+  EXPECT_EQ(Evaluate("e", table, 5).value, 5.0);  // hides the built-in
   EXPECT_EQ(Evaluate("x_2*x", table, 5).value, 6.0);
   EXPECT_EQ(Evaluate("x2", table, 5).value, 0.0);  // exact match only
 
@@ -297,7 +343,8 @@ bool UseDecimalCommaLocale() {
   if (std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr) return true;
   const std::string dir = std::string(ONDREL_TEST_BINARY_DIR) + "/locales";
   const std::string command = "test -d '" + dir + "/de_DE.UTF-8' || { mkdir -p '" + dir +
-                              "' && localedef -i de_DE -f UTF-8 '" + dir + "/de_DE.UTF-8' >/dev/null 2>&1; }";
+                              "' && localedef -i de_DE -f UTF-8 '" + dir +
+                              "/de_DE.UTF-8' >/dev/null 2>&1; }";
   // localedef may exit non-zero over mere warnings; setlocale decides.
   const int status = std::system(command.c_str());
   static_cast<void>(status);

@@ -15,15 +15,16 @@ namespace ONDREL2 {
 namespace {
 
 const char* const kExpressionTokens[] = {
-    "1",    "2.5", ".5",    "1e3",   "0",     "4294967296", "x",     "y",     "e",     "pi",  "sin",
-    "abs",  "atan2", "pow", "fac",   "ncr",   "npr",        "floor", "ceil",  "log10", "ln",  "twice",
-    "scale", "count", "nosuch", "(",  ")",    ",",          "+",     "-",     "*",     "/",   "%",
-    "^",    " ",   "\t",    "_",     "$",     ".",          "e(",    "1 2",   "((",    "))",
+    "1",     "2.5",   ".5",     "1e3", "0",   "4294967296", "x",     "y",    "e",     "pi", "sin",
+    "abs",   "atan2", "pow",    "fac", "ncr", "npr",        "floor", "ceil", "log10", "ln", "twice",
+    "scale", "count", "nosuch", "(",   ")",   ",",          "+",     "-",    "*",     "/",  "%",
+    "^",     " ",     "\t",     "_",   "$",   ".",          "e(",    "1 2",  "((",    "))",
 };
 
 const char* const kScriptTokens[] = {
-    "\n", "\r\n", "#", "=", ":", "in", "out", "lab", "#v=", "#w", ":lab\n", "v", "w", "GV_FXBYPASSED",
-    "if(", "lt(", "eq(", "rnd(", "not ", "GEAR_PRICE", "#GV_SCRIPTVERSION=3\n",
+    "\n",  "\r\n", "#",   "=",      ":",    "in",         "out",
+    "lab", "#v=",  "#w",  ":lab\n", "v",    "w",          "GV_FXBYPASSED",
+    "if(", "lt(",  "eq(", "rnd(",   "not ", "GEAR_PRICE", "#GV_SCRIPTVERSION=3\n",
 };
 
 const char* const kSeeds[] = {
@@ -56,8 +57,12 @@ std::string Mutate(std::mt19937& rng, std::string text) {
     const char byte = static_cast<char>(rng() % 256);
     switch (rng() % 3) {
       case 0: text.insert(at, 1, byte); break;
-      case 1: if (at < text.size()) text.erase(at, 1); break;
-      default: if (at < text.size()) text[at] = byte; break;
+      case 1:
+        if (at < text.size()) text.erase(at, 1);
+        break;
+      default:
+        if (at < text.size()) text[at] = byte;
+        break;
     }
   }
   return text;

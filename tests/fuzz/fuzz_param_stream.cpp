@@ -28,7 +28,8 @@ inline int RunOnce(const uint8_t* data, size_t size) {
   int count = -1;
   int status;
   try {
-    status = ONDREL2::ondrel_stream2params(&list, &count, data, static_cast<int>(size), text.data());
+    status =
+        ONDREL2::ondrel_stream2params(&list, &count, data, static_cast<int>(size), text.data());
   } catch (const std::out_of_range&) {
     if (list != nullptr || count != 0) __builtin_trap();
     return -1;
@@ -46,8 +47,7 @@ inline int RunOnce(const uint8_t* data, size_t size) {
       if (list != nullptr) __builtin_trap();
       if (status != 1000 && count != 0) __builtin_trap();
       break;
-    default:
-      __builtin_trap();
+    default: __builtin_trap();
   }
   ONDREL2::ondrel_destroy_params(list, count, true);
   return status;

@@ -7,8 +7,8 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstddef>
-#include <cstdio>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -46,7 +46,9 @@ class QuietLog {
 };
 
 inline double FuzzTwice(double a) { return 2.0 * a; }
-inline double FuzzScale(double a, double b, void* context) { return (a + b) * *static_cast<double*>(context); }
+inline double FuzzScale(double a, double b, void* context) {
+  return (a + b) * *static_cast<double*>(context);
+}
 inline double FuzzCounter() {
   static double calls = 0;
   return ++calls;
@@ -65,8 +67,10 @@ inline bool FuzzExpression(const uint8_t* data, size_t size) {
   const ONDREL2::xvariable table[] = {
       {"x", &x, ONDREL2::TE_VARIABLE, nullptr},
       {"y", &y, ONDREL2::TE_VARIABLE, nullptr},
-      {"twice", reinterpret_cast<const void*>(&FuzzTwice), ONDREL2::TE_FUNCTION0 + 1 + ONDREL2::TE_FLAG_PURE, nullptr},
-      {"scale", reinterpret_cast<const void*>(&FuzzScale), ONDREL2::TE_CLOSURE0 + 2 + ONDREL2::TE_FLAG_PURE, &factor},
+      {"twice", reinterpret_cast<const void*>(&FuzzTwice),
+       ONDREL2::TE_FUNCTION0 + 1 + ONDREL2::TE_FLAG_PURE, nullptr},
+      {"scale", reinterpret_cast<const void*>(&FuzzScale),
+       ONDREL2::TE_CLOSURE0 + 2 + ONDREL2::TE_FLAG_PURE, &factor},
       {"count", reinterpret_cast<const void*>(&FuzzCounter), ONDREL2::TE_FUNCTION0 + 0, nullptr},
   };
   const int count = static_cast<int>(sizeof(table) / sizeof(table[0]));
@@ -106,7 +110,6 @@ inline bool ScriptInputAccepted(const std::string& text) {
 }
 
 inline void IgnoreScriptError(const char*) {}
-
 
 // Runs the bytes as a script (text up to the first NUL; the first byte also
 // picks the input value) and restores both modulator stores afterwards, so

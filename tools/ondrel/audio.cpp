@@ -55,13 +55,15 @@ std::string SubtypeName(int format) {
 
 // Calls the library's float or int16 process pair and appends the output.
 template <typename Sample, typename In, typename Out>
-void RunProcess(void* inst, Sample* in, int64_t frames, int channels, int outChannels, std::vector<Sample>* out,
-                In input, Out output, const char* inName, const char* outName) {
+void RunProcess(void* inst, Sample* in, int64_t frames, int channels, int outChannels,
+                std::vector<Sample>* out, In input, Out output, const char* inName,
+                const char* outName) {
   const int64_t chunkFrames = 1 << 16;  // keep counts far from INT_MAX
   for (int64_t done = 0; done < frames;) {
     int64_t n = std::min(chunkFrames, frames - done);
     int available = 0;
-    CheckStatus(input(inst, in + done * channels, static_cast<int>(n * channels), &available), inName);
+    CheckStatus(input(inst, in + done * channels, static_cast<int>(n * channels), &available),
+                inName);
     done += n;
     if (available <= 0) continue;
     size_t at = out->size();
@@ -80,18 +82,22 @@ AudioReader::AudioReader(const std::string& path) : path_(path) {
   if (::access(path.c_str(), R_OK) != 0)
     UsageError("cannot open '" + path + "': " + std::strerror(errno));
   file_ = sf_open(path.c_str(), SFM_READ, &info_);
-  if (file_ == nullptr)
-    UsageError("cannot read '" + path + "' as sound: " + sf_strerror(nullptr));
+  if (file_ == nullptr) UsageError("cannot read '" + path + "' as sound: " + sf_strerror(nullptr));
   if (info_.channels < 1 || info_.channels > 64)
-    UsageError("'" + path + "' has " + std::to_string(info_.channels) + " channels; 1 to 64 are supported");
+    UsageError("'" + path + "' has " + std::to_string(info_.channels) +
+               " channels; 1 to 64 are supported");
 }
 
 AudioReader::~AudioReader() {
   if (file_ != nullptr) sf_close(file_);
 }
 
-int64_t AudioReader::Read(float* buffer, int64_t frames) { return sf_readf_float(file_, buffer, frames); }
-int64_t AudioReader::Read(int16_t* buffer, int64_t frames) { return sf_readf_short(file_, buffer, frames); }
+int64_t AudioReader::Read(float* buffer, int64_t frames) {
+  return sf_readf_float(file_, buffer, frames);
+}
+int64_t AudioReader::Read(int16_t* buffer, int64_t frames) {
+  return sf_readf_short(file_, buffer, frames);
+}
 
 int ContainerForPath(const std::string& path) {
   const std::string ext = Extension(path);
@@ -100,10 +106,11 @@ int ContainerForPath(const std::string& path) {
     int container;
   };
   static const Entry kTable[] = {
-      {"wav", SF_FORMAT_WAV},   {"wave", SF_FORMAT_WAV},  {"flac", SF_FORMAT_FLAC}, {"aif", SF_FORMAT_AIFF},
-      {"aiff", SF_FORMAT_AIFF}, {"aifc", SF_FORMAT_AIFF}, {"au", SF_FORMAT_AU},     {"snd", SF_FORMAT_AU},
-      {"caf", SF_FORMAT_CAF},   {"w64", SF_FORMAT_W64},   {"rf64", SF_FORMAT_RF64}, {"ogg", SF_FORMAT_OGG},
-      {"oga", SF_FORMAT_OGG},   {"opus", SF_FORMAT_OGG},  {"raw", SF_FORMAT_RAW}};
+      {"wav", SF_FORMAT_WAV},  {"wave", SF_FORMAT_WAV},  {"flac", SF_FORMAT_FLAC},
+      {"aif", SF_FORMAT_AIFF}, {"aiff", SF_FORMAT_AIFF}, {"aifc", SF_FORMAT_AIFF},
+      {"au", SF_FORMAT_AU},    {"snd", SF_FORMAT_AU},    {"caf", SF_FORMAT_CAF},
+      {"w64", SF_FORMAT_W64},  {"rf64", SF_FORMAT_RF64}, {"ogg", SF_FORMAT_OGG},
+      {"oga", SF_FORMAT_OGG},  {"opus", SF_FORMAT_OGG},  {"raw", SF_FORMAT_RAW}};
   for (const Entry& e : kTable)
     if (ext == e.ext) return e.container;
   UsageError("cannot tell the output format from '" + path +
@@ -115,8 +122,8 @@ int FormatFor(int container, int subtype) {
   std::memset(&probe, 0, sizeof probe);
   probe.channels = 2;
   probe.samplerate = 44100;
-  int preferred[] = {subtype & SF_FORMAT_SUBMASK, SF_FORMAT_PCM_16, SF_FORMAT_FLOAT, SF_FORMAT_VORBIS,
-                     SF_FORMAT_PCM_24};
+  int preferred[] = {subtype & SF_FORMAT_SUBMASK, SF_FORMAT_PCM_16, SF_FORMAT_FLOAT,
+                     SF_FORMAT_VORBIS, SF_FORMAT_PCM_24};
   for (int s : preferred) {
     if (s == 0) continue;
     probe.format = container | s;
@@ -127,7 +134,8 @@ int FormatFor(int container, int subtype) {
 
 std::string FormatText(int format) { return MajorName(format) + " " + SubtypeName(format); }
 
-AudioWriter::AudioWriter(const std::string& path, int rate, int channels, int format) : path_(path) {
+AudioWriter::AudioWriter(const std::string& path, int rate, int channels, int format)
+    : path_(path) {
   temp_ = TemporaryPathFor(path);
   SF_INFO info;
   std::memset(&info, 0, sizeof info);
@@ -135,11 +143,11 @@ AudioWriter::AudioWriter(const std::string& path, int rate, int channels, int fo
   info.channels = channels;
   info.format = format;
   if (!sf_format_check(&info))
-    UsageError("libsndfile cannot write " + FormatText(format) + " with " + std::to_string(channels) +
-               " channels at " + std::to_string(rate) + " Hz to '" + path + "'");
+    UsageError("libsndfile cannot write " + FormatText(format) + " with " +
+               std::to_string(channels) + " channels at " + std::to_string(rate) + " Hz to '" +
+               path + "'");
   file_ = sf_open(temp_.c_str(), SFM_WRITE, &info);
-  if (file_ == nullptr)
-    UsageError("cannot write '" + path + "': " + sf_strerror(nullptr));
+  if (file_ == nullptr) UsageError("cannot write '" + path + "': " + sf_strerror(nullptr));
   // Floats above full scale are clipped, not wrapped, in integer files.
   sf_command(file_, SFC_SET_CLIPPING, nullptr, SF_TRUE);
 }
@@ -171,7 +179,8 @@ void AudioWriter::Commit() {
 void WriteWholeFile(const std::string& path, int rate, int channels, int format,
                     const std::vector<float>& samples) {
   AudioWriter writer(path, rate, channels, format);
-  writer.Write(samples.data(), static_cast<int64_t>(samples.size() / static_cast<size_t>(channels)));
+  writer.Write(samples.data(),
+               static_cast<int64_t>(samples.size() / static_cast<size_t>(channels)));
   writer.Commit();
 }
 
@@ -244,7 +253,8 @@ void Chain::Process(int16_t* in, int64_t frames, std::vector<int16_t>* out) {
 namespace {
 
 template <typename Sample, typename Out>
-void RunFlush(void* inst, int outChannels, std::vector<Sample>* out, Out output, const char* outName) {
+void RunFlush(void* inst, int outChannels, std::vector<Sample>* out, Out output,
+              const char* outName) {
   int available = 0;
   CheckStatus(ONDREL2::ondrel_flush_to_buf(inst, &available), "ondrel_flush_to_buf");
   if (available <= 0) return;
@@ -268,7 +278,8 @@ void Chain::Flush(std::vector<int16_t>* out) {
   RunFlush(inst_, OutChannels(), out, &ONDREL2::ondrel_process_output, "ondrel_process_output");
 }
 
-ProcessResult ProcessBuffer(EffectList& effects, const std::vector<float>& input, int channels, float rate) {
+ProcessResult ProcessBuffer(EffectList& effects, const std::vector<float>& input, int channels,
+                            float rate) {
   Chain chain(channels, rate);
   chain.Install(effects);
   ProcessResult result;
@@ -276,7 +287,8 @@ ProcessResult ProcessBuffer(EffectList& effects, const std::vector<float>& input
   result.channels = chain.OutChannels();
   result.rate = chain.OutRate();
   std::vector<float> in = input;  // the library takes a non-const buffer
-  chain.Process(in.data(), static_cast<int64_t>(in.size() / static_cast<size_t>(channels)), &result.samples);
+  chain.Process(in.data(), static_cast<int64_t>(in.size() / static_cast<size_t>(channels)),
+                &result.samples);
   chain.Flush(&result.samples);
   return result;
 }

@@ -79,7 +79,8 @@ std::vector<float> SynthesizeDemoMusic(int rate, double seconds) {
     // Snare on beats 2 and 4: a noise burst over a short tone.
     if (b % 2 == 1) {
       Add(&mix, rate, t0, 0.2, [&](double t, double* l, double* r) {
-        double v = 0.35 * noise.Next() * std::exp(-t * 22.0) + 0.3 * std::sin(kTwoPi * 185.0 * t) * std::exp(-t * 35.0);
+        double v = 0.35 * noise.Next() * std::exp(-t * 22.0) +
+                   0.3 * std::sin(kTwoPi * 185.0 * t) * std::exp(-t * 35.0);
         *l += v;
         *r += v;
       });
@@ -168,24 +169,28 @@ int RunDemo(const CommonOptions& common, const DemoOptions& options) {
 
   const int wav16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
   WriteWholeFile(dir + "/input.wav", rate, channels, wav16, music);
-  WriteWholeFile(dir + "/output.wav", static_cast<int>(std::lround(result.rate)), result.channels, wav16,
-                 result.samples);
+  WriteWholeFile(dir + "/output.wav", static_cast<int>(std::lround(result.rate)), result.channels,
+                 wav16, result.samples);
 
   LoadedPreset again = PresetFromJson(presetJson, "presets/demo.json", Unavailable::kSkipSilently);
   Response response = MeasureResponse(again.effects, channels, static_cast<float>(rate), -20.0);
-  DrawResponse(response, preset.text.empty() ? "demo" : preset.text, dir + "/response.png", 960, 540);
+  DrawResponse(response, preset.text.empty() ? "demo" : preset.text, dir + "/response.png", 960,
+               540);
 
   float peakIn = 0.0f, peakOut = 0.0f;
   for (float v : music) peakIn = std::max(peakIn, std::fabs(v));
   for (float v : result.samples) peakOut = std::max(peakOut, std::fabs(v));
   const double audioSeconds = static_cast<double>(music.size() / channels) / rate;
-  std::printf("\"%s\": %s | in %d Hz %d ch | out %g Hz %d ch | frames %zu -> %zu | peak %s -> %s | "
-              "real-time factor %.4f (%.0fx real time)\n",
-              preset.text.c_str(), result.chain.c_str(), rate, channels, static_cast<double>(result.rate),
-              result.channels, music.size() / channels,
-              result.samples.size() / static_cast<size_t>(std::max(1, result.channels)), PeakText(peakIn).c_str(),
-              PeakText(peakOut).c_str(), seconds / audioSeconds, audioSeconds / std::max(seconds, 1e-9));
-  std::printf("wrote %s/input.wav, %s/output.wav, %s/response.png\n", dir.c_str(), dir.c_str(), dir.c_str());
+  std::printf(
+      "\"%s\": %s | in %d Hz %d ch | out %g Hz %d ch | frames %zu -> %zu | peak %s -> %s | "
+      "real-time factor %.4f (%.0fx real time)\n",
+      preset.text.c_str(), result.chain.c_str(), rate, channels, static_cast<double>(result.rate),
+      result.channels, music.size() / channels,
+      result.samples.size() / static_cast<size_t>(std::max(1, result.channels)),
+      PeakText(peakIn).c_str(), PeakText(peakOut).c_str(), seconds / audioSeconds,
+      audioSeconds / std::max(seconds, 1e-9));
+  std::printf("wrote %s/input.wav, %s/output.wav, %s/response.png\n", dir.c_str(), dir.c_str(),
+              dir.c_str());
   if (peakOut > 1.0f) Warn("the output peaks above full scale and was clipped in output.wav");
   return kExitOk;
 }

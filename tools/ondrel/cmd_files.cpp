@@ -39,7 +39,8 @@ int RunScramble(const CommonOptions& common, const ScrambleOptions& options) {
   if (std::rename(temp.c_str(), options.output.c_str()) != 0) {
     int err = errno;
     std::remove(temp.c_str());
-    Failure("cannot move the finished file into place as '" + options.output + "': " + std::strerror(err));
+    Failure("cannot move the finished file into place as '" + options.output +
+            "': " + std::strerror(err));
   }
   return kExitOk;
 }
@@ -50,8 +51,8 @@ int RunPresetEncode(const CommonOptions& common, const PresetOptions& options) {
   LoadedPreset preset = PresetFromJson(ParseJsonText(text, options.input), options.input);
   void* stream = nullptr;
   int size = 0;
-  CheckStatus(ONDREL2::ondrel_params2stream(&stream, &size, preset.effects.data(), preset.effects.size(),
-                                            preset.text.c_str()),
+  CheckStatus(ONDREL2::ondrel_params2stream(&stream, &size, preset.effects.data(),
+                                            preset.effects.size(), preset.text.c_str()),
               "ondrel_params2stream");
   std::string bytes(static_cast<const char*>(stream), static_cast<size_t>(size));
   ONDREL2::ondrel_destroy_paramstream(stream);
@@ -64,9 +65,11 @@ int RunPresetDecode(const CommonOptions& common, const PresetOptions& options) {
   std::string bytes = ReadFileBytes(options.input);
   size_t first = bytes.find_first_not_of(" \t\r\n");
   if (first != std::string::npos && bytes[first] == '{')
-    UsageError(options.input + " is a JSON preset already; 'ondrel preset encode' turns it into a stream");
+    UsageError(options.input +
+               " is a JSON preset already; 'ondrel preset encode' turns it into a stream");
   LoadedPreset preset = PresetFromStream(bytes, options.input);
-  std::string text = PresetToJson(preset.text, preset.effects.data(), preset.effects.size()).dump(2) + "\n";
+  std::string text =
+      PresetToJson(preset.text, preset.effects.data(), preset.effects.size()).dump(2) + "\n";
   if (options.output.empty() || options.output == "-") {
     std::fputs(text.c_str(), stdout);
   } else {

@@ -43,8 +43,9 @@ int RunEffects(const CommonOptions& common) {
     w[3] = std::max(w[3], DisplayWidth(r.params));
   }
   for (const Row& r : rows) {
-    std::printf("%s  %s  %s  %s  %s\n", PadRight(r.value, w[0]).c_str(), PadRight(r.shortName, w[1]).c_str(),
-                PadRight(r.display, w[2]).c_str(), PadRight(r.params, w[3]).c_str(), r.built.c_str());
+    std::printf("%s  %s  %s  %s  %s\n", PadRight(r.value, w[0]).c_str(),
+                PadRight(r.shortName, w[1]).c_str(), PadRight(r.display, w[2]).c_str(),
+                PadRight(r.params, w[3]).c_str(), r.built.c_str());
   }
   std::printf("%d of 40 effect types are built into this libondrel.\n", builtCount);
   return kExitOk;
@@ -90,15 +91,18 @@ int RunParams(const CommonOptions& common, const ParamsOptions& options) {
   }
 
   std::printf("%s (%d)%s%s: %zu parameter%s\n", EffectShortName(type).c_str(), type,
-              display.empty() ? "" : ", ", display.c_str(), table.size(), table.size() == 1 ? "" : "s");
+              display.empty() ? "" : ", ", display.c_str(), table.size(),
+              table.size() == 1 ? "" : "s");
   if (table.empty()) return kExitOk;
   std::vector<std::vector<std::string>> rows;
-  rows.push_back({"#", "name", "label", "min", "default", "max", "display", "binary", "rebuild", "hints"});
+  rows.push_back(
+      {"#", "name", "label", "min", "default", "max", "display", "binary", "rebuild", "hints"});
   for (const ParamInfo& p : table) {
-    rows.push_back({std::to_string(p.index), p.name, p.label, p.binary ? "-" : FloatText(p.minValue),
-                    p.binary ? "-" : FloatText(p.defaultValue), p.binary ? "-" : FloatText(p.maxValue),
-                    p.defaultDisplay.empty() ? "-" : p.defaultDisplay, p.binary ? "yes" : "no",
-                    p.rebuild ? "yes" : "no", Format("%d,%d", p.hintA, p.hintB)});
+    rows.push_back(
+        {std::to_string(p.index), p.name, p.label, p.binary ? "-" : FloatText(p.minValue),
+         p.binary ? "-" : FloatText(p.defaultValue), p.binary ? "-" : FloatText(p.maxValue),
+         p.defaultDisplay.empty() ? "-" : p.defaultDisplay, p.binary ? "yes" : "no",
+         p.rebuild ? "yes" : "no", Format("%d,%d", p.hintA, p.hintB)});
   }
   std::vector<int> widths(rows[0].size(), 0);
   for (const auto& r : rows)

@@ -28,7 +28,8 @@ class Progress {
       double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(total_));
       int filled = static_cast<int>(part * width);
       std::fprintf(stderr, "\r[%s%s] %3d%%", std::string(static_cast<size_t>(filled), '#').c_str(),
-                   std::string(static_cast<size_t>(width - filled), '.').c_str(), static_cast<int>(part * 100));
+                   std::string(static_cast<size_t>(width - filled), '.').c_str(),
+                   static_cast<int>(part * 100));
     } else {
       std::fprintf(stderr, "\r%lld frames", static_cast<long long>(done));
     }
@@ -50,7 +51,8 @@ class Progress {
 template <typename Sample>
 float Peak(const Sample* samples, size_t count, float scale) {
   float peak = 0.0f;
-  for (size_t i = 0; i < count; ++i) peak = std::max(peak, std::fabs(static_cast<float>(samples[i]) * scale));
+  for (size_t i = 0; i < count; ++i)
+    peak = std::max(peak, std::fabs(static_cast<float>(samples[i]) * scale));
   return peak;
 }
 
@@ -74,7 +76,8 @@ void Stream(AudioReader& reader, Chain& chain, AudioWriter& writer, Progress& pr
     int64_t got = reader.Read(in.data(), chunk);
     if (got <= 0) break;
     totals->framesIn += got;
-    totals->peakIn = std::max(totals->peakIn, Peak(in.data(), static_cast<size_t>(got * inChannels), scale));
+    totals->peakIn =
+        std::max(totals->peakIn, Peak(in.data(), static_cast<size_t>(got * inChannels), scale));
     out.clear();
     chain.Process(in.data(), got, &out);
     int64_t frames = static_cast<int64_t>(out.size()) / outChannels;
@@ -115,9 +118,11 @@ int RunProcess(const CommonOptions& common, const ProcessOptions& options) {
   const float outRateF = chain.OutRate();
   const int outRate = static_cast<int>(std::lround(outRateF));
   if (outChannels < 1 || outRate < 1)
-    Failure(Format("the chain reports an output of %d channels at %g Hz", outChannels, static_cast<double>(outRateF)));
+    Failure(Format("the chain reports an output of %d channels at %g Hz", outChannels,
+                   static_cast<double>(outRateF)));
   if (std::fabs(outRateF - static_cast<float>(outRate)) > 1e-3f)
-    Warn(Format("the chain's output rate %g Hz is written as %d Hz", static_cast<double>(outRateF), outRate));
+    Warn(Format("the chain's output rate %g Hz is written as %d Hz", static_cast<double>(outRateF),
+                outRate));
 
   int subtype = reader.format() & SF_FORMAT_SUBMASK;
   if (options.format == "s16") subtype = SF_FORMAT_PCM_16;
@@ -143,20 +148,22 @@ int RunProcess(const CommonOptions& common, const ProcessOptions& options) {
   const int outSubtype = outFormat & SF_FORMAT_SUBMASK;
   if (options.format != "s16" && totals.peakOut > 1.0f && outSubtype != SF_FORMAT_FLOAT &&
       outSubtype != SF_FORMAT_DOUBLE)
-    Warn("the output peaks at " + PeakText(totals.peakOut) + ": samples above full scale were clipped in '" +
-         options.output + "' (write a float file with --format f32 to keep them)");
+    Warn("the output peaks at " + PeakText(totals.peakOut) +
+         ": samples above full scale were clipped in '" + options.output +
+         "' (write a float file with --format f32 to keep them)");
   if (!options.quiet) {
     double audioSeconds = static_cast<double>(totals.framesIn) / reader.rate();
     std::string speed = "n/a";
     if (audioSeconds > 0.0 && seconds > 0.0)
       speed = Format("%.4f (%.0fx real time)", seconds / audioSeconds, audioSeconds / seconds);
-    std::printf("%s%s%s | in %s %d Hz %d ch | out %s %d Hz %d ch | frames %lld -> %lld | peak %s -> %s | "
-                "real-time factor %s\n",
-                presetName.empty() ? "" : ("\"" + presetName + "\": ").c_str(), chain.Describe().c_str(),
-                options.format == "s16" ? " [int16]" : "", FormatText(reader.format()).c_str(), reader.rate(),
-                reader.channels(), FormatText(outFormat).c_str(), outRate, outChannels,
-                static_cast<long long>(totals.framesIn), static_cast<long long>(totals.framesOut),
-                PeakText(totals.peakIn).c_str(), PeakText(totals.peakOut).c_str(), speed.c_str());
+    std::printf(
+        "%s%s%s | in %s %d Hz %d ch | out %s %d Hz %d ch | frames %lld -> %lld | peak %s -> %s | "
+        "real-time factor %s\n",
+        presetName.empty() ? "" : ("\"" + presetName + "\": ").c_str(), chain.Describe().c_str(),
+        options.format == "s16" ? " [int16]" : "", FormatText(reader.format()).c_str(),
+        reader.rate(), reader.channels(), FormatText(outFormat).c_str(), outRate, outChannels,
+        static_cast<long long>(totals.framesIn), static_cast<long long>(totals.framesOut),
+        PeakText(totals.peakIn).c_str(), PeakText(totals.peakOut).c_str(), speed.c_str());
   }
   return kExitOk;
 }

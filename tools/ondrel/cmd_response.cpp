@@ -27,8 +27,9 @@ int AnalysisLength(float rate) {
 struct Rgb {
   double r, g, b;
 };
-const Rgb kColours[] = {{0.12, 0.47, 0.71}, {0.85, 0.37, 0.01}, {0.17, 0.63, 0.17}, {0.84, 0.15, 0.16},
-                        {0.58, 0.40, 0.74}, {0.55, 0.34, 0.29}, {0.89, 0.47, 0.76}, {0.50, 0.50, 0.50}};
+const Rgb kColours[] = {{0.12, 0.47, 0.71}, {0.85, 0.37, 0.01}, {0.17, 0.63, 0.17},
+                        {0.84, 0.15, 0.16}, {0.58, 0.40, 0.74}, {0.55, 0.34, 0.29},
+                        {0.89, 0.47, 0.76}, {0.50, 0.50, 0.50}};
 
 std::string ChannelName(int channel, int channels) {
   if (channels == 2) return channel == 0 ? "left" : "right";
@@ -62,10 +63,12 @@ Response MeasureResponse(EffectList& effects, int channels, float rate, double l
   if (cfg == nullptr) Failure("out of memory for the FFT");
   std::vector<kiss_fft_scalar> time(static_cast<size_t>(m));
   std::vector<kiss_fft_cpx> spectrum(static_cast<size_t>(m / 2 + 1));
-  for (int k = 0; k <= m / 2; ++k) response.frequencies.push_back(static_cast<double>(k) * result.rate / m);
+  for (int k = 0; k <= m / 2; ++k)
+    response.frequencies.push_back(static_cast<double>(k) * result.rate / m);
   for (int c = 0; c < result.channels; ++c) {
     for (int i = 0; i < m; ++i) {
-      size_t at = static_cast<size_t>(i) * static_cast<size_t>(result.channels) + static_cast<size_t>(c);
+      size_t at =
+          static_cast<size_t>(i) * static_cast<size_t>(result.channels) + static_cast<size_t>(c);
       time[static_cast<size_t>(i)] = static_cast<size_t>(i) < frames ? result.samples[at] : 0.0f;
     }
     kiss_fftr(cfg, time.data(), spectrum.data());
@@ -82,7 +85,8 @@ Response MeasureResponse(EffectList& effects, int channels, float rate, double l
 
 void WriteResponseCsv(const Response& response, const std::string& path) {
   std::string text = "frequency_hz";
-  for (int c = 0; c < response.channels; ++c) text += Format(",%s_db", ChannelName(c, response.channels).c_str());
+  for (int c = 0; c < response.channels; ++c)
+    text += Format(",%s_db", ChannelName(c, response.channels).c_str());
   text += "\n";
   for (size_t k = 0; k < response.frequencies.size(); ++k) {
     text += Format("%.6g", response.frequencies[k]);
@@ -92,8 +96,8 @@ void WriteResponseCsv(const Response& response, const std::string& path) {
   WriteFileAtomically(path, text);
 }
 
-void DrawResponse(const Response& response, const std::string& title, const std::string& path, int width,
-                  int height) {
+void DrawResponse(const Response& response, const std::string& title, const std::string& path,
+                  int width, int height) {
   const double fMin = 20.0;
   const double fMax = std::min(20000.0, response.rate / 2.0);
   // Level range: from the loudest point down, in steps of 6 dB, 24 to 96 dB.
@@ -115,7 +119,9 @@ void DrawResponse(const Response& response, const std::string& title, const std:
   cairo_t* cr = cairo_create(surface);
   const double left = 72, right = 24, topMargin = 56, bottomMargin = 60;
   const double pw = width - left - right, ph = height - topMargin - bottomMargin;
-  auto X = [&](double f) { return left + (std::log10(f) - std::log10(fMin)) / (std::log10(fMax) - std::log10(fMin)) * pw; };
+  auto X = [&](double f) {
+    return left + (std::log10(f) - std::log10(fMin)) / (std::log10(fMax) - std::log10(fMin)) * pw;
+  };
   auto Y = [&](double db) { return topMargin + (yMax - db) / (yMax - yMin) * ph; };
 
   cairo_set_source_rgb(cr, 1, 1, 1);
@@ -143,7 +149,8 @@ void DrawResponse(const Response& response, const std::string& title, const std:
     }
   }
   for (double db = yMin; db <= yMax + 1e-9; db += yStep) {
-    cairo_set_source_rgb(cr, db == 0.0 ? 0.6 : 0.85, db == 0.0 ? 0.6 : 0.85, db == 0.0 ? 0.6 : 0.85);
+    cairo_set_source_rgb(cr, db == 0.0 ? 0.6 : 0.85, db == 0.0 ? 0.6 : 0.85,
+                         db == 0.0 ? 0.6 : 0.85);
     cairo_move_to(cr, left, std::round(Y(db)) + 0.5);
     cairo_line_to(cr, left + pw, std::round(Y(db)) + 0.5);
     cairo_stroke(cr);
@@ -179,7 +186,8 @@ void DrawResponse(const Response& response, const std::string& title, const std:
   cairo_show_text(cr, title.c_str());
   cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
   cairo_set_font_size(cr, 12);
-  std::string sub = Format("%s, %g Hz, impulse response", response.chain.c_str(), static_cast<double>(response.rate));
+  std::string sub = Format("%s, %g Hz, impulse response", response.chain.c_str(),
+                           static_cast<double>(response.rate));
   cairo_move_to(cr, left, 42);
   cairo_show_text(cr, sub.c_str());
 
@@ -261,13 +269,15 @@ int RunResponse(const CommonOptions& common, const ResponseOptions& options) {
     size_t slash = options.preset.find_last_of('/');
     title = slash == std::string::npos ? options.preset : options.preset.substr(slash + 1);
   }
-  Response response = MeasureResponse(preset.effects, options.channels, static_cast<float>(options.rate), options.level);
+  Response response = MeasureResponse(preset.effects, options.channels,
+                                      static_cast<float>(options.rate), options.level);
   if (response.channels < 1) Failure("the chain has no output channels");
   DrawResponse(response, title, options.png, options.width, options.height);
   if (!options.csv.empty()) WriteResponseCsv(response, options.csv);
   std::printf("%s: %s at %g Hz, %d channel%s -> %s%s%s\n", title.c_str(), response.chain.c_str(),
-              static_cast<double>(response.rate), response.channels, response.channels == 1 ? "" : "s",
-              options.png.c_str(), options.csv.empty() ? "" : ", ", options.csv.c_str());
+              static_cast<double>(response.rate), response.channels,
+              response.channels == 1 ? "" : "s", options.png.c_str(),
+              options.csv.empty() ? "" : ", ", options.csv.c_str());
   return kExitOk;
 }
 

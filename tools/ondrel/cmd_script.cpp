@@ -86,7 +86,8 @@ int RunScript(const CommonOptions& common, const ScriptOptions& options) {
   ONDREL2::AEffect* amp = CreateEffect(ONDREL2::EFFECT_AMPLIFIER);
   effects.Add(amp);
   const int gain = RequireParam(amp, "Gain", "amplifier");
-  amp->dispatcher(amp, ONDREL2::ONDREL_OP_SET_PARAM, gain, 0, nullptr, static_cast<float>(options.input));
+  amp->dispatcher(amp, ONDREL2::ONDREL_OP_SET_PARAM, gain, 0, nullptr,
+                  static_cast<float>(options.input));
   SetParamScript(amp, gain, text);
   int version = amp->dispatcher(amp, ONDREL2::ONDREL_OP_GET_SCRIPT_VERSION, 0, 0, nullptr, 0.0f);
 
@@ -112,10 +113,13 @@ int RunScript(const CommonOptions& common, const ScriptOptions& options) {
                 Number(static_cast<double>(stored)).c_str());
   } else {
     std::printf("result: %s (in %s; amplifier Gain uses %s after limiting to -96..18)\n",
-                Number(capture.output).c_str(), Number(static_cast<double>(stored)).c_str(), Number(used).c_str());
+                Number(capture.output).c_str(), Number(static_cast<double>(stored)).c_str(),
+                Number(used).c_str());
   }
-  std::printf("runs: %d%s, script version %d\n", capture.runs, capture.runs > 1 ? " (two-pass)" : "", version);
-  if (bypassed) std::printf("bypassed: GV_FXBYPASSED was not 0 after the run, so the effect left the chain\n");
+  std::printf("runs: %d%s, script version %d\n", capture.runs,
+              capture.runs > 1 ? " (two-pass)" : "", version);
+  if (bypassed)
+    std::printf("bypassed: GV_FXBYPASSED was not 0 after the run, so the effect left the chain\n");
   if (capture.errors.empty()) {
     std::printf("errors: none\n");
   } else {
@@ -136,7 +140,8 @@ int RunScript(const CommonOptions& common, const ScriptOptions& options) {
     if (v.system) continue;
     bool changed = true;
     for (const Variable& b : before)
-      if (!b.system && b.name == v.name && (b.value == v.value || (std::isnan(b.value) && std::isnan(v.value))))
+      if (!b.system && b.name == v.name &&
+          (b.value == v.value || (std::isnan(b.value) && std::isnan(v.value))))
         changed = false;
     if (changed) user += " " + v.name + "=" + Number(v.value);
   }

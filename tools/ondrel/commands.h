@@ -71,15 +71,15 @@ int RunPresetDecode(const CommonOptions& common, const PresetOptions& options);
 struct Response {
   float rate = 0.0f;
   int channels = 0;
-  std::vector<double> frequencies;           // Hz, bins 0..N/2
+  std::vector<double> frequencies;            // Hz, bins 0..N/2
   std::vector<std::vector<double>> decibels;  // per output channel
   std::string chain;
 };
 // Runs an impulse of `levelDb` dBFS on every input channel through the
 // effects (consumed) and measures the magnitude response of each output.
 Response MeasureResponse(EffectList& effects, int channels, float rate, double levelDb);
-void DrawResponse(const Response& response, const std::string& title, const std::string& path, int width,
-                  int height);
+void DrawResponse(const Response& response, const std::string& title, const std::string& path,
+                  int width, int height);
 void WriteResponseCsv(const Response& response, const std::string& path);
 
 // Deterministic test music: about ten seconds, stereo, 44.1 kHz.

@@ -2,18 +2,18 @@
 
 #include <unistd.h>
 
+#include <sys/stat.h>
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
-#include <cstdint>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
-#include <sys/stat.h>
 
 #include "ondrel.h"
 
@@ -26,7 +26,10 @@ std::string StatusText(int status) {
   const char* meaning = "unknown status";
   switch (status) {
     case 0: meaning = "success"; break;
-    case 1000: meaning = "parameter stream not loadable: too new, unknown effect type or too many parameters"; break;
+    case 1000:
+      meaning =
+          "parameter stream not loadable: too new, unknown effect type or too many parameters";
+      break;
     case 2000: meaning = "invalid argument"; break;
     case 2001: meaning = "out of memory"; break;
     case 2002: meaning = "invalid play-speed change"; break;
@@ -150,7 +153,9 @@ void ApplyLocale(const std::string& requested) {
                (text.size() == 5 && isLetter(text[0]) && isLetter(text[1]) &&
                 (text[2] == '-' || text[2] == '_') && isLetter(text[3]) && isLetter(text[4]));
   if (!valid) {
-    if (!fromEnvironment) UsageError("locale '" + requested + "' is not of the form ll or ll-CC (e.g. en-US, zh-TW, ja)");
+    if (!fromEnvironment)
+      UsageError("locale '" + requested +
+                 "' is not of the form ll or ll-CC (e.g. en-US, zh-TW, ja)");
     text = "en-US";
   }
   std::string language = text.substr(0, 2);

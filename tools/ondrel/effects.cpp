@@ -17,13 +17,13 @@ namespace ondrel_tool {
 using ONDREL2::AEffect;
 
 const char* const kEffectShortNames[41] = {
-    nullptr,     "through",   "studio-ir",      "chaos",     "amplifier",     "rotator",
-    "limiter",   "sampler",   "eq30",           "exciter",   "resampler",     "stereo-enhancer",
-    "delay",     "eq10",      "fidelity",       "dfx-hyperbass", "dfx-3dsurround", "dfx-headphone",
-    "ambience",  "dynamicboost", "reverb",      "vocal",     "hyperbass",     "mbc",
-    "supereq",   "headphone", "panner",         "mono2dual", "pitch",         "lowpass",
-    "highpass",  "bandpass",  "notch",          "lowshelf",  "highshelf",     "peak",
-    "allpass",   "deesser",   "vbass",          "growl",     "two2six"};
+    nullptr,    "through",      "studio-ir", "chaos",         "amplifier",      "rotator",
+    "limiter",  "sampler",      "eq30",      "exciter",       "resampler",      "stereo-enhancer",
+    "delay",    "eq10",         "fidelity",  "dfx-hyperbass", "dfx-3dsurround", "dfx-headphone",
+    "ambience", "dynamicboost", "reverb",    "vocal",         "hyperbass",      "mbc",
+    "supereq",  "headphone",    "panner",    "mono2dual",     "pitch",          "lowpass",
+    "highpass", "bandpass",     "notch",     "lowshelf",      "highshelf",      "peak",
+    "allpass",  "deesser",      "vbass",     "growl",         "two2six"};
 
 namespace {
 
@@ -74,7 +74,8 @@ float SliderEnd(AEffect* scratch, int index, float end) {
   if (belowInteger == std::floor(belowInteger)) return raw;
   float result = raw;
   for (int digits = 1; digits <= 6; ++digits) {
-    float candidate = std::strtof(Format("%.*g", digits, static_cast<double>(raw)).c_str(), nullptr);
+    float candidate =
+        std::strtof(Format("%.*g", digits, static_cast<double>(raw)).c_str(), nullptr);
     if (std::fabs(candidate - raw) > 1e-4f * std::max(1.0f, std::fabs(raw))) continue;
     float norm = -1.0f;
     scratch->dispatcher(scratch, ONDREL2::ONDREL_OP_SET_PARAM, index, 0, nullptr, candidate);
@@ -94,11 +95,13 @@ std::vector<Bounds> ScratchBounds(int type) {
   if (it != cache.end()) return it->second;
   std::vector<Bounds> bounds;
   AEffect* scratch = nullptr;
-  if (ONDREL2::ondrel_create_effect(static_cast<ONDREL2::ONDREL_EFFECT_TYPE>(type), &scratch) == 0 &&
+  if (ONDREL2::ondrel_create_effect(static_cast<ONDREL2::ONDREL_EFFECT_TYPE>(type), &scratch) ==
+          0 &&
       scratch != nullptr) {
     for (int i = 0; i < scratch->numParams; ++i) {
       Bounds b = {0.0f, 0.0f};
-      if (scratch->dispatcher(scratch, ONDREL2::ONDREL_OP_IS_PARAM_BINARY, i, 0, nullptr, 0.0f) == 0) {
+      if (scratch->dispatcher(scratch, ONDREL2::ONDREL_OP_IS_PARAM_BINARY, i, 0, nullptr, 0.0f) ==
+          0) {
         b.minValue = SliderEnd(scratch, i, 0.0f);
         b.maxValue = SliderEnd(scratch, i, 1.0f);
       }
@@ -156,7 +159,8 @@ int EffectType(AEffect* effect) {
 }
 
 EffectList::~EffectList() {
-  for (auto it = effects_.rbegin(); it != effects_.rend(); ++it) ONDREL2::ondrel_destroy_effect(*it);
+  for (auto it = effects_.rbegin(); it != effects_.rend(); ++it)
+    ONDREL2::ondrel_destroy_effect(*it);
 }
 
 EffectList::EffectList(EffectList&& other) noexcept : effects_(std::move(other.effects_)) {
@@ -165,7 +169,8 @@ EffectList::EffectList(EffectList&& other) noexcept : effects_(std::move(other.e
 
 EffectList& EffectList::operator=(EffectList&& other) noexcept {
   if (this != &other) {
-    for (auto it = effects_.rbegin(); it != effects_.rend(); ++it) ONDREL2::ondrel_destroy_effect(*it);
+    for (auto it = effects_.rbegin(); it != effects_.rend(); ++it)
+      ONDREL2::ondrel_destroy_effect(*it);
     effects_ = std::move(other.effects_);
     other.effects_.clear();
   }
@@ -179,17 +184,19 @@ void EffectList::Append(EffectList&& other) {
 
 AEffect* CreateEffect(int type, const std::string& where) {
   AEffect* effect = nullptr;
-  int status = ONDREL2::ondrel_create_effect(static_cast<ONDREL2::ONDREL_EFFECT_TYPE>(type), &effect);
+  int status =
+      ONDREL2::ondrel_create_effect(static_cast<ONDREL2::ONDREL_EFFECT_TYPE>(type), &effect);
   if (status != 0 || effect == nullptr)
     Failure(Prefix(where) + "effect '" + EffectShortName(type) + "' (" + std::to_string(type) +
-            ") is not in this build of libondrel (ondrel_create_effect returned " + std::to_string(status) +
-            "); 'ondrel effects' lists the built ones");
+            ") is not in this build of libondrel (ondrel_create_effect returned " +
+            std::to_string(status) + "); 'ondrel effects' lists the built ones");
   return effect;
 }
 
 bool EffectAvailable(int type) {
   AEffect* effect = nullptr;
-  int status = ONDREL2::ondrel_create_effect(static_cast<ONDREL2::ONDREL_EFFECT_TYPE>(type), &effect);
+  int status =
+      ONDREL2::ondrel_create_effect(static_cast<ONDREL2::ONDREL_EFFECT_TYPE>(type), &effect);
   if (effect != nullptr) ONDREL2::ondrel_destroy_effect(effect);
   return status == 0 && effect != nullptr;
 }
@@ -213,8 +220,10 @@ std::vector<ParamInfo> ParamTable(int type) {
     p.index = i;
     p.name = ParamName(effect, i);
     p.label = TextOpcode(effect, ONDREL2::ONDREL_OP_GET_PARAM_LABEL, i);
-    p.binary = effect->dispatcher(effect, ONDREL2::ONDREL_OP_IS_PARAM_BINARY, i, 0, nullptr, 0.0f) != 0;
-    p.rebuild = effect->dispatcher(effect, ONDREL2::ONDREL_OP_PARAM_NEEDS_REBUILD, i, 0, nullptr, 0.0f) != 0;
+    p.binary =
+        effect->dispatcher(effect, ONDREL2::ONDREL_OP_IS_PARAM_BINARY, i, 0, nullptr, 0.0f) != 0;
+    p.rebuild = effect->dispatcher(effect, ONDREL2::ONDREL_OP_PARAM_NEEDS_REBUILD, i, 0, nullptr,
+                                   0.0f) != 0;
     int32_t second = 0;
     p.hintA = effect->dispatcher(effect, ONDREL2::ONDREL_OP_GET_PARAM_HINTS, i, 0, &second, 0.0f);
     p.hintB = second;
@@ -259,7 +268,8 @@ int RequireParam(AEffect* effect, const std::string& name, const std::string& wh
 }
 
 bool ParamIsBinary(AEffect* effect, int index) {
-  return effect->dispatcher(effect, ONDREL2::ONDREL_OP_IS_PARAM_BINARY, index, 0, nullptr, 0.0f) != 0;
+  return effect->dispatcher(effect, ONDREL2::ONDREL_OP_IS_PARAM_BINARY, index, 0, nullptr, 0.0f) !=
+         0;
 }
 
 float GetParamValue(AEffect* effect, int index) {
@@ -270,7 +280,8 @@ float GetParamValue(AEffect* effect, int index) {
 
 std::string GetParamBytes(AEffect* effect, int index) {
   void* data = nullptr;
-  int32_t size = effect->dispatcher(effect, ONDREL2::ONDREL_OP_GET_PARAM_DATA, index, 0, &data, 0.0f);
+  int32_t size =
+      effect->dispatcher(effect, ONDREL2::ONDREL_OP_GET_PARAM_DATA, index, 0, &data, 0.0f);
   if (data == nullptr || size <= 0) return std::string();
   return std::string(static_cast<const char*>(data), static_cast<size_t>(size));
 }
@@ -299,8 +310,8 @@ void SetFloatParam(AEffect* effect, int index, float value, const std::string& w
 void SetBinaryParam(AEffect* effect, int index, const std::string& bytes, bool text) {
   std::string data = bytes;
   if (text && (data.empty() || data.back() != '\0')) data.push_back('\0');
-  effect->dispatcher(effect, ONDREL2::ONDREL_OP_SET_PARAM_DATA, index, static_cast<int32_t>(data.size()),
-                     const_cast<char*>(data.data()), 0.0f);
+  effect->dispatcher(effect, ONDREL2::ONDREL_OP_SET_PARAM_DATA, index,
+                     static_cast<int32_t>(data.size()), const_cast<char*>(data.data()), 0.0f);
 }
 
 void SetParamScript(AEffect* effect, int index, const std::string& script) {
@@ -328,7 +339,8 @@ InlineEffect ParseInlineEffect(const std::string& text) {
     std::string value;
     if (v < text.size() && (text[v] == '\'' || text[v] == '"')) {
       size_t close = text.find(text[v], v + 1);
-      if (close == std::string::npos) UsageError(where + ": unterminated quote in the value of '" + name + "'");
+      if (close == std::string::npos)
+        UsageError(where + ": unterminated quote in the value of '" + name + "'");
       value = text.substr(v + 1, close - v - 1);
       pos = close + 1;
       if (pos < text.size() && text[pos] != ' ' && text[pos] != '\t')
@@ -360,7 +372,8 @@ AEffect* BuildInlineEffect(const std::string& text) {
     errno = 0;
     float value = std::strtof(kv.second.c_str(), &end);
     if (end == nullptr || *end != 0 || errno == ERANGE)
-      UsageError(where + ": the value of '" + kv.first + "' must be a number, not '" + kv.second + "'");
+      UsageError(where + ": the value of '" + kv.first + "' must be a number, not '" + kv.second +
+                 "'");
     SetFloatParam(effect, index, value, where);
   }
   holder.Release();

@@ -48,39 +48,49 @@ int main(int argc, char** argv) {
       ->allow_extra_args(false);
 
   // effects
-  CLI::App* effects = app.add_subcommand("effects", "List the 40 effect types and which ones this build has");
+  CLI::App* effects =
+      app.add_subcommand("effects", "List the 40 effect types and which ones this build has");
   AddLocale(effects, &common);
   effects->footer("Examples:\n  ondrel effects\n  ondrel effects --locale zh-TW");
 
   // params
   ParamsOptions params;
   CLI::App* paramsCmd = app.add_subcommand("params", "Show the parameter table of an effect");
-  paramsCmd->add_option("EFFECT", params.effect, "Short name (e.g. limiter) or type number")->required();
+  paramsCmd->add_option("EFFECT", params.effect, "Short name (e.g. limiter) or type number")
+      ->required();
   paramsCmd->add_flag("--json", params.json, "Print the table as JSON");
   AddLocale(paramsCmd, &common);
   paramsCmd->footer(
-      "Columns: index, table name (what presets use), localised label, min / default / max in real\n"
+      "Columns: index, table name (what presets use), localised label, min / default / max in "
+      "real\n"
       "units, display text of the default, binary (a text such as a file name), rebuild (a change\n"
       "rebuilds the chain), the two user-interface hints.\n"
-      "Examples:\n  ondrel params amplifier\n  ondrel params 6 --locale ja\n  ondrel params eq10 --json");
+      "Examples:\n  ondrel params amplifier\n  ondrel params 6 --locale ja\n  ondrel params eq10 "
+      "--json");
 
   // process
   ProcessOptions process;
-  CLI::App* processCmd = app.add_subcommand("process", "Run a sound file through a chain of effects");
-  processCmd->add_option("IN", process.input, "Input sound file (anything libsndfile reads)")->required();
-  processCmd->add_option("OUT", process.output, "Output file; the extension picks the container")->required();
-  processCmd->add_option("--preset,-p", process.preset, "Preset file: JSON or a binary parameter stream");
+  CLI::App* processCmd =
+      app.add_subcommand("process", "Run a sound file through a chain of effects");
+  processCmd->add_option("IN", process.input, "Input sound file (anything libsndfile reads)")
+      ->required();
+  processCmd->add_option("OUT", process.output, "Output file; the extension picks the container")
+      ->required();
+  processCmd->add_option("--preset,-p", process.preset,
+                         "Preset file: JSON or a binary parameter stream");
   processCmd
-      ->add_option("--effect,-e", process.effects,
-                   "Add an effect after the preset's: \"SHORTNAME Name=Value ...\" (repeatable). A name "
-                   "runs up to its '=' and may contain spaces; a value runs up to the next space unless "
-                   "quoted with '...'")
+      ->add_option(
+          "--effect,-e", process.effects,
+          "Add an effect after the preset's: \"SHORTNAME Name=Value ...\" (repeatable). A name "
+          "runs up to its '=' and may contain spaces; a value runs up to the next space unless "
+          "quoted with '...'")
       ->allow_extra_args(false);
   AddModulators(processCmd, &process.modulators);
-  processCmd->add_option("--format,-f", process.format,
-                         "Sample path and output samples: same (float processing, the input's sample "
-                         "format when the container allows it), s16 (16-bit processing and output), f32 "
-                         "(float processing and output)")
+  processCmd
+      ->add_option("--format,-f", process.format,
+                   "Sample path and output samples: same (float processing, the input's sample "
+                   "format when the container allows it), s16 (16-bit processing and output), f32 "
+                   "(float processing and output)")
       ->check(CLI::IsMember({"same", "s16", "f32"}));
   processCmd->add_flag("--quiet,-q", process.quiet, "No progress bar and no summary");
   AddLocale(processCmd, &common);
@@ -95,21 +105,26 @@ int main(int argc, char** argv) {
   DemoOptions demo;
   CLI::App* demoCmd = app.add_subcommand(
       "demo", "Synthesise ten seconds of test music and run it through the demo preset");
-  demoCmd->add_option("--out,-o", demo.outDir, "Directory for input.wav, output.wav and response.png")
+  demoCmd
+      ->add_option("--out,-o", demo.outDir, "Directory for input.wav, output.wav and response.png")
       ->capture_default_str();
   AddLocale(demoCmd, &common);
   demoCmd->footer("Examples:\n  ondrel demo\n  ondrel demo --out /tmp/ondrel-demo");
 
   // script
   ScriptOptions script;
-  CLI::App* scriptCmd =
-      app.add_subcommand("script", "Run a parameter script the way the library runs it, and show the result");
-  scriptCmd->add_option("SCRIPT", script.script, "Script text, or @FILE to read it from a file")->required();
-  scriptCmd->add_option("--in", script.input, "The parameter's value, the script's 'in'")->required();
+  CLI::App* scriptCmd = app.add_subcommand(
+      "script", "Run a parameter script the way the library runs it, and show the result");
+  scriptCmd->add_option("SCRIPT", script.script, "Script text, or @FILE to read it from a file")
+      ->required();
+  scriptCmd->add_option("--in", script.input, "The parameter's value, the script's 'in'")
+      ->required();
   AddModulators(scriptCmd, &script.modulators);
   scriptCmd->footer(
-      "The script runs on the Gain parameter of an amplifier (range -96 to 18) inside a processing\n"
-      "instance. Printed: the script's output, the value the effect uses (clamped to the range), the\n"
+      "The script runs on the Gain parameter of an amplifier (range -96 to 18) inside a "
+      "processing\n"
+      "instance. Printed: the script's output, the value the effect uses (clamped to the range), "
+      "the\n"
       "errors the script reported, and the global values it left.\n"
       "Examples:\n"
       "  ondrel script \"in*0.5\" --in -6\n"
@@ -120,17 +135,26 @@ int main(int argc, char** argv) {
   ResponseOptions response;
   CLI::App* responseCmd =
       app.add_subcommand("response", "Draw the magnitude response of a preset's chain as a PNG");
-  responseCmd->add_option("PRESET", response.preset, "Preset file: JSON or a binary parameter stream")->required();
+  responseCmd
+      ->add_option("PRESET", response.preset, "Preset file: JSON or a binary parameter stream")
+      ->required();
   responseCmd->add_option("--out,-o", response.png, "PNG file to write")->required();
-  responseCmd->add_option("--rate", response.rate, "Sample rate in Hz")->capture_default_str()
+  responseCmd->add_option("--rate", response.rate, "Sample rate in Hz")
+      ->capture_default_str()
       ->check(CLI::Range(8000, 384000));
-  responseCmd->add_option("--channels", response.channels, "Input channels")->capture_default_str()
+  responseCmd->add_option("--channels", response.channels, "Input channels")
+      ->capture_default_str()
       ->check(CLI::Range(1, 16));
-  responseCmd->add_option("--level", response.level, "Impulse height in dBFS (keeps dynamics effects quiet)")
-      ->capture_default_str()->check(CLI::Range(-120.0, 0.0));
-  responseCmd->add_option("--width", response.width, "Picture width in pixels")->capture_default_str()
+  responseCmd
+      ->add_option("--level", response.level,
+                   "Impulse height in dBFS (keeps dynamics effects quiet)")
+      ->capture_default_str()
+      ->check(CLI::Range(-120.0, 0.0));
+  responseCmd->add_option("--width", response.width, "Picture width in pixels")
+      ->capture_default_str()
       ->check(CLI::Range(320, 8000));
-  responseCmd->add_option("--height", response.height, "Picture height in pixels")->capture_default_str()
+  responseCmd->add_option("--height", response.height, "Picture height in pixels")
+      ->capture_default_str()
       ->check(CLI::Range(240, 8000));
   responseCmd->add_option("--csv", response.csv, "Also write frequency and dB per channel as CSV");
   AddLocale(responseCmd, &common);
@@ -145,22 +169,29 @@ int main(int argc, char** argv) {
       "scramble", "Scramble or unscramble a resource file (the operation is its own inverse)");
   scrambleCmd->add_option("IN", scramble.input, "File to read")->required();
   scrambleCmd->add_option("OUT", scramble.output, "File to write")->required();
-  scrambleCmd->footer("Examples:\n  ondrel scramble hall.wav hall.res\n  ondrel scramble hall.res hall-clear.wav");
+  scrambleCmd->footer(
+      "Examples:\n  ondrel scramble hall.wav hall.res\n  ondrel scramble hall.res hall-clear.wav");
 
   // preset encode / decode
   PresetOptions presetOpts;
-  CLI::App* presetCmd = app.add_subcommand("preset", "Convert presets between JSON and the binary stream");
+  CLI::App* presetCmd =
+      app.add_subcommand("preset", "Convert presets between JSON and the binary stream");
   presetCmd->require_subcommand(1);
-  CLI::App* encodeCmd = presetCmd->add_subcommand("encode", "JSON preset to binary parameter stream");
+  CLI::App* encodeCmd =
+      presetCmd->add_subcommand("encode", "JSON preset to binary parameter stream");
   encodeCmd->add_option("IN", presetOpts.input, "JSON preset")->required();
   encodeCmd->add_option("OUT", presetOpts.output, "Binary stream to write")->required();
-  CLI::App* decodeCmd = presetCmd->add_subcommand("decode", "Binary parameter stream to JSON preset");
+  CLI::App* decodeCmd =
+      presetCmd->add_subcommand("decode", "Binary parameter stream to JSON preset");
   decodeCmd->add_option("IN", presetOpts.input, "Binary stream")->required();
-  decodeCmd->add_option("OUT", presetOpts.output, "JSON file to write (standard output if left out)");
+  decodeCmd->add_option("OUT", presetOpts.output,
+                        "JSON file to write (standard output if left out)");
   presetCmd->footer(
-      "JSON form: {\"text\": \"name\", \"effects\": [{\"type\": \"limiter\", \"params\": {\"Limit\": -1},\n"
+      "JSON form: {\"text\": \"name\", \"effects\": [{\"type\": \"limiter\", \"params\": "
+      "{\"Limit\": -1},\n"
       "            \"scripts\": {\"Limit\": \"in*0.5\"}}]}\n"
-      "Types by short name or number, parameters by name in real units, binary parameters as texts.\n"
+      "Types by short name or number, parameters by name in real units, binary parameters as "
+      "texts.\n"
       "Examples:\n"
       "  ondrel preset encode warm.json warm.bin\n"
       "  ondrel preset decode warm.bin\n"
@@ -189,7 +220,8 @@ int main(int argc, char** argv) {
     return e.code();
   } catch (const std::out_of_range& e) {
     std::fflush(stdout);
-    std::fprintf(stderr, "ondrel: the library was asked for a name it does not know (%s)\n", e.what());
+    std::fprintf(stderr, "ondrel: the library was asked for a name it does not know (%s)\n",
+                 e.what());
     return kExitUsage;
   } catch (const std::bad_alloc&) {
     std::fprintf(stderr, "ondrel: out of memory\n");

@@ -18,7 +18,11 @@ bool IsUtf8Text(const std::string& s) {
   while (i < s.size()) {
     unsigned char c = static_cast<unsigned char>(s[i]);
     if (c == 0) return false;
-    int len = c < 0x80 ? 1 : (c & 0xE0) == 0xC0 ? 2 : (c & 0xF0) == 0xE0 ? 3 : (c & 0xF8) == 0xF0 ? 4 : 0;
+    int len = c < 0x80             ? 1
+              : (c & 0xE0) == 0xC0 ? 2
+              : (c & 0xF0) == 0xE0 ? 3
+              : (c & 0xF8) == 0xF0 ? 4
+                                   : 0;
     if (len == 0 || i + static_cast<size_t>(len) > s.size()) return false;
     for (int k = 1; k < len; ++k)
       if ((static_cast<unsigned char>(s[i + static_cast<size_t>(k)]) & 0xC0) != 0x80) return false;
@@ -51,7 +55,8 @@ std::string FromHex(const std::string& hex, const std::string& where) {
   return out;
 }
 
-void CheckKeys(const json& object, std::initializer_list<const char*> valid, const std::string& where) {
+void CheckKeys(const json& object, std::initializer_list<const char*> valid,
+               const std::string& where) {
   for (auto it = object.begin(); it != object.end(); ++it) {
     bool ok = false;
     for (const char* v : valid) ok = ok || it.key() == v;
@@ -153,13 +158,14 @@ LoadedPreset PresetFromStream(const std::string& bytes, const std::string& sourc
   std::vector<char> text(bytes.size() + 1, 0);
   int status = 0;
   try {
-    status = ONDREL2::ondrel_stream2params(&handles, &count, bytes.data(), static_cast<int>(bytes.size()),
-                                           text.data());
+    status = ONDREL2::ondrel_stream2params(&handles, &count, bytes.data(),
+                                           static_cast<int>(bytes.size()), text.data());
   } catch (const std::out_of_range&) {
     UsageError(source + ": the stream names a parameter that its effect does not have");
   }
   if (status == 2000)
-    UsageError(source + ": not a JSON preset (which starts with '{') and not a valid parameter stream "
+    UsageError(source +
+               ": not a JSON preset (which starts with '{') and not a valid parameter stream "
                "(the library's verifier rejected it: status 2000)");
   if (status != 0 || handles == nullptr) {
     if (handles != nullptr) ONDREL2::ondrel_destroy_params(handles, count, true);
