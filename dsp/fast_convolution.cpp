@@ -195,8 +195,15 @@ int OndrelStereoConvolution::SetImpulseResponse(const float* samples, int length
 int OndrelStereoConvolution::Process(float* samples, int* count) {
   const int k = channels;
   if (k < 2) return kStatusOk;
+  if (*count < 0) return kStatusInvalid;
 
   const int frames = *count / k;
+  // No whole frame: running the paths would feed them a block of silence
+  // and shift every later output.
+  if (frames == 0) {
+    *count = 0;
+    return kStatusOk;
+  }
   const size_t step = static_cast<size_t>(k);
 
   // Each convolver reads a whole block whatever the caller passed, so the

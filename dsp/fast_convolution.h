@@ -109,9 +109,10 @@ class OndrelStereoConvolution {
   virtual int InitAll(int blockSize, int padSize);
   // A path without convolver accepts the response and ignores it.
   virtual int SetImpulseResponse(const float* samples, int length, int path);
-  // `count` counts samples over all channels, in and out. 2001 when the
-  // scratch buffers cannot grow; a path's own status (2000 without a
-  // response) is passed on.
+  // `count` counts samples over all channels, in and out. A count without
+  // a whole frame does nothing and gives 0 samples; a negative count gives
+  // 2000. 2001 when the scratch buffers cannot grow; a path's own status
+  // (2000 without a response) is passed on.
   virtual int Process(float* samples, int* count);
   virtual int GetLatency();
 

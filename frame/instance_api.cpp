@@ -73,6 +73,8 @@ int ondrel_setup_input(void* instance, int channels, uint64_t layout) {
   Log(kLogInfo, "[ON2L]:setup_input: %p, %d", instance, channels);
   ProcessingInstance* inst = Inst(instance);
   if (inst == nullptr) return 2000;
+  // No channels is no stream: refused, the format stays as it was.
+  if (channels < 1) return 2000;
   inst->inChannels = channels;
   inst->inLayout = layout;
   return inst->ConfigureChain();
@@ -82,6 +84,10 @@ int ondrel_set_samplerate(void* instance, float rate) {
   Log(kLogInfo, "[ON2L]:set_samplerate: %p, %g", instance, static_cast<double>(rate));
   ProcessingInstance* inst = Inst(instance);
   if (inst == nullptr) return 2000;
+  // A rate that is not a positive number is refused, the format stays.
+  if (!(rate > 0.0f) || !std::isfinite(rate)) return 2000;
+  // The same rate again changes nothing, so the chain is left as it is.
+  if (rate == inst->inRate) return 0;
   inst->inRate = rate;
   return inst->ConfigureChain();
 }
@@ -117,8 +123,7 @@ int ondrel_set_params(void* instance, AEffect** effects, int count) {
   ProcessingInstance* inst = Inst(instance);
   if (inst == nullptr) {
     // The handles are the library's in every outcome.
-    for (int i = 0; effects != nullptr && i < count; ++i)
-      if (effects[i] != nullptr && effects[i]->object != nullptr) ondrel_destroy_effect(effects[i]);
+    DestroyHandedInEffects(effects, count, {});
     return 2000;
   }
   return inst->SetParams(effects, count);

@@ -96,19 +96,19 @@ constexpr int kPure = 32;
 constexpr int kFunction = 8;
 
 const xvariable kFunctions[kModulatorFunctionCount] = {
-    {"get", reinterpret_cast<const void*>(&FnGet), kFunction + 1 + kPure, nullptr},
-    {"put", reinterpret_cast<const void*>(&FnPut), kFunction + 2 + kPure, nullptr},
-    {"fill", reinterpret_cast<const void*>(&FnFill), kFunction + 3 + kPure, nullptr},
-    {"cpy", reinterpret_cast<const void*>(&FnCpy), kFunction + 3 + kPure, nullptr},
-    {"if", reinterpret_cast<const void*>(&FnIf), kFunction + 3 + kPure, nullptr},
-    {"not", reinterpret_cast<const void*>(&FnNot), kFunction + 1 + kPure, nullptr},
-    {"eq", reinterpret_cast<const void*>(&FnEq), kFunction + 2 + kPure, nullptr},
-    {"neq", reinterpret_cast<const void*>(&FnNeq), kFunction + 2 + kPure, nullptr},
-    {"gt", reinterpret_cast<const void*>(&FnGt), kFunction + 2 + kPure, nullptr},
-    {"ge", reinterpret_cast<const void*>(&FnGe), kFunction + 2 + kPure, nullptr},
-    {"lt", reinterpret_cast<const void*>(&FnLt), kFunction + 2 + kPure, nullptr},
-    {"le", reinterpret_cast<const void*>(&FnLe), kFunction + 2 + kPure, nullptr},
-    {"rnd", reinterpret_cast<const void*>(&FnRnd), kFunction + 1 + kPure, nullptr},
+    {"get", reinterpret_cast<void*>(&FnGet), kFunction + 1 + kPure, nullptr},
+    {"put", reinterpret_cast<void*>(&FnPut), kFunction + 2 + kPure, nullptr},
+    {"fill", reinterpret_cast<void*>(&FnFill), kFunction + 3 + kPure, nullptr},
+    {"cpy", reinterpret_cast<void*>(&FnCpy), kFunction + 3 + kPure, nullptr},
+    {"if", reinterpret_cast<void*>(&FnIf), kFunction + 3 + kPure, nullptr},
+    {"not", reinterpret_cast<void*>(&FnNot), kFunction + 1 + kPure, nullptr},
+    {"eq", reinterpret_cast<void*>(&FnEq), kFunction + 2 + kPure, nullptr},
+    {"neq", reinterpret_cast<void*>(&FnNeq), kFunction + 2 + kPure, nullptr},
+    {"gt", reinterpret_cast<void*>(&FnGt), kFunction + 2 + kPure, nullptr},
+    {"ge", reinterpret_cast<void*>(&FnGe), kFunction + 2 + kPure, nullptr},
+    {"lt", reinterpret_cast<void*>(&FnLt), kFunction + 2 + kPure, nullptr},
+    {"le", reinterpret_cast<void*>(&FnLe), kFunction + 2 + kPure, nullptr},
+    {"rnd", reinterpret_cast<void*>(&FnRnd), kFunction + 1 + kPure, nullptr},
 };
 
 const int kGenreTable[63] = {3, 3, 4, 3, 3, 3, 3, 3, 3, 1, 3, 3, 3, 3, 1, 3, 3, 3, 3, 3, 1,
@@ -164,7 +164,10 @@ int lock_modulators(xvariable** list) {
     }
     for (int f = 0; f < kModulatorFunctionCount; ++f) records[i++] = kFunctions[f];
   }
-  if (list != nullptr) *list = records;
+  if (list != nullptr)
+    *list = records;
+  else
+    std::free(records);  // nowhere to hand the list to
   return count;
 }
 

@@ -8,6 +8,7 @@
 #include "frame/log.h"
 #include "frame/modulators.h"
 #include "framework/audio_effect.h"
+#include "framework/catalogue.h"
 
 namespace ONDREL2 {
 
@@ -166,28 +167,49 @@ bool ParamDiffers(AEffect* running, AEffect* fresh, int p, bool* scriptDiffers) 
   return true;
 }
 
+// The object behind handle `i` of the list if it may enter a chain: not
+// null, not running in `running`, not a registry object, and not already
+// named earlier in the list.
+AudioEffect* Admissible(AEffect** list, int i, const std::vector<AudioEffect*>& running) {
+  AudioEffect* object = list[i] != nullptr ? list[i]->object : nullptr;
+  if (object == nullptr || IsRegistryObject(object)) return nullptr;
+  if (std::find(running.begin(), running.end(), object) != running.end()) return nullptr;
+  for (int k = 0; k < i; ++k)
+    if (list[k] != nullptr && list[k]->object == object) return nullptr;
+  return object;
+}
+
 }  // namespace
 
+void DestroyHandedInEffects(AEffect** list, int count, const std::vector<AudioEffect*>& running) {
+  // Collected first: a handle lives inside its object, so none may be read
+  // once the first object is gone.
+  std::vector<AudioEffect*> doomed;
+  for (int i = 0; list != nullptr && i < count; ++i)
+    if (AudioEffect* object = Admissible(list, i, running)) doomed.push_back(object);
+  for (AudioEffect* object : doomed) object->Destroy();
+}
+
 int ProcessingInstance::SetParams(AEffect** list, int count) {
-  if (count < 0) count = 0;
-  if (list == nullptr) count = 0;
   bool& modchg = ModulatorChangedFlag();
   Log(kLogInfo, "[ON2L]:SetParams: %p, %d (current:%d), modchg=%d", static_cast<void*>(list), count,
       static_cast<int>(effects.size()), modchg ? 1 : 0);
+  if (count < 0) count = 0;
+  if (list == nullptr) count = 0;
+  // A handle without an object, one of the running effects, a registry
+  // object or a repeated object cannot enter a chain. The list is still the
+  // library's: the handed-in objects are destroyed once each, nothing else,
+  // and a pending modulator change stays pending.
+  for (int i = 0; i < count; ++i) {
+    if (Admissible(list, i, effects) != nullptr) continue;
+    DestroyHandedInEffects(list, count, effects);
+    return 2000;
+  }
   bool rebuild = modchg || count == 0 || count != static_cast<int>(effects.size());
   modchg = false;
   int changedEffect = -1;
   int changedParam = -1;
   bool scriptChanged = false;
-
-  // A handle without an object cannot enter a chain. The list is still
-  // the library's: the valid handles are destroyed, nothing leaks.
-  for (int i = 0; i < count; ++i) {
-    if (list[i] != nullptr && list[i]->object != nullptr) continue;
-    for (int k = 0; k < count; ++k)
-      if (list[k] != nullptr && list[k]->object != nullptr) list[k]->object->Destroy();
-    return 2000;
-  }
 
   for (int i = 0; !rebuild && i < count; ++i) {
     AEffect* fresh = list[i];

@@ -57,4 +57,8 @@ class ProcessingInstance {
   void SetFormatModulators();
 };
 
+// Destroys, once each, the objects of a handed-in list that a chain could
+// have taken: not null, not in `running`, not registry objects.
+void DestroyHandedInEffects(AEffect** list, int count, const std::vector<AudioEffect*>& running);
+
 }  // namespace ONDREL2

@@ -126,8 +126,17 @@ int SampleFifo::PutPlanar(const ChannelVector& vec, int frames, int first) {
   if (frames <= 0) return 0;
   if (int rc = EnsureCapacity(Count() + frames)) return rc;
   for (int c = 0; c < channels; ++c) {
-    const float* src = vec[static_cast<size_t>(first + c)];
     float* dst = buffers[c];
+    // A source channel beyond the vector (an offset `first` too large for
+    // it) is stored as silence, so the channels stay frame-aligned.
+    if (first + c < 0 || first + c >= static_cast<int>(vec.size())) {
+      for (int i = 0, pos = writePos; i < frames; ++i) {
+        dst[pos] = 0.0f;
+        if (++pos == capacity) pos = 0;
+      }
+      continue;
+    }
+    const float* src = vec[static_cast<size_t>(first + c)];
     if (writePos + frames >= capacity) {
       const int head = capacity - writePos;
       std::memcpy(dst + writePos, src, sizeof(float) * static_cast<size_t>(head));

@@ -386,6 +386,11 @@ int32_t EffectDispatcher(AEffect* effect, int32_t opcode, int32_t index, int32_t
                          float opt) {
   if (effect == nullptr || effect->object == nullptr) return 0;
   AudioEffect* fx = effect->object;
+  // A host's parameter index outside the table reaches nothing: the opcodes
+  // that take one answer 0 and leave `ptr` alone.
+  const bool takesIndex =
+      (opcode >= 2 && opcode <= 10) || opcode == 12 || (opcode >= 20 && opcode <= 24);
+  if (takesIndex && (index < 0 || index >= static_cast<int32_t>(fx->params.size()))) return 0;
   switch (opcode) {
     case 0: fx->Open(); return 0;
     case 1:

@@ -67,6 +67,14 @@ void DestroyRegistry() {
   registry = nullptr;
 }
 
+bool IsRegistryObject(const AudioEffect* object) {
+  const Registry* registry = RegistryPtr();
+  if (registry == nullptr || object == nullptr) return false;
+  for (const auto& kv : *registry)
+    if (kv.second == object) return true;
+  return false;
+}
+
 int ondrel_create_effect(ONDREL_EFFECT_TYPE type, AEffect** effect) {
   EnsureRegistry();
   AudioEffect* object = CreateEffectObject(type);
@@ -99,7 +107,9 @@ int ondrel_get_existing_effect(ONDREL_EFFECT_TYPE type, AEffect** effect) {
 }
 
 int ondrel_destroy_effect(AEffect* effect) {
-  if (effect != nullptr && effect->object != nullptr) delete effect->object;
+  // A registry object stays: the registry deletes it at ondrel_uninit.
+  if (effect != nullptr && effect->object != nullptr && !IsRegistryObject(effect->object))
+    delete effect->object;
   return 0;
 }
 

@@ -16,5 +16,8 @@ AudioEffect* CreateEffectObject(int type);
 bool EnsureRegistry();
 // Deletes every registry object (in type order) and the registry.
 void DestroyRegistry();
+// Whether `object` is one of the registry's shared objects, which the
+// library owns and which must never enter a chain or be deleted by a host.
+bool IsRegistryObject(const AudioEffect* object);
 
 }  // namespace ONDREL2

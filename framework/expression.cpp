@@ -122,34 +122,40 @@ const void* Addr(F* f) {
   return reinterpret_cast<const void*>(f);
 }
 
+// The address of a function as a table entry holds it.
+template <typename F>
+void* Entry(F* f) {
+  return reinterpret_cast<void*>(f);
+}
+
 constexpr int kPureFn = TE_FUNCTION0 | TE_FLAG_PURE;
 
 // Sorted by name: the lookup is a binary search.
 const xvariable kBuiltins[] = {
-    {"abs", Addr(&FnAbs), kPureFn + 1, nullptr},
-    {"acos", Addr(&FnAcos), kPureFn + 1, nullptr},
-    {"asin", Addr(&FnAsin), kPureFn + 1, nullptr},
-    {"atan", Addr(&FnAtan), kPureFn + 1, nullptr},
-    {"atan2", Addr(&FnAtan2), kPureFn + 2, nullptr},
-    {"ceil", Addr(&FnCeil), kPureFn + 1, nullptr},
-    {"cos", Addr(&FnCos), kPureFn + 1, nullptr},
-    {"cosh", Addr(&FnCosh), kPureFn + 1, nullptr},
-    {"e", Addr(&FnE), kPureFn + 0, nullptr},
-    {"exp", Addr(&FnExp), kPureFn + 1, nullptr},
-    {"fac", Addr(&FnFac), kPureFn + 1, nullptr},
-    {"floor", Addr(&FnFloor), kPureFn + 1, nullptr},
-    {"ln", Addr(&FnLn), kPureFn + 1, nullptr},
-    {"log", Addr(&FnLog10), kPureFn + 1, nullptr},
-    {"log10", Addr(&FnLog10), kPureFn + 1, nullptr},
-    {"ncr", Addr(&FnNcr), kPureFn + 2, nullptr},
-    {"npr", Addr(&FnNpr), kPureFn + 2, nullptr},
-    {"pi", Addr(&FnPi), kPureFn + 0, nullptr},
-    {"pow", Addr(&FnPow), kPureFn + 2, nullptr},
-    {"sin", Addr(&FnSin), kPureFn + 1, nullptr},
-    {"sinh", Addr(&FnSinh), kPureFn + 1, nullptr},
-    {"sqrt", Addr(&FnSqrt), kPureFn + 1, nullptr},
-    {"tan", Addr(&FnTan), kPureFn + 1, nullptr},
-    {"tanh", Addr(&FnTanh), kPureFn + 1, nullptr},
+    {"abs", Entry(&FnAbs), kPureFn + 1, nullptr},
+    {"acos", Entry(&FnAcos), kPureFn + 1, nullptr},
+    {"asin", Entry(&FnAsin), kPureFn + 1, nullptr},
+    {"atan", Entry(&FnAtan), kPureFn + 1, nullptr},
+    {"atan2", Entry(&FnAtan2), kPureFn + 2, nullptr},
+    {"ceil", Entry(&FnCeil), kPureFn + 1, nullptr},
+    {"cos", Entry(&FnCos), kPureFn + 1, nullptr},
+    {"cosh", Entry(&FnCosh), kPureFn + 1, nullptr},
+    {"e", Entry(&FnE), kPureFn + 0, nullptr},
+    {"exp", Entry(&FnExp), kPureFn + 1, nullptr},
+    {"fac", Entry(&FnFac), kPureFn + 1, nullptr},
+    {"floor", Entry(&FnFloor), kPureFn + 1, nullptr},
+    {"ln", Entry(&FnLn), kPureFn + 1, nullptr},
+    {"log", Entry(&FnLog10), kPureFn + 1, nullptr},
+    {"log10", Entry(&FnLog10), kPureFn + 1, nullptr},
+    {"ncr", Entry(&FnNcr), kPureFn + 2, nullptr},
+    {"npr", Entry(&FnNpr), kPureFn + 2, nullptr},
+    {"pi", Entry(&FnPi), kPureFn + 0, nullptr},
+    {"pow", Entry(&FnPow), kPureFn + 2, nullptr},
+    {"sin", Entry(&FnSin), kPureFn + 1, nullptr},
+    {"sinh", Entry(&FnSinh), kPureFn + 1, nullptr},
+    {"sqrt", Entry(&FnSqrt), kPureFn + 1, nullptr},
+    {"tan", Entry(&FnTan), kPureFn + 1, nullptr},
+    {"tanh", Entry(&FnTanh), kPureFn + 1, nullptr},
 };
 constexpr int kBuiltinCount = sizeof(kBuiltins) / sizeof(kBuiltins[0]);
 

@@ -167,7 +167,7 @@ enum ONDREL_EFFECT_TYPE {
  * lock_modulators alias the live values. */
 struct xvariable {
   const char* name;
-  const void* address;
+  void* address;
   int type;
   void* context;
 };
@@ -202,6 +202,7 @@ ONDREL_API int ondrel_create_effect(ONDREL_EFFECT_TYPE type, AEffect** effect);
 /* The library's shared object of `type`, for reading parameter tables. Do
  * not destroy it or put it in a chain. */
 ONDREL_API int ondrel_get_existing_effect(ONDREL_EFFECT_TYPE type, AEffect** effect);
+/* Deletes an effect the caller owns; registry objects stay. Always 0. */
 ONDREL_API int ondrel_destroy_effect(AEffect* effect);
 
 /* ---- Parameter stream ---- */
@@ -229,14 +230,20 @@ ONDREL_API int ondrel_destroy_params(AEffect** effects, int count, bool destroyE
 
 ONDREL_API void* ondrel_create_inst();
 ONDREL_API void ondrel_destroy_inst(void* instance);
+/* Input channels (at least 1; above 64 the queues keep their old width)
+ * and mask (0: the default for the count). Fewer than 1 gives 2000. */
 ONDREL_API int ondrel_setup_input(void* instance, int channels, uint64_t layout);
+/* Input rate; not a positive number gives 2000, the same rate again changes
+ * nothing. */
 ONDREL_API int ondrel_set_samplerate(void* instance, float rate);
 /* The output rate of the chain. */
 ONDREL_API int ondrel_get_samplerate(void* instance, float* rate);
 ONDREL_API int ondrel_get_in_chns(void* instance, int* channels, uint64_t* layout);
 ONDREL_API int ondrel_get_out_chns(void* instance, int* channels, uint64_t* layout);
 /* Takes ownership of the handles in every outcome; returns 12000 when the
- * new list equals the running one. */
+ * new list equals the running one. A list with a null handle, a handle of
+ * the running chain, a repeated handle or a registry object gives 2000: the
+ * chain is untouched and the other handed-in effects are destroyed. */
 ONDREL_API int ondrel_set_params(void* instance, AEffect** effects, int count);
 /* *count receives the chain length; a null or short array gives 2001. */
 ONDREL_API int ondrel_get_params(void* instance, AEffect** out, int capacity, int* count);

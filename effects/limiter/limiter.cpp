@@ -90,7 +90,11 @@ int32_t LimiterEffect::UpdateParams() {
   block.levelOut = dB2scale(GetScriptedParamByName("Out"));
   block.limit = dB2scale(GetScriptedParamByName("Limit"));
 
-  const int32_t rate = static_cast<int32_t>(GetSampleRate());
+  // A rate that does not fit an integer (NaN, negative, huge) counts as 0,
+  // which SetFormat refuses.
+  const float hostRate = GetSampleRate();
+  const int32_t rate =
+      hostRate >= 0.0f && hostRate < 2147483648.0f ? static_cast<int32_t>(hostRate) : 0;
   for (ChannelGroup& g : layout->groups) {
     LookaheadLimiter* kernel = new (std::nothrow) LookaheadLimiter(&block);
     if (kernel == nullptr) return 2001;

@@ -184,12 +184,11 @@ int SuperEqEngine::Rebuild() {
         lowpasses.resize(static_cast<size_t>(std::max(gainCount - 1, 0)));
         bandCount = gainCount;
       }
-      const double step = std::pow(2.0, static_cast<double>(octave));
+      // The step is rounded to float first; each corner is a float product.
+      const float step = static_cast<float>(std::pow(2.0, static_cast<double>(octave)));
       for (int i = 0; i < bandCount; ++i) {
         edges[static_cast<size_t>(i)] =
-            i == 0
-                ? startFrequency
-                : static_cast<float>(step * static_cast<double>(edges[static_cast<size_t>(i - 1)]));
+            i == 0 ? startFrequency : step * edges[static_cast<size_t>(i - 1)];
       }
     }
 

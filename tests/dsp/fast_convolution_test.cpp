@@ -286,6 +286,23 @@ TEST(OndrelStereoConvolution, DiagonalPathsKeepChannelsIndependentAndMissingPath
     ASSERT_NEAR(block[2 * static_cast<size_t>(n) + 1], rr[static_cast<size_t>(bs + n)], kTolerance)
         << "frame " << n;
 
+  // A call without a whole frame leaves the paths alone: the next block
+  // continues the stream. A negative count is refused.
+  float partial[1] = {7.0f};
+  count = 1;
+  EXPECT_EQ(rightOnly.Process(partial, &count), 0);
+  EXPECT_EQ(count, 0);
+  EXPECT_EQ(partial[0], 7.0f);
+  count = -2 * bs;
+  EXPECT_EQ(rightOnly.Process(block.data(), &count), 2000);
+  block.assign(interleaved.begin() + 4 * bs, interleaved.begin() + 6 * bs);
+  count = 2 * bs;
+  ASSERT_EQ(rightOnly.Process(block.data(), &count), 0);
+  for (int n = 0; n < bs; ++n)
+    ASSERT_NEAR(block[2 * static_cast<size_t>(n) + 1], rr[static_cast<size_t>(2 * bs + n)],
+                kTolerance)
+        << "frame " << n;
+
   // Fewer than two channels: nothing changes.
   OndrelStereoConvolution mono;
   mono.SetChannels(1);

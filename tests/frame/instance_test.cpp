@@ -4,7 +4,9 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "ondrel.h"
@@ -14,6 +16,12 @@ using namespace ONDREL2;
 using ondrel_test::LogCapture;
 
 namespace {
+
+std::string Ptr(const void* p) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%p", p);
+  return text;
+}
 
 class Instance : public ::testing::Test {
  protected:
@@ -291,6 +299,56 @@ TEST_F(Instance, FormatNegotiationAndBadInput) {
   ondrel_destroy_inst(nullptr);
   // A null sample pointer with a chain is refused, not read.
   EXPECT_EQ(ondrel_processf_input(inst, nullptr, 4, &avail), 2000);
+
+  // No channels, or a rate that is not a positive number: refused, the
+  // format stays. The same rate again does not reconfigure the chain.
+  EXPECT_EQ(ondrel_setup_input(inst, 0, 0), 2000);
+  EXPECT_EQ(ondrel_setup_input(inst, -3, 0), 2000);
+  EXPECT_EQ(ondrel_set_samplerate(inst, 0.0f), 2000);
+  EXPECT_EQ(ondrel_set_samplerate(inst, -48000.0f), 2000);
+  EXPECT_EQ(ondrel_set_samplerate(inst, NAN), 2000);
+  ASSERT_EQ(ondrel_get_in_chns(inst, &ch, &layout), 0);
+  EXPECT_EQ(ch, 2);
+  LogCapture log(4);
+  EXPECT_EQ(ondrel_set_samplerate(inst, 48000.0f), 0);
+  EXPECT_TRUE(log.Has("[ON2L]:set_samplerate: " + std::string(Ptr(inst)) + ", 48000"));
+  EXPECT_EQ(log.Count("[ON2L]:in/sr:48000, ch:2, layout:0"), 0);
+}
+
+TEST_F(Instance, HandlesThatCannotEnterAChainAreRefusedOnce) {
+  AEffect* first[2] = {Amp(-6.0f), Amp(0.0f)};
+  ASSERT_EQ(ondrel_set_params(inst, first, 2), 0);
+  AEffect* running[2];
+  int count = 0;
+  ASSERT_EQ(ondrel_get_params(inst, running, 2, &count), 0);
+
+  // The running effects handed back (changed or not), a repeated fresh
+  // handle, or a registry object: 2000, the chain keeps running, and each
+  // fresh object is destroyed once (the sanitizer build checks both).
+  running[1]->dispatcher(running[1], ONDREL_OP_SET_PARAM, 0, 0, nullptr, -1.0f);
+  EXPECT_EQ(ondrel_set_params(inst, running, 2), 2000);
+  AEffect* fresh = Amp(-6.0f);
+  AEffect* twice[2] = {fresh, fresh};
+  EXPECT_EQ(ondrel_set_params(inst, twice, 2), 2000);
+  AEffect* shared = nullptr;
+  ASSERT_EQ(ondrel_get_existing_effect(EFFECT_AMPLIFIER, &shared), 0);
+  AEffect* mixed[2] = {Amp(-6.0f), shared};
+  EXPECT_EQ(ondrel_set_params(inst, mixed, 2), 2000);
+  EXPECT_EQ(ondrel_destroy_effect(shared), 0);  // the registry keeps it
+  AEffect* again = nullptr;
+  ASSERT_EQ(ondrel_get_existing_effect(EFFECT_AMPLIFIER, &again), 0);
+  EXPECT_EQ(again, shared);
+  EXPECT_EQ(again->numParams, 1);
+
+  AEffect* after[2];
+  ASSERT_EQ(ondrel_get_params(inst, after, 2, &count), 0);
+  ASSERT_EQ(count, 2);
+  EXPECT_EQ(after[0], running[0]);
+  EXPECT_EQ(after[1], running[1]);
+  std::vector<float> in(2 * 512, 0.5f), out(2 * 512);
+  int avail = 0;
+  ASSERT_EQ(ondrel_processf_input(inst, in.data(), static_cast<int>(in.size()), &avail), 0);
+  EXPECT_EQ(avail, 1024);
 }
 
 }  // namespace

@@ -114,6 +114,20 @@ TEST(SampleFifo, PartialFramesAndShortVectorsAreRefusedOrIgnored) {
   EXPECT_EQ(q.GetPlanar({&x}, 1, &got, 0), 2000);
   EXPECT_EQ(q.SetChannelCount(65), 2000);
   EXPECT_EQ(q.channels, 2);
+
+  // An offset that runs past the vector: the missing source channel is
+  // stored as silence, never read from beyond the vector.
+  SampleFifo w;
+  ASSERT_EQ(w.SetChannelCount(2), 0);
+  float c0[3] = {1, 2, 3}, c1[3] = {4, 5, 6};
+  ASSERT_EQ(w.PutPlanar({c0, c1}, 3, 1), 0);
+  float o0[3] = {}, o1[3] = {9, 9, 9};
+  ASSERT_EQ(w.GetPlanar({o0, o1}, 3, &got, 0), 0);
+  ASSERT_EQ(got, 3);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(o0[i], c1[i]);
+    EXPECT_EQ(o1[i], 0.0f);
+  }
 }
 
 TEST(SampleFifo, ChannelCountChangeDropsDataButKeepsPositions) {

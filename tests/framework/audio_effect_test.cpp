@@ -242,6 +242,22 @@ TEST_F(EffectBase, DispatcherOpcodes) {
   h->dispatcher(h, ONDREL_OP_SET_SAMPLE_RATE, 0, 0, nullptr, 22050.0f);
   EXPECT_EQ(fx->GetSampleRate(), 22050.0f);
   EXPECT_EQ(h->dispatcher(h, ONDREL_OP_GET_SCRIPT_VERSION, 0, 0, nullptr, 0), 2);
+  // A parameter index outside the table reaches nothing.
+  for (int32_t bad : {4, -1, 1 << 20}) {
+    f = 123.0f;
+    data = &f;
+    EXPECT_EQ(h->dispatcher(h, ONDREL_OP_GET_PARAM_DATA, bad, 0, &data, 0), 0);
+    EXPECT_EQ(data, &f);
+    EXPECT_EQ(h->dispatcher(h, ONDREL_OP_SET_PARAM_DATA, bad, 4, &f, 0), 0);
+    h->dispatcher(h, ONDREL_OP_SET_PARAM, bad, 0, nullptr, 1.0f);
+    h->dispatcher(h, ONDREL_OP_SET_PARAM_NORMALIZED, bad, 0, nullptr, 1.0f);
+    h->dispatcher(h, ONDREL_OP_SET_PARAM_SCRIPT, bad, 0, const_cast<char*>("in"), 0);
+    h->dispatcher(h, ONDREL_OP_GET_PARAM, bad, 0, &f, 0);
+    h->dispatcher(h, ONDREL_OP_GET_PARAM_NORMALIZED, bad, 0, &f, 0);
+    EXPECT_EQ(f, 123.0f);
+    EXPECT_EQ(h->dispatcher(h, ONDREL_OP_IS_PARAM_BINARY, bad, 0, nullptr, 0), 0);
+    EXPECT_EQ(h->dispatcher(h, ONDREL_OP_GET_PARAM_HINTS, bad, 0, &second, 0), 0);
+  }
   // Close deletes the object; the sanitizer build checks nothing leaks.
   EXPECT_EQ(h->dispatcher(h, ONDREL_OP_CLOSE, 0, 0, nullptr, 0), 1);
 }

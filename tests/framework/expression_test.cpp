@@ -223,8 +223,8 @@ double Sum7(double a, double b, double c, double d, double e, double f, double g
 }
 
 template <typename F>
-const void* Fn(F* f) {
-  return reinterpret_cast<const void*>(f);
+void* Fn(F* f) {
+  return reinterpret_cast<void*>(f);
 }
 
 TEST_F(ExpressionTest, CallerNamesComeFirstAndAreReadAtEvaluation) {

@@ -67,11 +67,11 @@ inline bool FuzzExpression(const uint8_t* data, size_t size) {
   const ONDREL2::xvariable table[] = {
       {"x", &x, ONDREL2::TE_VARIABLE, nullptr},
       {"y", &y, ONDREL2::TE_VARIABLE, nullptr},
-      {"twice", reinterpret_cast<const void*>(&FuzzTwice),
+      {"twice", reinterpret_cast<void*>(&FuzzTwice),
        ONDREL2::TE_FUNCTION0 + 1 + ONDREL2::TE_FLAG_PURE, nullptr},
-      {"scale", reinterpret_cast<const void*>(&FuzzScale),
+      {"scale", reinterpret_cast<void*>(&FuzzScale),
        ONDREL2::TE_CLOSURE0 + 2 + ONDREL2::TE_FLAG_PURE, &factor},
-      {"count", reinterpret_cast<const void*>(&FuzzCounter), ONDREL2::TE_FUNCTION0 + 0, nullptr},
+      {"count", reinterpret_cast<void*>(&FuzzCounter), ONDREL2::TE_FUNCTION0 + 0, nullptr},
   };
   const int count = static_cast<int>(sizeof(table) / sizeof(table[0]));
 

@@ -223,6 +223,20 @@ def case_process_s16():
     check((r, c, kind) == (rate, channels, "s16"), "output format %s" % ((r, c, kind),))
     first_difference(got, [model(v) for v in x], "int16 path")
 
+    # A float file on the int16 path: full scale is 1.0 (x 32768, rounded,
+    # clipped), not libsndfile's unscaled or peak-normalised reading.
+    xf = noise(frames * channels, 0.9, 8)
+    xf[:4] = [1.5, -1.5, f32(0.5), f32(-0.25)]
+    write_wav("inf.wav", rate, channels, xf, "f32")
+    run("process", "inf.wav", "outf16.wav", "--effect", "amplifier Gain=6", "--format", "s16", "--quiet")
+
+    def to_s16(v):
+        return max(-32768, min(32767, round(v * 32768.0)))
+
+    r, c, kind, got = read_wav("outf16.wav")
+    check((r, c, kind) == (rate, channels, "s16"), "output format %s" % ((r, c, kind),))
+    first_difference(got, [model(to_s16(v)) for v in xf], "float file on the int16 path")
+
 
 def case_process_passthrough():
     # No effect: the host's own buffer is the output.
@@ -329,17 +343,30 @@ def case_error_exits():
         f.write('{"effects": [')
     with open(path("strval.json"), "w") as f:
         json.dump({"effects": [{"type": "amplifier", "params": {"Gain": "loud"}}]}, f)
+    with open(path("huge.json"), "w") as f:
+        f.write('{"effects": [{"type": "amplifier", "params": {"Gain": 1e300}}]}')
+    os.makedirs(path("adir.wav"))
+    with open(path("in.wav"), "rb") as f:
+        original = f.read()
     cases = [
         (["process", "missing.wav", "o.wav"], 2, "cannot open 'missing.wav'"),
         (["process", "garbage.wav", "o.wav"], 2, "cannot read 'garbage.wav' as sound"),
-        (["process", "in.wav", "o.wav", "-e", "amplifire Gain=1"], 2, "unknown effect 'amplifire'"),
-        (["process", "in.wav", "o.wav", "-e", "amplifier Gian=1"], 2, "has no parameter 'Gian'; its parameters are 'Gain'"),
+        (["process", "in.wav", "o.wav", "-e", "amplifire Gain=1"], 2, "unknown effect 'amplifire' (did you mean 'amplifier'?)"),
+        (["process", "in.wav", "o.wav", "-e", "amplifier Gian=1"], 2, "has no parameter 'Gian' (did you mean 'Gain'?); its parameters are 'Gain'"),
+        (["process", "in.wav", "o.wav", "-e", "amplifier Gain=nan"], 2, "Gain=nan is not a number that a parameter can hold"),
+        (["process", "in.wav", "o.wav", "-e", "amplifier Gain=1e40"], 2, "Gain=1e+40 is not a number that a parameter can hold"),
+        (["process", "in.wav", "o.wav", "-p", "huge.json"], 2, "Gain=1e+300 is not a number that a parameter can hold"),
+        (["process", "in.wav", "in.wav", "-e", "amplifier Gain=1"], 2, "'in.wav' is the input file"),
+        (["process", "in.wav", "adir.wav"], 2, "cannot write 'adir.wav': it is a directory"),
+        (["process", "in.wav", "nodir/o.wav"], 2, "the directory 'nodir' does not exist"),
+        (["process", "adir.wav", "o.wav"], 2, "'adir.wav' is a directory"),
+        (["process", "in.wav", "o.opus"], 2, "Opus only supports sample rates"),
         (["process", "in.wav", "o.wav", "-e", "amplifier Gain=loud"], 2, "must be a number"),
         (["process", "in.wav", "o.wav", "-e", "amplifier Gain"], 2, "is not of the form NAME=VALUE"),
         (["process", "in.wav", "o.wav", "-e", "amplifier Gain='-6"], 2, "unterminated quote"),
         (["process", "in.wav", "o.wav", "-e", "limiter Limit=-1 Release Tim=80"], 2, "no parameter 'Release Tim'"),
         (["process", "in.wav", "o.wav", "-p", "badparam.json"], 2, "effects[0] (amplifier): effect 'amplifier' has no parameter 'Gian'"),
-        (["process", "in.wav", "o.wav", "-p", "badtype.json"], 2, "unknown effect 'amplifire'; valid effects are 'through'"),
+        (["process", "in.wav", "o.wav", "-p", "badtype.json"], 2, "unknown effect 'amplifire' (did you mean 'amplifier'?); valid effects are 'through'"),
         (["process", "in.wav", "o.wav", "-p", "badkey.json"], 2, "unknown key 'parameters'"),
         (["process", "in.wav", "o.wav", "-p", "broken.json"], 2, "not valid JSON"),
         (["process", "in.wav", "o.wav", "-p", "strval.json"], 2, "must be a number in real units"),
@@ -355,6 +382,8 @@ def case_error_exits():
         (["preset", "decode", "garbage.wav", "o.json"], 2, "not a valid parameter stream"),
         (["script", "in*2"], 2, "--in is required"),
         (["scramble", "missing.bin", "o.bin"], 2, "cannot open 'missing.bin'"),
+        (["scramble", "adir.wav", "o.bin"], 2, "'adir.wav' is a directory"),
+        (["preset", "decode", "badparam.json", "adir.wav"], 2, "it is a directory"),
         (["frobnicate"], 2, ""),
     ]
     for args, code, text in cases:
@@ -363,6 +392,14 @@ def case_error_exits():
         for name in ("o.wav", "o.bin", "o.json"):
             check(not os.path.exists(path(name)), "%s left %s behind" % (args, name))
     check(not leftovers(), "temporary files left: %s" % leftovers())
+    check(not os.path.exists(path("o.opus")) and not os.listdir(path("adir.wav")), "a refused output was written")
+    with open(path("in.wav"), "rb") as f:
+        check(f.read() == original, "the input file was changed")
+    # A preset saved with a UTF-8 byte order mark is still JSON.
+    with open(path("bom.json"), "wb") as f:
+        f.write(b"\xef\xbb\xbf" + json.dumps({"effects": [{"type": "amplifier"}]}).encode())
+    out, _ = run("process", "in.wav", "bom.wav", "-p", "bom.json")
+    check("amplifier |" in out, out)
     # Names with spaces run up to their '='; quoted values; case-insensitive
     # names as a fallback.
     run("process", "in.wav", "ok.wav", "-e", "limiter Limit=-1 Release Time=80  auto level=0", "-e",

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -79,8 +80,7 @@ void RunProcess(void* inst, Sample* in, int64_t frames, int channels, int outCha
 
 AudioReader::AudioReader(const std::string& path) : path_(path) {
   std::memset(&info_, 0, sizeof info_);
-  if (::access(path.c_str(), R_OK) != 0)
-    UsageError("cannot open '" + path + "': " + std::strerror(errno));
+  RequireInputFile(path);
   file_ = sf_open(path.c_str(), SFM_READ, &info_);
   if (file_ == nullptr) UsageError("cannot read '" + path + "' as sound: " + sf_strerror(nullptr));
   if (info_.channels < 1 || info_.channels > 64)
@@ -96,23 +96,41 @@ int64_t AudioReader::Read(float* buffer, int64_t frames) {
   return sf_readf_float(file_, buffer, frames);
 }
 int64_t AudioReader::Read(int16_t* buffer, int64_t frames) {
-  return sf_readf_short(file_, buffer, frames);
+  const int subtype = info_.format & SF_FORMAT_SUBMASK;
+  if (subtype != SF_FORMAT_FLOAT && subtype != SF_FORMAT_DOUBLE)
+    return sf_readf_short(file_, buffer, frames);
+  // libsndfile reads float files as 16-bit either unscaled (0.5 becomes 0)
+  // or scaled to the file's own peak; full scale 1.0 is wanted, with clipping.
+  scratch_.resize(static_cast<size_t>(frames * info_.channels));
+  const int64_t got = sf_readf_float(file_, scratch_.data(), frames);
+  for (size_t i = 0; i < static_cast<size_t>(std::max<int64_t>(got, 0) * info_.channels); ++i) {
+    const float v = std::min(32767.0f, std::max(-32768.0f, scratch_[i] * 32768.0f));
+    buffer[i] = static_cast<int16_t>(std::lrint(v));
+  }
+  return got;
 }
 
-int ContainerForPath(const std::string& path) {
+int ContainerForPath(const std::string& path, int* codec) {
   const std::string ext = Extension(path);
   struct Entry {
     const char* ext;
     int container;
+    int codec;  // the only subtype the extension stands for, or 0
   };
   static const Entry kTable[] = {
-      {"wav", SF_FORMAT_WAV},  {"wave", SF_FORMAT_WAV},  {"flac", SF_FORMAT_FLAC},
-      {"aif", SF_FORMAT_AIFF}, {"aiff", SF_FORMAT_AIFF}, {"aifc", SF_FORMAT_AIFF},
-      {"au", SF_FORMAT_AU},    {"snd", SF_FORMAT_AU},    {"caf", SF_FORMAT_CAF},
-      {"w64", SF_FORMAT_W64},  {"rf64", SF_FORMAT_RF64}, {"ogg", SF_FORMAT_OGG},
-      {"oga", SF_FORMAT_OGG},  {"opus", SF_FORMAT_OGG},  {"raw", SF_FORMAT_RAW}};
-  for (const Entry& e : kTable)
-    if (ext == e.ext) return e.container;
+      {"wav", SF_FORMAT_WAV, 0},   {"wave", SF_FORMAT_WAV, 0},
+      {"flac", SF_FORMAT_FLAC, 0}, {"aif", SF_FORMAT_AIFF, 0},
+      {"aiff", SF_FORMAT_AIFF, 0}, {"aifc", SF_FORMAT_AIFF, 0},
+      {"au", SF_FORMAT_AU, 0},     {"snd", SF_FORMAT_AU, 0},
+      {"caf", SF_FORMAT_CAF, 0},   {"w64", SF_FORMAT_W64, 0},
+      {"rf64", SF_FORMAT_RF64, 0}, {"ogg", SF_FORMAT_OGG, 0},
+      {"oga", SF_FORMAT_OGG, 0},   {"opus", SF_FORMAT_OGG, SF_FORMAT_OPUS},
+      {"raw", SF_FORMAT_RAW, 0}};
+  for (const Entry& e : kTable) {
+    if (ext != e.ext) continue;
+    if (codec != nullptr) *codec = e.codec;
+    return e.container;
+  }
   UsageError("cannot tell the output format from '" + path +
              "': use one of the extensions .wav .flac .aiff .au .caf .w64 .rf64 .ogg .opus .raw");
 }
@@ -147,7 +165,13 @@ AudioWriter::AudioWriter(const std::string& path, int rate, int channels, int fo
                std::to_string(channels) + " channels at " + std::to_string(rate) + " Hz to '" +
                path + "'");
   file_ = sf_open(temp_.c_str(), SFM_WRITE, &info);
-  if (file_ == nullptr) UsageError("cannot write '" + path + "': " + sf_strerror(nullptr));
+  if (file_ == nullptr) {
+    // libsndfile may have created the file before it gave up on it.
+    const std::string reason = sf_strerror(nullptr);
+    std::remove(temp_.c_str());
+    UsageError("cannot write '" + path + "': " + reason);
+  }
+  RemoveOnInterrupt(temp_);
   // Floats above full scale are clipped, not wrapped, in integer files.
   sf_command(file_, SFC_SET_CLIPPING, nullptr, SF_TRUE);
 }
@@ -155,6 +179,7 @@ AudioWriter::AudioWriter(const std::string& path, int rate, int channels, int fo
 AudioWriter::~AudioWriter() {
   if (file_ != nullptr) sf_close(file_);
   if (!committed_) std::remove(temp_.c_str());
+  ForgetOnInterrupt();
 }
 
 void AudioWriter::Write(const float* samples, int64_t frames) {

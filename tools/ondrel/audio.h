@@ -34,6 +34,7 @@ class AudioReader {
   std::string path_;
   SF_INFO info_;
   SNDFILE* file_ = nullptr;
+  std::vector<float> scratch_;  // float files read as 16-bit samples
 };
 
 // Writes a sound file under a temporary name in the target's directory and
@@ -59,8 +60,9 @@ class AudioWriter {
 };
 
 // The libsndfile container for a file name's extension; usage error for an
-// extension it does not write.
-int ContainerForPath(const std::string& path);
+// extension it does not write. `codec` receives the subtype that the
+// extension names (Opus for .opus), else 0.
+int ContainerForPath(const std::string& path, int* codec = nullptr);
 // A valid full format for `container`, preferring `subtype`, else 16-bit PCM,
 // else float, else the container's first subtype.
 int FormatFor(int container, int subtype);

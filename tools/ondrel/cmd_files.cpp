@@ -1,6 +1,4 @@
 // `ondrel scramble` and `ondrel preset encode|decode`: file conversions.
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -12,27 +10,26 @@ namespace ondrel_tool {
 
 namespace {
 
-bool SameFile(const std::string& a, const std::string& b) {
-  struct stat sa, sb;
-  if (::stat(a.c_str(), &sa) != 0 || ::stat(b.c_str(), &sb) != 0) return false;
-  return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
-}
-
-void RequireReadable(const std::string& path) {
-  std::FILE* f = std::fopen(path.c_str(), "rb");
-  if (f == nullptr) UsageError("cannot open '" + path + "': " + std::strerror(errno));
-  std::fclose(f);
+// The output of `preset encode` and `decode`; empty or "-" for decode is
+// standard output.
+void RequirePresetOutput(const PresetOptions& options) {
+  if (options.output.empty() || options.output == "-") return;
+  RequireOutputPath(options.output);
+  RequireDistinctFiles(options.input, options.output);
 }
 
 }  // namespace
 
 int RunScramble(const CommonOptions& common, const ScrambleOptions& options) {
-  RequireReadable(options.input);
-  if (SameFile(options.input, options.output))
-    UsageError("input and output are the same file: write the result to another name");
+  RequireInputFile(options.input);
+  RequireOutputPath(options.output);
+  RequireDistinctFiles(options.input, options.output);
   LibrarySession session(common);
   const std::string temp = TemporaryPathFor(options.output);
-  if (!ONDREL2::decrypt_file(options.input.c_str(), temp.c_str())) {
+  RemoveOnInterrupt(temp);
+  const bool written = ONDREL2::decrypt_file(options.input.c_str(), temp.c_str());
+  ForgetOnInterrupt();
+  if (!written) {
     std::remove(temp.c_str());
     UsageError("cannot write '" + options.output + "' (decrypt_file failed)");
   }
@@ -46,8 +43,13 @@ int RunScramble(const CommonOptions& common, const ScrambleOptions& options) {
 }
 
 int RunPresetEncode(const CommonOptions& common, const PresetOptions& options) {
-  LibrarySession session(common);
   std::string text = ReadFileBytes(options.input);
+  RequirePresetOutput(options);
+  if (!StartsWithJsonObject(text))
+    UsageError(options.input +
+               " is not a JSON preset (it does not start with '{'); if it is a binary stream, "
+               "'ondrel preset decode' turns it into JSON");
+  LibrarySession session(common);
   LoadedPreset preset = PresetFromJson(ParseJsonText(text, options.input), options.input);
   void* stream = nullptr;
   int size = 0;
@@ -61,10 +63,10 @@ int RunPresetEncode(const CommonOptions& common, const PresetOptions& options) {
 }
 
 int RunPresetDecode(const CommonOptions& common, const PresetOptions& options) {
-  LibrarySession session(common);
   std::string bytes = ReadFileBytes(options.input);
-  size_t first = bytes.find_first_not_of(" \t\r\n");
-  if (first != std::string::npos && bytes[first] == '{')
+  RequirePresetOutput(options);
+  LibrarySession session(common);
+  if (StartsWithJsonObject(bytes))
     UsageError(options.input +
                " is a JSON preset already; 'ondrel preset encode' turns it into a stream");
   LoadedPreset preset = PresetFromStream(bytes, options.input);

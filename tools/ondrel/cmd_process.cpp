@@ -99,7 +99,10 @@ void Stream(AudioReader& reader, Chain& chain, AudioWriter& writer, Progress& pr
 int RunProcess(const CommonOptions& common, const ProcessOptions& options) {
   LibrarySession session(common);
   AudioReader reader(options.input);
-  const int container = ContainerForPath(options.output);
+  RequireOutputPath(options.output);
+  RequireDistinctFiles(options.input, options.output);
+  int codec = 0;
+  const int container = ContainerForPath(options.output, &codec);
 
   // Build the whole chain before any output exists.
   EffectList effects;
@@ -124,7 +127,7 @@ int RunProcess(const CommonOptions& common, const ProcessOptions& options) {
     Warn(Format("the chain's output rate %g Hz is written as %d Hz", static_cast<double>(outRateF),
                 outRate));
 
-  int subtype = reader.format() & SF_FORMAT_SUBMASK;
+  int subtype = codec != 0 ? codec : reader.format() & SF_FORMAT_SUBMASK;
   if (options.format == "s16") subtype = SF_FORMAT_PCM_16;
   if (options.format == "f32") subtype = SF_FORMAT_FLOAT;
   int outFormat = FormatFor(container, subtype);

@@ -262,6 +262,8 @@ void DrawResponse(const Response& response, const std::string& title, const std:
 }
 
 int RunResponse(const CommonOptions& common, const ResponseOptions& options) {
+  RequireOutputPath(options.png);
+  if (!options.csv.empty()) RequireOutputPath(options.csv);
   LibrarySession session(common);
   LoadedPreset preset = LoadPresetFile(options.preset);
   std::string title = preset.text;

@@ -7,6 +7,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -134,6 +135,36 @@ void LibrarySession::ClearCapture() {
 
 int LibrarySession::QuietLevel() { return Log().threshold; }
 
+namespace {
+
+// The display names of all effect types in the current locale.
+std::vector<std::string> DisplayNames() {
+  std::vector<std::string> names;
+  for (int type = 1; type <= 40; ++type) {
+    ONDREL2::AEffect* effect = nullptr;
+    ONDREL2::ondrel_get_existing_effect(static_cast<ONDREL2::ONDREL_EFFECT_TYPE>(type), &effect);
+    char buffer[1024] = {0};
+    if (effect != nullptr)
+      effect->dispatcher(effect, ONDREL2::ONDREL_OP_GET_EFFECT_NAME, 0, 0, buffer, 0.0f);
+    buffer[sizeof buffer - 1] = 0;
+    names.push_back(buffer);
+  }
+  return names;
+}
+
+// True when some effect is named differently in the locale just set than in
+// English: the library has texts of its own for it.
+bool LocaleHasTexts(const std::string& language, const std::string& country) {
+  if (language == "en") return true;
+  const std::vector<std::string> local = DisplayNames();
+  ONDREL2::ondrel_set_locale("en", "US");
+  const std::vector<std::string> english = DisplayNames();
+  ONDREL2::ondrel_set_locale(language.c_str(), country.c_str());
+  return local != english;
+}
+
+}  // namespace
+
 void ApplyLocale(const std::string& requested) {
   std::string text = requested;
   bool fromEnvironment = text.empty();
@@ -163,6 +194,9 @@ void ApplyLocale(const std::string& requested) {
   for (char& c : language) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   for (char& c : country) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   ONDREL2::ondrel_set_locale(language.c_str(), country.c_str());
+  if (!fromEnvironment && !LocaleHasTexts(language, country))
+    Warn("libondrel has no texts for the locale '" + requested +
+         "'; names and labels are shown in English");
 }
 
 std::string Format(const char* format, ...) {
@@ -248,6 +282,7 @@ std::string PeakText(float peak) {
 bool StderrIsTerminal() { return ::isatty(STDERR_FILENO) != 0; }
 
 std::string ReadFileBytes(const std::string& path) {
+  RequireInputFile(path);
   std::ifstream in(path, std::ios::binary);
   if (!in) UsageError("cannot open '" + path + "': " + std::strerror(errno));
   std::ostringstream data;
@@ -256,12 +291,65 @@ std::string ReadFileBytes(const std::string& path) {
   return data.str();
 }
 
+void RequireInputFile(const std::string& path) {
+  if (::access(path.c_str(), R_OK) != 0)
+    UsageError("cannot open '" + path + "': " + std::strerror(errno));
+  if (IsDirectory(path)) UsageError("'" + path + "' is a directory, not a file");
+}
+
+void RequireOutputPath(const std::string& path) {
+  if (path.empty()) UsageError("the output file name is empty");
+  if (path.back() == '/' || IsDirectory(path))
+    UsageError("cannot write '" + path + "': it is a directory; name a file in it");
+  size_t slash = path.find_last_of('/');
+  std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+  if (!IsDirectory(dir))
+    UsageError("cannot write '" + path + "': the directory '" + dir + "' does not exist");
+  if (::access(dir.c_str(), W_OK) != 0)
+    UsageError("cannot write '" + path + "': the directory '" + dir +
+               "' is not writable: " + std::strerror(errno));
+}
+
+void RequireDistinctFiles(const std::string& input, const std::string& output) {
+  struct stat a, b;
+  if (::stat(input.c_str(), &a) == 0 && ::stat(output.c_str(), &b) == 0 && a.st_dev == b.st_dev &&
+      a.st_ino == b.st_ino)
+    UsageError("'" + output + "' is the input file: write the result to another name");
+}
+
 std::string TemporaryPathFor(const std::string& path) {
   size_t slash = path.find_last_of('/');
   std::string dir = slash == std::string::npos ? "" : path.substr(0, slash + 1);
   std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
   return dir + "." + base + ".part" + std::to_string(::getpid());
 }
+
+namespace {
+
+char g_interruptPath[4096];
+volatile std::sig_atomic_t g_interruptArmed = 0;
+
+void OnInterrupt(int signal) {
+  if (g_interruptArmed) ::unlink(g_interruptPath);
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
+}  // namespace
+
+void RemoveOnInterrupt(const std::string& path) {
+  static bool installed = false;
+  if (!installed) {
+    for (int s : {SIGINT, SIGTERM, SIGHUP}) std::signal(s, &OnInterrupt);
+    installed = true;
+  }
+  g_interruptArmed = 0;
+  if (path.size() >= sizeof g_interruptPath) return;
+  std::memcpy(g_interruptPath, path.c_str(), path.size() + 1);
+  g_interruptArmed = 1;
+}
+
+void ForgetOnInterrupt() { g_interruptArmed = 0; }
 
 void WriteFileAtomically(const std::string& path, const std::string& bytes) {
   const std::string temp = TemporaryPathFor(path);

@@ -94,9 +94,22 @@ bool StderrIsTerminal();
 // The whole file; a usage error naming the path if it cannot be read.
 std::string ReadFileBytes(const std::string& path);
 
+// Usage error unless `path` names a readable file (not a directory).
+void RequireInputFile(const std::string& path);
+// Usage error, before any work is done, unless `path` can be written: not a
+// directory, in a directory that exists and may be written to.
+void RequireOutputPath(const std::string& path);
+// Usage error when `output` is `input` (or another name of it): the result
+// would replace the file it is made from.
+void RequireDistinctFiles(const std::string& input, const std::string& output);
+
 // A name beside `path`, in the same directory, for a file that is renamed
 // into place once complete.
 std::string TemporaryPathFor(const std::string& path);
+// Removes the file at `path` (a temporary one) if the tool is interrupted by
+// SIGINT, SIGTERM or SIGHUP before ForgetOnInterrupt; one file at a time.
+void RemoveOnInterrupt(const std::string& path);
+void ForgetOnInterrupt();
 // Writes `bytes` to a temporary file beside `path` and renames it into place:
 // `path` is either complete or untouched.
 void WriteFileAtomically(const std::string& path, const std::string& bytes);

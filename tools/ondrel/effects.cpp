@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
+#include <cfloat>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -39,6 +39,41 @@ std::string JoinNames(const std::vector<std::string>& names) {
     out += "'" + names[i] + "'";
   }
   return out.empty() ? "(none)" : out;
+}
+
+// Edit distance between two texts, ignoring case; swapping two neighbouring
+// letters counts as one edit, like any other typing slip.
+size_t Distance(const std::string& a, const std::string& b) {
+  const std::string x = Lower(a), y = Lower(b);
+  std::vector<std::vector<size_t>> d(x.size() + 1, std::vector<size_t>(y.size() + 1, 0));
+  for (size_t i = 0; i <= x.size(); ++i) d[i][0] = i;
+  for (size_t j = 0; j <= y.size(); ++j) d[0][j] = j;
+  for (size_t i = 1; i <= x.size(); ++i) {
+    for (size_t j = 1; j <= y.size(); ++j) {
+      d[i][j] = std::min(
+          {d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (x[i - 1] == y[j - 1] ? 0 : 1)});
+      if (i > 1 && j > 1 && x[i - 1] == y[j - 2] && x[i - 2] == y[j - 1])
+        d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+    }
+  }
+  return d[x.size()][y.size()];
+}
+
+// " (did you mean 'limiter'?)" for the name closest to a mistyped `key`, if
+// one is close enough to be the likely intent; else empty.
+std::string Suggestion(const std::string& key, const std::vector<std::string>& names) {
+  size_t best = std::string::npos;
+  std::string bestName;
+  for (const std::string& n : names) {
+    size_t d = Distance(key, n);
+    if (d < best) {
+      best = d;
+      bestName = n;
+    }
+  }
+  if (bestName.empty() || best > std::max<size_t>(1, std::min(key.size(), bestName.size()) / 3))
+    return "";
+  return " (did you mean '" + bestName + "'?)";
 }
 
 std::string Prefix(const std::string& where) { return where.empty() ? "" : where + ": "; }
@@ -139,8 +174,9 @@ int ParseEffectType(const std::string& text, const std::string& where) {
   if (!key.empty() && end != nullptr && *end == 0 && number >= 1 && number <= 40)
     return static_cast<int>(number);
   std::vector<std::string> names(kEffectShortNames + 1, kEffectShortNames + 41);
-  UsageError(Prefix(where) + "unknown effect '" + text + "'; valid effects are " +
-             JoinNames(names) + " or their numbers 1 to 40 (see 'ondrel effects')");
+  UsageError(Prefix(where) + "unknown effect '" + text + "'" + Suggestion(text, names) +
+             "; valid effects are " + JoinNames(names) +
+             " or their numbers 1 to 40 (see 'ondrel effects')");
 }
 
 std::string EffectShortName(int type) {
@@ -189,7 +225,7 @@ AEffect* CreateEffect(int type, const std::string& where) {
   if (status != 0 || effect == nullptr)
     Failure(Prefix(where) + "effect '" + EffectShortName(type) + "' (" + std::to_string(type) +
             ") is not in this build of libondrel (ondrel_create_effect returned " +
-            std::to_string(status) + "); 'ondrel effects' lists the built ones");
+            StatusText(status) + "); 'ondrel effects' lists the built ones");
   return effect;
 }
 
@@ -261,8 +297,9 @@ int RequireParam(AEffect* effect, const std::string& name, const std::string& wh
   int index = FindParam(effect, name);
   if (index < 0) {
     int type = EffectType(effect);
+    const std::vector<std::string> names = ParamNames(effect);
     UsageError(Prefix(where) + "effect '" + EffectShortName(type) + "' has no parameter '" + name +
-               "'; its parameters are " + JoinNames(ParamNames(effect)));
+               "'" + Suggestion(name, names) + "; its parameters are " + JoinNames(names));
   }
   return index;
 }
@@ -292,14 +329,19 @@ std::string GetParamScript(AEffect* effect, int index) {
   return script != nullptr ? script : "";
 }
 
-void SetFloatParam(AEffect* effect, int index, float value, const std::string& where) {
+void SetFloatParam(AEffect* effect, int index, double given, const std::string& where) {
+  if (!std::isfinite(given) || std::fabs(given) > static_cast<double>(FLT_MAX))
+    UsageError(Prefix(where) + EffectShortName(EffectType(effect)) + " " +
+               ParamName(effect, index) + "=" + Format("%g", given) +
+               " is not a number that a parameter can hold (finite, at most 3.4e38 in size)");
+  const float value = static_cast<float>(given);
   std::vector<Bounds> bounds = ScratchBounds(EffectType(effect));
   if (static_cast<size_t>(index) < bounds.size()) {
     const Bounds& b = bounds[static_cast<size_t>(index)];
     // The bounds come back through the slider mapping, a little off in the
     // last digits for dB parameters: allow for that.
     float slack = 1e-4f * std::max(std::fabs(b.minValue), std::fabs(b.maxValue)) + 1e-6f;
-    if (value < b.minValue - slack || value > b.maxValue + slack || std::isnan(value))
+    if (value < b.minValue - slack || value > b.maxValue + slack)
       Warn(Prefix(where) + EffectShortName(EffectType(effect)) + " " + ParamName(effect, index) +
            "=" + FloatText(value) + " is outside its range " + FloatText(b.minValue) + " to " +
            FloatText(b.maxValue) + "; it is stored as given");
@@ -369,9 +411,8 @@ AEffect* BuildInlineEffect(const std::string& text) {
       continue;
     }
     char* end = nullptr;
-    errno = 0;
-    float value = std::strtof(kv.second.c_str(), &end);
-    if (end == nullptr || *end != 0 || errno == ERANGE)
+    double value = std::strtod(kv.second.c_str(), &end);
+    if (end == nullptr || *end != 0)
       UsageError(where + ": the value of '" + kv.first + "' must be a number, not '" + kv.second +
                  "'");
     SetFloatParam(effect, index, value, where);

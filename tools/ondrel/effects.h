@@ -90,7 +90,8 @@ std::string GetParamScript(ONDREL2::AEffect* effect, int index);
 
 // Sets a float parameter in real units; warns (once per call) when the value
 // lies outside the parameter's bounds, since the library stores it as given.
-void SetFloatParam(ONDREL2::AEffect* effect, int index, float value, const std::string& where);
+// A value that is not finite as a float (nan, inf, 1e40) is a usage error.
+void SetFloatParam(ONDREL2::AEffect* effect, int index, double value, const std::string& where);
 // Sets a binary parameter to `bytes`; with `text` a terminating zero is
 // added, since effects read paths as C texts.
 void SetBinaryParam(ONDREL2::AEffect* effect, int index, const std::string& bytes, bool text);

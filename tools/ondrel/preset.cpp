@@ -102,7 +102,7 @@ LoadedPreset PresetFromJson(const json& root, const std::string& source, Unavail
     } else if (t.is_number_integer()) {
       type = ParseEffectType(std::to_string(t.get<long long>()), where);
     } else {
-      UsageError(where + ": \"type\" must be a short name or a number, not " + JsonTypeName(t));
+      UsageError(where + ": \"type\" must be a short name or a whole number, not " + t.dump());
     }
     if (unavailable != Unavailable::kFail && !EffectAvailable(type)) {
       if (unavailable == Unavailable::kSkipWithNote)
@@ -131,7 +131,7 @@ LoadedPreset PresetFromJson(const json& root, const std::string& source, Unavail
         } else {
           if (!v.is_number())
             UsageError(pWhere + " must be a number in real units, not " + JsonTypeName(v));
-          SetFloatParam(effect, index, v.get<float>(), fxWhere);
+          SetFloatParam(effect, index, v.get<double>(), fxWhere);
         }
       }
     }
@@ -179,11 +179,15 @@ LoadedPreset PresetFromStream(const std::string& bytes, const std::string& sourc
   return preset;
 }
 
+bool StartsWithJsonObject(const std::string& bytes) {
+  const size_t start = bytes.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
+  size_t first = bytes.find_first_not_of(" \t\r\n", start);
+  return first != std::string::npos && bytes[first] == '{';
+}
+
 LoadedPreset LoadPresetFile(const std::string& path) {
   std::string bytes = ReadFileBytes(path);
-  size_t first = bytes.find_first_not_of(" \t\r\n");
-  if (first != std::string::npos && bytes[first] == '{')
-    return PresetFromJson(ParseJsonText(bytes, path), path);
+  if (StartsWithJsonObject(bytes)) return PresetFromJson(ParseJsonText(bytes, path), path);
   return PresetFromStream(bytes, path);
 }
 

@@ -40,6 +40,10 @@ LoadedPreset PresetFromJson(const json& json, const std::string& source,
 // Parses JSON text (usage error with the parser's position on failure).
 json ParseJsonText(const std::string& text, const std::string& source);
 
+// True when `bytes` start with '{' after white space and a UTF-8 byte order
+// mark: a JSON preset rather than a binary stream.
+bool StartsWithJsonObject(const std::string& bytes);
+
 // Reads a preset file: JSON when it starts with '{', else a binary stream.
 LoadedPreset LoadPresetFile(const std::string& path);
 // Decodes a binary parameter stream.

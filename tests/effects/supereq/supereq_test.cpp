@@ -123,6 +123,18 @@ TEST(SuperEqDesign, ResponseMatchesReferenceDesign) {
         << "window bits " << d.windowBits << ", " << d.gainsDb.size() << " bands";
   }
 
+  // The corners climb by the step 2^octave rounded to float, each a float
+  // product; a product in double rounds differently at this octave.
+  {
+    SuperEQEffect ladder;
+    Apply(ladder, {10, 48000, start, 1.1, std::vector<double>(10, 0.0)});
+    DesignNow(ladder, 48000);
+    const float step = static_cast<float>(std::pow(2.0, static_cast<double>(1.1f)));
+    std::vector<float> corners{static_cast<float>(start)};
+    while (corners.size() < 10) corners.push_back(step * corners.back());
+    EXPECT_EQ(ladder.engine->edges, corners);
+  }
+
   // A gain change is designed on the next block, not in UpdateParams.
   SuperEQEffect eq;
   DesignNow(eq, 44100);
