@@ -80,6 +80,30 @@ def write_wav(name, rate, channels, samples, kind):
         f.write(b"RIFF" + struct.pack("<I", len(body)) + body)
 
 
+def write_wavex(name, rate, channels, samples, mask):
+    """Writes float samples as WAVE_FORMAT_EXTENSIBLE with `mask` as its
+    speaker mask."""
+    data = array.array("f", samples).tobytes()
+    block = channels * 4
+    guid_float = struct.pack("<IHH", 3, 0x0000, 0x0010) + bytes([0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71])
+    fmt = struct.pack("<HHIIHHHHI", 0xFFFE, channels, rate, rate * block, block, 32, 22, 32, mask) + guid_float
+    body = b"WAVE" + b"fmt " + struct.pack("<I", len(fmt)) + fmt + b"data" + struct.pack("<I", len(data)) + data
+    with open(path(name), "wb") as f:
+        f.write(b"RIFF" + struct.pack("<I", len(body)) + body)
+
+
+def wav_channel_mask(name):
+    """dwChannelMask of a WAVEX file, None for a plain WAV."""
+    with open(path(name), "rb") as f:
+        raw = f.read()
+    at = raw.find(b"fmt ")
+    check(at > 0, name + " has no fmt chunk")
+    fmt = raw[at + 8:at + 8 + struct.unpack("<I", raw[at + 4:at + 8])[0]]
+    if struct.unpack("<H", fmt[:2])[0] != 0xFFFE:
+        return None
+    return struct.unpack("<I", fmt[20:24])[0]
+
+
 def read_wav(name):
     """Returns (rate, channels, kind, samples) of a PCM or float WAV."""
     with open(path(name), "rb") as f:
@@ -256,6 +280,34 @@ def case_process_passthrough():
     check((r, c, kind) == (44100, 1, "s24"), "24-bit input keeps its format: %s" % ((r, c, kind),))
     worst = max(abs(a - b) for a, b in zip(got, x24))
     check(len(got) == len(x24) and worst <= 1, "24-bit round trip off by %d" % worst)
+
+
+def case_process_layout():
+    # A 5.1(side) file keeps its speaker map through the chain; a plain
+    # 6-channel WAV comes out with the 5.1 map the library assumes for it.
+    x = noise(6 * 700, 0.5, 11)
+    g = amplifier_gain(-3.0)
+    want = [f32(v * g) for v in x]
+    write_wavex("side.wav", 48000, 6, x, 0x60F)
+    out, _ = run("process", "side.wav", "side_out.wav", "-e", "amplifier Gain=-3")
+    check(wav_channel_mask("side_out.wav") == 0x60F, "5.1(side) map lost: %r" % wav_channel_mask("side_out.wav"))
+    check("6 ch (5.1(side)) | out WAVEX FLOAT 48000 Hz 6 ch (5.1(side))" in out, out)
+    first_difference(read_wav("side_out.wav")[3], want, "5.1(side) samples")
+    write_wav("plain.wav", 48000, 6, x, "f32")
+    out, _ = run("process", "plain.wav", "plain_out.wav", "-e", "amplifier Gain=-3")
+    check(wav_channel_mask("plain_out.wav") == 0x3F, "plain 6 ch: mask %r" % wav_channel_mask("plain_out.wav"))
+    check("6 ch |" in out and "(5.1" not in out, out)
+    first_difference(read_wav("plain_out.wav")[3], want, "plain 6-channel samples")
+    # A mask one speaker short leaves channel 7 without a position: the map
+    # is dropped with a note, and the count's default takes its place.
+    write_wavex("odd.wav", 48000, 7, noise(7 * 100, 0.5, 12), 0x3F)
+    _, err = run("process", "odd.wav", "odd_out.wav", "-e", "amplifier", "--verbose")
+    check("channel map of 'odd.wav' is not used" in err, err)
+    check(wav_channel_mask("odd_out.wav") == 0x70F, "7 ch default: %r" % wav_channel_mask("odd_out.wav"))
+    # Stereo stays a plain WAV.
+    write_wav("st.wav", 48000, 2, x[:400], "f32")
+    run("process", "st.wav", "st_out.wav", "-e", "amplifier", "--quiet")
+    check(wav_channel_mask("st_out.wav") is None, "stereo output became WAVEX")
 
 
 SCHEMA = """

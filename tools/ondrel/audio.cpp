@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "common.h"
+#include "layouts.h"
 
 namespace ondrel_tool {
 
@@ -90,6 +91,15 @@ AudioReader::AudioReader(const std::string& path) : path_(path) {
 
 AudioReader::~AudioReader() {
   if (file_ != nullptr) sf_close(file_);
+}
+
+uint64_t AudioReader::SpeakerMask(std::string* problem) {
+  problem->clear();
+  std::vector<int> map(static_cast<size_t>(info_.channels));
+  if (sf_command(file_, SFC_GET_CHANNEL_MAP_INFO, map.data(),
+                 static_cast<int>(map.size() * sizeof(int))) != SF_TRUE)
+    return 0;
+  return MaskFromChannelMap(map.data(), info_.channels, problem);
 }
 
 int64_t AudioReader::Read(float* buffer, int64_t frames) {
@@ -182,6 +192,12 @@ AudioWriter::~AudioWriter() {
   ForgetOnInterrupt();
 }
 
+bool AudioWriter::SetChannelMap(const std::vector<int>& map) {
+  std::vector<int> copy = map;  // libsndfile takes a non-const pointer
+  return sf_command(file_, SFC_SET_CHANNEL_MAP_INFO, copy.data(),
+                    static_cast<int>(copy.size() * sizeof(int))) == SF_TRUE;
+}
+
 void AudioWriter::Write(const float* samples, int64_t frames) {
   if (frames > 0 && sf_writef_float(file_, samples, frames) != frames)
     Failure("writing '" + path_ + "' failed: " + sf_strerror(file_));
@@ -209,11 +225,10 @@ void WriteWholeFile(const std::string& path, int rate, int channels, int format,
   writer.Commit();
 }
 
-Chain::Chain(int channels, float rate) : channels_(channels) {
+Chain::Chain(int channels, float rate, uint64_t layout) : channels_(channels) {
   inst_ = ONDREL2::ondrel_create_inst();
   if (inst_ == nullptr) Failure("ondrel_create_inst failed: out of memory");
-  // Layout 0: the library's default layout for the channel count.
-  CheckStatus(ONDREL2::ondrel_setup_input(inst_, channels, 0), "ondrel_setup_input");
+  CheckStatus(ONDREL2::ondrel_setup_input(inst_, channels, layout), "ondrel_setup_input");
   CheckStatus(ONDREL2::ondrel_set_samplerate(inst_, rate), "ondrel_set_samplerate");
 }
 
@@ -249,6 +264,13 @@ int Chain::OutChannels() const {
   uint64_t layout = 0;
   ONDREL2::ondrel_get_out_chns(inst_, &channels, &layout);
   return channels;
+}
+
+uint64_t Chain::OutLayout() const {
+  int channels = 0;
+  uint64_t layout = 0;
+  ONDREL2::ondrel_get_out_chns(inst_, &channels, &layout);
+  return layout;
 }
 
 float Chain::OutRate() const {

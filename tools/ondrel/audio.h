@@ -26,6 +26,10 @@ class AudioReader {
   int rate() const { return info_.samplerate; }
   int format() const { return info_.format; }
   int64_t frames() const { return info_.frames; }  // may be 0 when unknown
+  // The speaker mask of the file's channel map; 0 with `problem` set when
+  // the map cannot be told as a mask, 0 with `problem` empty when the file
+  // has no map.
+  uint64_t SpeakerMask(std::string* problem);
   // Reads up to `frames` frames; returns the frames read (0 at the end).
   int64_t Read(float* buffer, int64_t frames);
   int64_t Read(int16_t* buffer, int64_t frames);
@@ -48,6 +52,9 @@ class AudioWriter {
   AudioWriter(const AudioWriter&) = delete;
   AudioWriter& operator=(const AudioWriter&) = delete;
 
+  // Stores a libsndfile channel map, one entry per channel; before the
+  // first Write. False when the container cannot carry it.
+  bool SetChannelMap(const std::vector<int>& map);
   void Write(const float* samples, int64_t frames);
   void Write(const int16_t* samples, int64_t frames);
   void Commit();
@@ -77,7 +84,8 @@ void WriteWholeFile(const std::string& path, int rate, int channels, int format,
 // go in; what the chain gives comes back in the chain's output format.
 class Chain {
  public:
-  Chain(int channels, float rate);
+  // `layout` is the input's speaker mask, 0 for the default of the count.
+  Chain(int channels, float rate, uint64_t layout = 0);
   ~Chain();
   Chain(const Chain&) = delete;
   Chain& operator=(const Chain&) = delete;
@@ -88,6 +96,8 @@ class Chain {
   std::string Describe() const;
   bool Empty() const;
   int OutChannels() const;
+  // The output's speaker mask as the chain reports it (0: the default).
+  uint64_t OutLayout() const;
   float OutRate() const;
   int InChannels() const { return channels_; }
 

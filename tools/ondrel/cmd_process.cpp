@@ -6,6 +6,7 @@
 
 #include "audio.h"
 #include "commands.h"
+#include "layouts.h"
 #include "preset.h"
 
 namespace ondrel_tool {
@@ -54,6 +55,40 @@ float Peak(const Sample* samples, size_t count, float scale) {
   for (size_t i = 0; i < count; ++i)
     peak = std::max(peak, std::fabs(static_cast<float>(samples[i]) * scale));
   return peak;
+}
+
+// " (5.1(side))" after a channel count whose layout is not the default one.
+std::string LayoutSuffix(int channels, uint64_t mask) {
+  return IsDefaultMask(channels, mask) ? "" : " (" + MaskText(mask) + ")";
+}
+
+void Note(const CommonOptions& common, const std::string& message) {
+  if (common.verbose) std::fprintf(stderr, "note: %s\n", message.c_str());
+}
+
+// The libsndfile channel map to write for an output of `channels` channels
+// with the chain's mask `mask`; empty when the file needs none (mono or
+// stereo in their usual layout) or cannot have one, with a note saying why.
+std::vector<int> OutputChannelMap(const CommonOptions& common, int channels, uint64_t mask) {
+  if (channels <= 2 && IsDefaultMask(channels, mask)) return {};
+  const uint64_t speakers = EffectiveMask(channels, mask);
+  if (speakers == 0) {
+    Note(common,
+         Format("%d channels have no standard speaker layout; the output has no speaker map",
+                channels));
+    return {};
+  }
+  if (__builtin_popcountll(speakers) != channels) {
+    Note(common, Format("the chain reports %s for %d channels; the output has no speaker map",
+                        MaskText(speakers).c_str(), channels));
+    return {};
+  }
+  std::string problem;
+  std::vector<int> map = ChannelMapFromMask(speakers, &problem);
+  if (map.empty())
+    Note(common, "the output layout " + MaskText(speakers) + " cannot be written: " + problem +
+                     "; the output has no speaker map");
+  return map;
 }
 
 struct Totals {
@@ -115,9 +150,19 @@ int RunProcess(const CommonOptions& common, const ProcessOptions& options) {
   for (const std::string& text : options.effects) effects.Add(BuildInlineEffect(text));
   ApplyModulators(options.modulators);
 
-  Chain chain(reader.channels(), static_cast<float>(reader.rate()));
+  // The file's speaker map, if the library can take it; else the library's
+  // default layout for the channel count.
+  std::string mapProblem;
+  const uint64_t inLayout = reader.SpeakerMask(&mapProblem);
+  if (!mapProblem.empty())
+    Note(common, "the channel map of '" + options.input + "' is not used (" + mapProblem +
+                     "); the default layout for " + std::to_string(reader.channels()) +
+                     " channels applies");
+
+  Chain chain(reader.channels(), static_cast<float>(reader.rate()), inLayout);
   chain.Install(effects);
   const int outChannels = chain.OutChannels();
+  const uint64_t outLayout = chain.OutLayout();
   const float outRateF = chain.OutRate();
   const int outRate = static_cast<int>(std::lround(outRateF));
   if (outChannels < 1 || outRate < 1)
@@ -135,7 +180,16 @@ int RunProcess(const CommonOptions& common, const ProcessOptions& options) {
     UsageError("the container of '" + options.output + "' cannot hold " +
                (options.format == "s16" ? "16-bit" : "float") + " samples");
 
+  // Plain WAV has no speaker map; WAVEX is the same file with one.
+  const std::vector<int> channelMap = OutputChannelMap(common, outChannels, outLayout);
+  if (!channelMap.empty() && (outFormat & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV)
+    outFormat = (outFormat & ~SF_FORMAT_TYPEMASK) | SF_FORMAT_WAVEX;
+
   AudioWriter writer(options.output, outRate, outChannels, outFormat);
+  if (!channelMap.empty() && !writer.SetChannelMap(channelMap))
+    Note(common,
+         "'" + options.output + "' (" + FormatText(outFormat) + ") cannot carry the speaker map " +
+             MaskText(EffectiveMask(outChannels, outLayout)) + "; it is written without one");
   Progress progress(!options.quiet && StderrIsTerminal(), reader.frames());
   Totals totals;
   auto start = std::chrono::steady_clock::now();
@@ -160,13 +214,15 @@ int RunProcess(const CommonOptions& common, const ProcessOptions& options) {
     if (audioSeconds > 0.0 && seconds > 0.0)
       speed = Format("%.4f (%.0fx real time)", seconds / audioSeconds, audioSeconds / seconds);
     std::printf(
-        "%s%s%s | in %s %d Hz %d ch | out %s %d Hz %d ch | frames %lld -> %lld | peak %s -> %s | "
-        "real-time factor %s\n",
+        "%s%s%s | in %s %d Hz %d ch%s | out %s %d Hz %d ch%s | frames %lld -> %lld | peak %s -> %s "
+        "| real-time factor %s\n",
         presetName.empty() ? "" : ("\"" + presetName + "\": ").c_str(), chain.Describe().c_str(),
         options.format == "s16" ? " [int16]" : "", FormatText(reader.format()).c_str(),
-        reader.rate(), reader.channels(), FormatText(outFormat).c_str(), outRate, outChannels,
-        static_cast<long long>(totals.framesIn), static_cast<long long>(totals.framesOut),
-        PeakText(totals.peakIn).c_str(), PeakText(totals.peakOut).c_str(), speed.c_str());
+        reader.rate(), reader.channels(), LayoutSuffix(reader.channels(), inLayout).c_str(),
+        FormatText(outFormat).c_str(), outRate, outChannels,
+        LayoutSuffix(outChannels, outLayout).c_str(), static_cast<long long>(totals.framesIn),
+        static_cast<long long>(totals.framesOut), PeakText(totals.peakIn).c_str(),
+        PeakText(totals.peakOut).c_str(), speed.c_str());
   }
   return kExitOk;
 }
