@@ -6,8 +6,6 @@ namespace ONDREL2 {
 namespace BIQUADFILTER {
 namespace {
 
-using BiquadFilter::Filter;
-
 const ParamDesc kLowPassParams[] = {
     {"Frequency", false, 20.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
      nullptr, false},
@@ -93,25 +91,13 @@ BiquadEffectBase::~BiquadEffectBase() = default;
 
 int32_t BiquadEffectBase::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
   if (guarded && passThrough) return 0;
+  // Frame by frame, channel by channel: the channels' recursions overlap in
+  // the processor. Filter::Process adds and subtracts term by term in its
+  // fixed order.
   const int32_t n = *frames;
   const size_t channels = bufs.size() < filters.size() ? bufs.size() : filters.size();
-  for (int32_t i = 0; i < n; ++i) {
-    for (size_t c = 0; c < channels; ++c) {
-      Filter& f = *filters[c];
-      const float x = bufs[c][i];
-      // Direct Form I, added and subtracted term by term in this order.
-      float y = f.b0 * x;
-      y = y + f.b1 * f.x1;
-      y = y + f.b2 * f.x2;
-      y = y - f.a1 * f.y1;
-      y = y - f.a2 * f.y2;
-      f.x2 = f.x1;
-      f.x1 = x;
-      f.y2 = f.y1;
-      f.y1 = y;
-      bufs[c][i] = y;
-    }
-  }
+  for (int32_t i = 0; i < n; ++i)
+    for (size_t c = 0; c < channels; ++c) bufs[c][i] = filters[c]->Process(bufs[c][i]);
   return 0;
 }
 
