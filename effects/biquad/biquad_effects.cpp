@@ -210,57 +210,45 @@ int32_t NTFilterEffect::UpdateParams() {
   return 0;
 }
 
-// ---- Low shelf -----------------------------------------------------------
+// ---- Shelves -------------------------------------------------------------
 
-LSFilterEffect::LSFilterEffect() : BiquadEffectBase(false) {
-  SetEffectName("zh", "LowShelf滤波器");
-  SetEffectName("en", "LowShelfFilter");
+void BiquadEffectBase::SetUpShelf(const char* zhName, const char* enName, int32_t type) {
+  SetEffectName("zh", zhName);
+  SetEffectName("en", enName);
   SetParamTable(kShelfParams);
   SetParamLabels("Frequency", "zh", "频率", "en", "", nullptr);
   SetParamLabels("Gain", "zh", "增益", "en", "", nullptr);
-  effectType = EFFECT_LS_FILTER;
+  effectType = type;
+}
+
+template <typename Shelf>
+int32_t BiquadEffectBase::UpdateShelf() {
+  filters.clear();
+  const float frequency = GetScriptedParamByName("Frequency");
+  const float q = GetScriptedParamByName("Q");
+  const float gain = GetScriptedParamByName("Gain");
+  const float rate = GetSampleRate();
+  BuildFilters([&] { return std::make_unique<Shelf>(Normalised(frequency, rate), q, gain); });
+  return 0;
+}
+
+LSFilterEffect::LSFilterEffect() : BiquadEffectBase(false) {
+  SetUpShelf("LowShelf滤波器", "LowShelfFilter", EFFECT_LS_FILTER);
   LSFilterEffect::UpdateParams();
 }
 
 AudioEffect* LSFilterEffect::CreateInstance() { return new (std::nothrow) LSFilterEffect(); }
 
-int32_t LSFilterEffect::UpdateParams() {
-  filters.clear();
-  const float frequency = GetScriptedParamByName("Frequency");
-  const float q = GetScriptedParamByName("Q");
-  const float gain = GetScriptedParamByName("Gain");
-  const float rate = GetSampleRate();
-  BuildFilters([&] {
-    return std::make_unique<BiquadFilter::LSFilter>(Normalised(frequency, rate), q, gain);
-  });
-  return 0;
-}
-
-// ---- High shelf ----------------------------------------------------------
+int32_t LSFilterEffect::UpdateParams() { return UpdateShelf<BiquadFilter::LSFilter>(); }
 
 HSFilterEffect::HSFilterEffect() : BiquadEffectBase(false) {
-  SetEffectName("zh", "HighShelf滤波器");
-  SetEffectName("en", "HighShelfFilter");
-  SetParamTable(kShelfParams);
-  SetParamLabels("Frequency", "zh", "频率", "en", "", nullptr);
-  SetParamLabels("Gain", "zh", "增益", "en", "", nullptr);
-  effectType = EFFECT_HS_FILTER;
+  SetUpShelf("HighShelf滤波器", "HighShelfFilter", EFFECT_HS_FILTER);
   HSFilterEffect::UpdateParams();
 }
 
 AudioEffect* HSFilterEffect::CreateInstance() { return new (std::nothrow) HSFilterEffect(); }
 
-int32_t HSFilterEffect::UpdateParams() {
-  filters.clear();
-  const float frequency = GetScriptedParamByName("Frequency");
-  const float q = GetScriptedParamByName("Q");
-  const float gain = GetScriptedParamByName("Gain");
-  const float rate = GetSampleRate();
-  BuildFilters([&] {
-    return std::make_unique<BiquadFilter::HSFilter>(Normalised(frequency, rate), q, gain);
-  });
-  return 0;
-}
+int32_t HSFilterEffect::UpdateParams() { return UpdateShelf<BiquadFilter::HSFilter>(); }
 
 // ---- Bell ----------------------------------------------------------------
 

@@ -56,6 +56,10 @@ class BiquadEffectBase : public IOndrel2 {
     const int32_t channels = GetChannels();
     for (int32_t c = 0; c < channels; ++c) filters.push_back(make());
   }
+  // The two shelf effects share their table, labels and update.
+  void SetUpShelf(const char* zhName, const char* enName, int32_t type);
+  template <typename Shelf>
+  int32_t UpdateShelf();
 
   const bool guarded;
 };

@@ -55,6 +55,20 @@ std::string SubtypeName(int format) {
   }
 }
 
+// Appends the `available` samples the library holds for output, whole frames
+// only.
+template <typename Sample, typename Out>
+void Collect(void* inst, int available, int outChannels, std::vector<Sample>* out, Out output,
+             const char* outName) {
+  if (available <= 0) return;
+  size_t at = out->size();
+  out->resize(at + static_cast<size_t>(available));
+  int written = 0;
+  CheckStatus(output(inst, out->data() + at, available, &written), outName);
+  if (written < 0 || written > available) written = 0;
+  out->resize(at + static_cast<size_t>(written - written % outChannels));
+}
+
 // Calls the library's float or int16 process pair and appends the output.
 template <typename Sample, typename In, typename Out>
 void RunProcess(void* inst, Sample* in, int64_t frames, int channels, int outChannels,
@@ -67,13 +81,7 @@ void RunProcess(void* inst, Sample* in, int64_t frames, int channels, int outCha
     CheckStatus(input(inst, in + done * channels, static_cast<int>(n * channels), &available),
                 inName);
     done += n;
-    if (available <= 0) continue;
-    size_t at = out->size();
-    out->resize(at + static_cast<size_t>(available));
-    int written = 0;
-    CheckStatus(output(inst, out->data() + at, available, &written), outName);
-    if (written < 0 || written > available) written = 0;
-    out->resize(at + static_cast<size_t>(written - written % outChannels));
+    Collect(inst, available, outChannels, out, output, outName);
   }
 }
 
@@ -304,13 +312,7 @@ void RunFlush(void* inst, int outChannels, std::vector<Sample>* out, Out output,
               const char* outName) {
   int available = 0;
   CheckStatus(ONDREL2::ondrel_flush_to_buf(inst, &available), "ondrel_flush_to_buf");
-  if (available <= 0) return;
-  size_t at = out->size();
-  out->resize(at + static_cast<size_t>(available));
-  int written = 0;
-  CheckStatus(output(inst, out->data() + at, available, &written), outName);
-  if (written < 0 || written > available) written = 0;
-  out->resize(at + static_cast<size_t>(written - written % outChannels));
+  Collect(inst, available, outChannels, out, output, outName);
 }
 
 }  // namespace
