@@ -3,14 +3,7 @@
 #include <map>
 #include <new>
 
-#include "effects/amplifier/amplifier.h"
-#include "effects/biquad/biquad_effects.h"
-#include "effects/compressor/multiband_compressor.h"
-#include "effects/deesser/deesser.h"
-#include "effects/eq/eqfb.h"
-#include "effects/limiter/limiter.h"
-#include "effects/supereq/supereq.h"
-#include "effects/through/through.h"
+#include "framework/effect_types.h"
 
 namespace ONDREL2 {
 namespace {
@@ -22,34 +15,12 @@ Registry*& RegistryPtr() {
   return registry;
 }
 
-template <typename T>
-AudioEffect* Make() {
-  return new (std::nothrow) T();
-}
-
 }  // namespace
 
 AudioEffect* CreateEffectObject(int type) {
-  // Types not listed are not built yet: they behave as unknown types.
-  switch (type) {
-    case EFFECT_THROUGH: return Make<THROUGH::ThroughEffect>();
-    case EFFECT_AMPLIFIER: return Make<AMPLIFIER::AmplifierEffect>();
-    case EFFECT_LIMITER: return Make<LIMITER::LimiterEffect>();
-    case EFFECT_IIR_EQ30: return Make<IIR_EQ_FIXED_BANDS::IirEQ30Effect>();
-    case EFFECT_IIR_EQ10: return Make<IIR_EQ_FIXED_BANDS::IirEQ10Effect>();
-    case EFFECT_MULTIBAND_COMPRESSOR: return Make<COMPRESSOR::MultiBandCompressorEffect>();
-    case EFFECT_SUPEREQ: return Make<SUPEREQ::SuperEQEffect>();
-    case EFFECT_LP_FILTER: return Make<BIQUADFILTER::LPFilterEffect>();
-    case EFFECT_HP_FILTER: return Make<BIQUADFILTER::HPFilterEffect>();
-    case EFFECT_BP_FILTER: return Make<BIQUADFILTER::BPFilterEffect>();
-    case EFFECT_NT_FILTER: return Make<BIQUADFILTER::NTFilterEffect>();
-    case EFFECT_LS_FILTER: return Make<BIQUADFILTER::LSFilterEffect>();
-    case EFFECT_HS_FILTER: return Make<BIQUADFILTER::HSFilterEffect>();
-    case EFFECT_PK_FILTER: return Make<BIQUADFILTER::PKFilterEffect>();
-    case EFFECT_AP_FILTER: return Make<BIQUADFILTER::APFilterEffect>();
-    case EFFECT_DEESSER: return Make<DEESSER_EFFECT::DeEsserEffect>();
-    default: return nullptr;
-  }
+  // A type without a row in the effect list is not built: unknown.
+  const EffectTypeRow* row = FindEffectType(type);
+  return row != nullptr ? row->create() : nullptr;
 }
 
 bool EnsureRegistry() {

@@ -3,6 +3,8 @@
 #include <cmath>
 #include <new>
 
+#include "dsp/denormal.h"
+
 namespace ONDREL2 {
 namespace COMPRESSOR {
 namespace {
@@ -35,8 +37,6 @@ const ParamDesc kParams[] = {
     {"MS swap", false, 0.0f, 1.0f, 1.0f, 1.0f, 0.0f, nullptr, 0, 0, nullptr, nullptr, false},
     {""},
 };
-
-constexpr float kDenormal = 1e-10f;
 
 // One-pole envelope follower: rises by `attack` of the distance, falls by
 // the factor 1 - `release`.
@@ -105,10 +105,11 @@ int32_t MultiBandCompressorEffect::ProcessBlock(const ChannelVector& bufs, int32
     right[i] = msSwap != 0 ? side - m : m - side;
   }
 
-  if (envLow < kDenormal) envLow = 0.0f;
-  if (envMid < kDenormal) envMid = 0.0f;
-  if (envHigh < kDenormal) envHigh = 0.0f;
-  if (std::fabs(lowStage1) < kDenormal) lowStage1 = split = lowStage2 = 0.0f;
+  // Envelopes are never negative: the plain comparison is the cut.
+  if (envLow < kDenormalCut) envLow = 0.0f;
+  if (envMid < kDenormalCut) envMid = 0.0f;
+  if (envHigh < kDenormalCut) envHigh = 0.0f;
+  if (BelowDenormalCut(lowStage1)) lowStage1 = split = lowStage2 = 0.0f;
   return 0;
 }
 

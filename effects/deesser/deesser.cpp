@@ -4,6 +4,8 @@
 #include <cmath>
 #include <new>
 
+#include "dsp/denormal.h"
+
 namespace ONDREL2 {
 namespace DEESSER_EFFECT {
 namespace {
@@ -17,8 +19,6 @@ const ParamDesc kParams[] = {
      &scale2dB, false},
     {""},
 };
-
-constexpr float kDenormal = 1e-10f;
 
 }  // namespace
 
@@ -80,8 +80,8 @@ int32_t DeEsserEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) 
       bufs[ch][i] = y;
     }
   }
-  if (std::fabs(low) < kDenormal) low = midState = 0.0f;
-  if (std::fabs(envelope) < kDenormal) envelope = 0.0f;
+  if (BelowDenormalCut(low)) low = midState = 0.0f;
+  CutDenormal(envelope);
   return 0;
 }
 

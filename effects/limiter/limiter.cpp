@@ -61,25 +61,11 @@ LimiterEffect::LimiterEffect() {
   UpdateParams();
 }
 
-LimiterEffect::~LimiterEffect() { FreeGroups(); }
+LimiterEffect::~LimiterEffect() = default;
 
 AudioEffect* LimiterEffect::CreateInstance() { return new (std::nothrow) LimiterEffect(); }
 
-void LimiterEffect::FreeGroups() {
-  if (layout == nullptr) return;
-  for (ChannelGroup& g : layout->groups) {
-    delete static_cast<LookaheadLimiter*>(g.context);
-    g.context = nullptr;
-  }
-  delete layout;
-  layout = nullptr;
-}
-
 int32_t LimiterEffect::UpdateParams() {
-  FreeGroups();
-  layout = new (std::nothrow) LayoutUtils(GetChannels(), handle.inputMask, nullptr);
-  if (layout == nullptr) return 2001;
-
   LookaheadLimiterParams block;
   block.attack = GetScriptedParamByName("Attack Time");
   block.release = GetScriptedParamByName("Release Time");
@@ -95,22 +81,24 @@ int32_t LimiterEffect::UpdateParams() {
   const float hostRate = GetSampleRate();
   const int32_t rate =
       hostRate >= 0.0f && hostRate < 2147483648.0f ? static_cast<int32_t>(hostRate) : 0;
-  for (ChannelGroup& g : layout->groups) {
-    LookaheadLimiter* kernel = new (std::nothrow) LookaheadLimiter(&block);
-    if (kernel == nullptr) return 2001;
-    if (int32_t rc = kernel->SetFormat(rate, g.count)) {
-      delete kernel;
-      return rc;
-    }
-    g.context = kernel;
-  }
-  return 0;
+  return units.Rebuild(GetChannels(), handle.inputMask,
+                       [&](const ChannelGroup& g, int32_t* status) -> LookaheadLimiter* {
+                         LookaheadLimiter* kernel = new (std::nothrow) LookaheadLimiter(&block);
+                         if (kernel == nullptr) {
+                           *status = ONDREL_E_NOMEM;
+                           return nullptr;
+                         }
+                         *status = kernel->SetFormat(rate, g.count);
+                         if (*status != ONDREL_OK) {
+                           delete kernel;
+                           return nullptr;
+                         }
+                         return kernel;
+                       });
 }
 
 void LimiterEffect::ResetDsp() {
-  if (layout == nullptr) return;
-  for (ChannelGroup& g : layout->groups)
-    if (g.context != nullptr) static_cast<LookaheadLimiter*>(g.context)->Reset();
+  units.ForEach([](LookaheadLimiter& kernel, const ChannelGroup&) { kernel.Reset(); });
 }
 
 void LimiterEffect::ClearBuffers() {
@@ -119,25 +107,17 @@ void LimiterEffect::ClearBuffers() {
 }
 
 int32_t LimiterEffect::GetLatency() {
-  if (layout == nullptr) return 0;
-  for (const ChannelGroup& g : layout->groups)
-    if (g.context != nullptr) return static_cast<LookaheadLimiter*>(g.context)->LatencyFrames();
-  return 0;
+  const LookaheadLimiter* first = units.First();
+  return first != nullptr ? first->LatencyFrames() : 0;
 }
 
 int32_t LimiterEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
-  if (layout == nullptr) return 0;
-  const int32_t available = static_cast<int32_t>(bufs.size());
-  for (const ChannelGroup& g : layout->groups) {
-    if (g.context == nullptr) continue;
-    // A mask that claims more speakers than the stream carries leaves the
-    // groups beyond the vector alone.
-    const int32_t indices[2] = {g.first, g.count > 1 ? g.second : g.first};
-    if (indices[0] < 0 || indices[0] >= available || indices[1] < 0 || indices[1] >= available)
-      continue;
-    static_cast<LookaheadLimiter*>(g.context)->ProcessPlanar(bufs.data(), *frames, indices);
-  }
-  return 0;
+  units.Run(static_cast<int32_t>(bufs.size()),
+            [&](LookaheadLimiter& kernel, const ChannelGroup&, int32_t first, int32_t second) {
+              const int32_t indices[2] = {first, second};
+              kernel.ProcessPlanar(bufs.data(), *frames, indices);
+            });
+  return ONDREL_OK;
 }
 
 }  // namespace LIMITER

@@ -17,8 +17,8 @@
 // allocates nor locks.
 #pragma once
 
-#include "effects/limiter/lookahead_limiter.h"
-#include "frame/layouts.h"
+#include "dsp/lookahead_limiter.h"
+#include "framework/group_units.h"
 #include "framework/ondrel2.h"
 
 namespace ONDREL2 {
@@ -35,12 +35,8 @@ class LimiterEffect : public IOndrel2 {
   int32_t GetLatency() override;
   int32_t ProcessBlock(const ChannelVector& bufs, int32_t* frames) override;
 
-  // Frees each group's kernel and the grouping.
-  virtual void FreeGroups();
-
-  // Null until the first UpdateParams; each group's context is its kernel
-  // (null for a group whose kernel could not be set up).
-  LayoutUtils* layout = nullptr;
+  // One kernel per channel group; no grouping until the first UpdateParams.
+  GroupUnits<LookaheadLimiter> units;
 };
 
 }  // namespace LIMITER

@@ -170,7 +170,9 @@ def case_effects_and_params():
                 "stereo-enhancer delay eq10 fidelity dfx-hyperbass dfx-3dsurround dfx-headphone ambience "
                 "dynamicboost reverb vocal hyperbass mbc supereq headphone panner mono2dual pitch lowpass "
                 "highpass bandpass notch lowshelf highshelf peak allpass deesser vbass growl two2six").split()
-    check(names == expected, "short names differ: %s" % names)
+    # A type not built has no name yet ("-"); a built one has its stable name.
+    shown = [e if r[-1] == "yes" else "-" for e, r in zip(expected, rows)]
+    check(names == shown, "short names differ: %s" % names)
     check([int(r[0]) for r in rows] == list(range(1, 41)), "type values are not 1..40")
     amp = rows[3]
     check(amp[2:] == ["Amplifier", "1", "yes"], "amplifier row: %s" % amp)

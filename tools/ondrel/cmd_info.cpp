@@ -20,7 +20,7 @@ int RunEffects(const CommonOptions& common) {
   for (int type = 1; type <= 40; ++type) {
     Row row;
     row.value = std::to_string(type);
-    row.shortName = kEffectShortNames[type];
+    row.shortName = KnownShortName(type) != nullptr ? KnownShortName(type) : "-";
     ONDREL2::AEffect* shared = nullptr;
     ONDREL2::ondrel_get_existing_effect(static_cast<ONDREL2::ONDREL_EFFECT_TYPE>(type), &shared);
     bool built = EffectAvailable(type);

@@ -16,14 +16,33 @@ namespace ondrel_tool {
 
 using ONDREL2::AEffect;
 
-const char* const kEffectShortNames[41] = {
-    nullptr,    "through",      "studio-ir", "chaos",         "amplifier",      "rotator",
-    "limiter",  "sampler",      "eq30",      "exciter",       "resampler",      "stereo-enhancer",
-    "delay",    "eq10",         "fidelity",  "dfx-hyperbass", "dfx-3dsurround", "dfx-headphone",
-    "ambience", "dynamicboost", "reverb",    "vocal",         "hyperbass",      "mbc",
-    "supereq",  "headphone",    "panner",    "mono2dual",     "pitch",          "lowpass",
-    "highpass", "bandpass",     "notch",     "lowshelf",      "highshelf",      "peak",
-    "allpass",  "deesser",      "vbass",     "growl",         "two2six"};
+namespace {
+
+// The short names of the built types, expanded from the library's effect
+// list; index = type value, null where the type is not built.
+struct ShortNameTable {
+  const char* names[41] = {};
+  ShortNameTable() {
+#define ONDREL_EFFECT(type, name, cls, header) names[ONDREL2::type] = name;
+#include "effects/effect_list.inc"
+#undef ONDREL_EFFECT
+  }
+};
+
+const ShortNameTable kShortNames;
+
+std::vector<std::string> BuiltShortNames() {
+  std::vector<std::string> names;
+  for (const char* n : kShortNames.names)
+    if (n != nullptr) names.push_back(n);
+  return names;
+}
+
+}  // namespace
+
+const char* KnownShortName(int type) {
+  return type >= 1 && type <= 40 ? kShortNames.names[type] : nullptr;
+}
 
 namespace {
 
@@ -168,20 +187,20 @@ std::string CollapseSpaces(const std::string& text) {
 int ParseEffectType(const std::string& text, const std::string& where) {
   std::string key = Lower(text);
   for (int t = 1; t <= 40; ++t)
-    if (key == kEffectShortNames[t]) return t;
+    if (KnownShortName(t) != nullptr && key == KnownShortName(t)) return t;
   char* end = nullptr;
   long number = std::strtol(key.c_str(), &end, 10);
   if (!key.empty() && end != nullptr && *end == 0 && number >= 1 && number <= 40)
     return static_cast<int>(number);
-  std::vector<std::string> names(kEffectShortNames + 1, kEffectShortNames + 41);
+  const std::vector<std::string> names = BuiltShortNames();
   UsageError(Prefix(where) + "unknown effect '" + text + "'" + Suggestion(text, names) +
              "; valid effects are " + JoinNames(names) +
              " or their numbers 1 to 40 (see 'ondrel effects')");
 }
 
 std::string EffectShortName(int type) {
-  if (type < 1 || type > 40) return Format("type %d", type);
-  return kEffectShortNames[type];
+  const char* name = KnownShortName(type);
+  return name != nullptr ? name : Format("type %d", type);
 }
 
 std::string EffectDisplayName(AEffect* effect) {

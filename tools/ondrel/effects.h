@@ -10,14 +10,14 @@
 
 namespace ondrel_tool {
 
-// Stable machine names of the 40 types, the same list the library keys on;
-// index = type value, index 0 unused.
-extern const char* const kEffectShortNames[41];
+// The stable machine name of a built type, from the library's effect list;
+// null for a type that is not built (or outside 1..40).
+const char* KnownShortName(int type);
 
 // "limiter", "LIMITER" or "6" -> 6. Anything else is a usage error naming
 // `text` (and `where`, e.g. "preset.json: effects[2]") and the valid names.
 int ParseEffectType(const std::string& text, const std::string& where);
-// "limiter" for 6; "type 99" outside 1..40.
+// "limiter" for 6; "type 99" for a type that is not built.
 std::string EffectShortName(int type);
 
 // The effect's display name in the current locale (opcode 16), empty when it

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "effects/effect_test_util.h"
-#include "effects/limiter/lookahead_limiter.h"
+#include "dsp/lookahead_limiter.h"
 
 namespace ONDREL2 {
 namespace {
@@ -388,16 +388,18 @@ TEST_F(LimiterTest, FirstLoudFrameClearAndRefusedFormats) {
   ASSERT_EQ(fx.UpdateParams(), 0);
   frames = 64;
   ASSERT_EQ(fx.ProcessBlock(planes, &frames), 0);
-  EXPECT_LT(static_cast<LookaheadLimiter*>(fx.layout->groups[0].context)->att, 1.0f);
+  EXPECT_LT(fx.units.First()->att, 1.0f);
   fx.ClearBuffers();
   frames = 0;
   ASSERT_EQ(fx.ProcessBlock(planes, &frames), 0);
-  for (const ChannelGroup& g : fx.layout->groups) {
-    auto* k = static_cast<LookaheadLimiter*>(g.context);
-    EXPECT_TRUE(k->att == 1.0f && k->pos == 0 && k->nextLen == 0);
+  int kernels = 0;
+  fx.units.ForEach([&](LookaheadLimiter& k, const ChannelGroup&) {
+    ++kernels;
+    EXPECT_TRUE(k.att == 1.0f && k.pos == 0 && k.nextLen == 0);
     EXPECT_TRUE(
-        std::all_of(k->buffer, k->buffer + k->bufferCapacity, [](float v) { return v == 0.0f; }));
-  }
+        std::all_of(k.buffer, k.buffer + k.bufferCapacity, [](float v) { return v == 0.0f; }));
+  });
+  EXPECT_EQ(kernels, 4);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "effects/limiter/lookahead_limiter.h"
+#include "dsp/lookahead_limiter.h"
 
 #include <cmath>
 #include <cstdlib>
