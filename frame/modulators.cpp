@@ -1,5 +1,6 @@
 #include "frame/modulators.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -47,30 +48,64 @@ void ClearSystemModulators() {
 
 namespace {
 
-// Indexes into the script memory are the argument truncated toward zero and
-// deliberately unbounded: scripts are trusted preset content.
-inline double* Mem(double index) { return ScriptMemory() + static_cast<long>(index); }
+// A cell index is the argument truncated toward zero. Presets are shared
+// files, so every access is bounded to the memory's cells: an index outside
+// them (or not a number) reads 0 and writes nothing.
+inline bool CellIndex(double index, long* cell) {
+  if (!(index > -1.0 && index < kScriptMemorySize)) return false;
+  *cell = static_cast<long>(index);
+  return true;
+}
 
-double FnGet(double i) { return *Mem(i); }
+double FnGet(double i) {
+  long cell = 0;
+  return CellIndex(i, &cell) ? ScriptMemory()[cell] : 0.0;
+}
 
 double FnPut(double i, double v) {
-  *Mem(i) = v;
+  long cell = 0;
+  if (CellIndex(i, &cell)) ScriptMemory()[cell] = v;
   return v;
 }
 
+// Stores `v` at m[start + k] for every whole k from 0 while k < n; only the
+// cells that exist are written.
 double FnFill(double v, double start, double n) {
   if (n < 0) n = kScriptMemorySize - start;
   if (n > 0) {
-    double* m = Mem(start);
-    for (int k = 0; k < n; ++k) m[k] = v;
+    const double first = std::trunc(start);
+    for (long cell = 0; cell < kScriptMemorySize; ++cell) {
+      const double k = static_cast<double>(cell) - first;
+      if (k >= 0 && k < n) ScriptMemory()[cell] = v;
+    }
   }
   return v;
 }
 
+// Moves trunc(n * 8) bytes from m[src] to m[dst] as one overlapping move.
+// Bytes whose destination lies outside the memory are dropped; bytes whose
+// source lies outside it arrive as zeros.
 double FnCpy(double dst, double src, double n) {
   if (n < 0) n = kScriptMemorySize - src;
-  std::memmove(Mem(dst), Mem(src), static_cast<size_t>(static_cast<long>(n * 8)));
-  return *Mem(dst);
+  constexpr double kLimit = 1e12;  // far outside the memory, still exact
+  const double bytesD = std::trunc(n * 8);
+  if (!(bytesD > 0) || !(std::fabs(src) < kLimit) || !(std::fabs(dst) < kLimit))
+    return FnGet(dst);
+  const long long size = static_cast<long long>(kScriptMemorySize) * 8;
+  const long long bytes = bytesD < static_cast<double>(4 * size) ? static_cast<long long>(bytesD)
+                                                                 : 4 * size;
+  const long long from = static_cast<long long>(std::trunc(src)) * 8;
+  const long long to = static_cast<long long>(std::trunc(dst)) * 8;
+  unsigned char* m = reinterpret_cast<unsigned char*>(ScriptMemory());
+  // The part whose both ends exist moves as one block.
+  const long long lo = std::max({0LL, -from, -to});
+  const long long hi = std::min({bytes, size - from, size - to});
+  if (hi > lo) std::memmove(m + to + lo, m + from + lo, static_cast<size_t>(hi - lo));
+  // Destination bytes whose source does not exist.
+  const long long zlo = std::max(0LL, -to), zhi = std::min(bytes, size - to);
+  for (long long j = zlo; j < zhi; ++j)
+    if (from + j < 0 || from + j >= size) m[to + j] = 0;
+  return FnGet(dst);
 }
 
 double FnIf(double c, double a, double b) { return c != 0 ? a : b; }

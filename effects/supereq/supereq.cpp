@@ -116,17 +116,21 @@ int32_t SuperEQEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) 
     // with the next block of its own size.
     if (*frames == e.filterLength) {
       e.rebuild = 0;
+      e.pending = 0;
       if (int32_t rc = e.Rebuild()) {
-        // Stay marked, so that every block reports the fault until the
-        // settings are repaired.
-        e.rebuild = 1;
+        // A design that can't be made fails this block only; later blocks
+        // pass through dry until a setting changes, so that no parameter
+        // value (a start frequency a script drove to 0, say) can stop the
+        // stream for good.
+        e.designFailed = 1;
         return rc;
       }
-      e.pending = 0;
+      e.designFailed = 0;
     }
   } else {
     e.pending = 0;
   }
+  if (e.designFailed != 0) return 0;
   return e.Process(bufs, frames);
 }
 

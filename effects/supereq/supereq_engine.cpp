@@ -198,7 +198,12 @@ int SuperEqEngine::Rebuild() {
 
     if (startChanged || octaveChanged || windowChanged || rateChanged || bandsChanged) {
       for (int i = 0; i + 1 < bandCount; ++i) {
-        const float cutoff = edges[static_cast<size_t>(i)] / static_cast<float>(sampleRate);
+        float cutoff = edges[static_cast<size_t>(i)] / static_cast<float>(sampleRate);
+        // A ladder of many bands runs past the sample rate and on to
+        // infinity; a corner at or beyond the rate is held at Nyquist, where
+        // the low pass is the whole band and its band above adds nothing.
+        // Corners below the rate keep their design exactly.
+        if (cutoff >= 1.0f) cutoff = 0.5f;
         if (int rc = lowpasses[static_cast<size_t>(i)].Design(cutoff, filterLength)) return rc;
       }
     }

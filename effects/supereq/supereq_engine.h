@@ -100,6 +100,9 @@ class SuperEqEngine {
   SuperEqSettings built{0, 0, 0.0f, 0.0f, 0, 0};
   uint8_t rebuild = 1;
   uint8_t pending = 1;
+  // Set when the last rebuild failed: blocks pass through dry until the
+  // next rebuild.
+  uint8_t designFailed = 0;
 
   std::vector<float> gainsDb;
   std::vector<float> gainsLinear;

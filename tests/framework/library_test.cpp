@@ -1,6 +1,7 @@
 // Library state, catalogue, modulators and logging.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <string>
 
@@ -193,6 +194,27 @@ TEST(Modulators, HostMappingsAndScriptMemory) {
   EXPECT_EQ(m[1], 0.0);
   EXPECT_EQ(cpy(1, 0, 1), 2.0);
   EXPECT_EQ(lt(1, 2), 1.0);
+
+  // Presets are shared files: no index reaches outside the 1024 cells. Out of
+  // range reads give 0 and writes are dropped; moves keep their in-range part.
+  auto get = reinterpret_cast<double (*)(double)>(const_cast<void*>(list[after - 13].address));
+  auto put = reinterpret_cast<F2>(const_cast<void*>(list[after - 13 + 1].address));
+  for (double bad : {-1.0, 1024.0, 1e12, -1e12, 1e300, std::nan("")}) {
+    EXPECT_EQ(get(bad), 0.0) << bad;
+    EXPECT_EQ(put(bad, 5.0), 5.0) << bad;
+    EXPECT_EQ(fill(7.0, bad, 1e300), 7.0) << bad;
+    cpy(bad, 0, 1e300);
+    cpy(0, bad, 4);
+  }
+  m[0] = m[1] = m[2] = 0.0;
+  EXPECT_EQ(put(-0.5, 4.0), 4.0);  // truncates to cell 0
+  EXPECT_EQ(m[0], 4.0);
+  fill(3.0, -2, 4);           // cells -2..1: only 0 and 1 exist
+  EXPECT_EQ(m[0] + m[1] + m[2], 6.0);
+  m[1022] = 9.0;
+  m[1023] = 8.0;
+  EXPECT_EQ(cpy(1023, 1022, 2), 9.0);  // the second double would land outside
+  EXPECT_EQ(cpy(10, 1023, -1), 9.0);   // n = 1024 - 1023
   unlock_modulators(list, after);
   ClearSystemModulators();
   EXPECT_EQ(m[1000], 0.0);
