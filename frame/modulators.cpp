@@ -89,11 +89,10 @@ double FnCpy(double dst, double src, double n) {
   if (n < 0) n = kScriptMemorySize - src;
   constexpr double kLimit = 1e12;  // far outside the memory, still exact
   const double bytesD = std::trunc(n * 8);
-  if (!(bytesD > 0) || !(std::fabs(src) < kLimit) || !(std::fabs(dst) < kLimit))
-    return FnGet(dst);
+  if (!(bytesD > 0) || !(std::fabs(src) < kLimit) || !(std::fabs(dst) < kLimit)) return FnGet(dst);
   const long long size = static_cast<long long>(kScriptMemorySize) * 8;
-  const long long bytes = bytesD < static_cast<double>(4 * size) ? static_cast<long long>(bytesD)
-                                                                 : 4 * size;
+  const long long bytes =
+      bytesD < static_cast<double>(4 * size) ? static_cast<long long>(bytesD) : 4 * size;
   const long long from = static_cast<long long>(std::trunc(src)) * 8;
   const long long to = static_cast<long long>(std::trunc(dst)) * 8;
   unsigned char* m = reinterpret_cast<unsigned char*>(ScriptMemory());

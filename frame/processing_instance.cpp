@@ -102,8 +102,10 @@ int ProcessingInstance::ConfigureChain() {
   input.SetChannelCount(inChannels);
   output.SetChannelCount(outChannels);
 
-  // The scratch must hold every channel the queues or effects can hand it.
-  maxChannels = std::max({maxChannels, input.channels, output.channels});
+  // The scratch must hold every channel the queues or effects can hand it;
+  // no block ever carries more channels than a queue holds, so a count asked
+  // beyond that allocates nothing for channels that can't be processed.
+  maxChannels = std::min(std::max({maxChannels, input.channels, output.channels}), kMaxChannels);
   if (AllocBlockBuffers(maxChannels, maxBlock) != 0) return 2001;
 
   if (widthChanged) {

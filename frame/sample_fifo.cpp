@@ -1,6 +1,7 @@
 #include "frame/sample_fifo.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
@@ -115,7 +116,13 @@ int SampleFifo::PutInterleavedFloat(const float* buffer, int samples) {
   const int frames = samples / channels;
   if (int rc = EnsureCapacity(Count() + frames)) return rc;
   for (int f = 0; f < frames; ++f) {
-    for (int c = 0; c < channels; ++c) buffers[c][writePos] = *buffer++;
+    for (int c = 0; c < channels; ++c) {
+      // A sample that is not finite (a bad decoded frame) enters as
+      // silence: one such frame would otherwise leave every recursive
+      // filter of the chain producing NaN until it is rebuilt.
+      const float v = *buffer++;
+      buffers[c][writePos] = std::isfinite(v) ? v : 0.0f;
+    }
     if (++writePos == capacity) writePos = 0;
   }
   return 0;

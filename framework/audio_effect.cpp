@@ -320,6 +320,9 @@ int32_t PrintReal(char* buf, const char* format, float value) {
   return 0;
 }
 
+// Whether `v` converts to a 32-bit integer without overflow (false for NaN).
+bool FitsInt32(float v) { return v > -2147483904.0f && v < 2147483648.0f; }
+
 // Integer-like formatters truncate the stored value toward zero.
 int32_t PrintWhole(char* buf, const char* format, float value) {
   std::sprintf(buf, format, static_cast<int>(value));
@@ -410,7 +413,11 @@ int32_t EffectDispatcher(AEffect* effect, int32_t opcode, int32_t index, int32_t
     case 7:
       if (ptr != nullptr) *static_cast<float*>(ptr) = fx->GetParam(index);
       return 0;
-    case 8: fx->SetParam(index, opt); return 0;
+    case 8:
+      // A value that is not a number or infinite keeps the old one.
+      if (!std::isfinite(opt)) return ONDREL_E_INVALID;
+      fx->SetParam(index, opt);
+      return 0;
     case 9:
       if (ptr != nullptr) *static_cast<float*>(ptr) = fx->GetParamDefault(index);
       return 0;
@@ -420,12 +427,17 @@ int32_t EffectDispatcher(AEffect* effect, int32_t opcode, int32_t index, int32_t
       return fx->GetParamIndex(static_cast<const char*>(ptr));
     case 12: return fx->GetParamHints(index, static_cast<int32_t*>(ptr));
     case 13: {
+      // A count that is not a number or does not fit 32 bits is refused.
+      if (!FitsInt32(opt)) return ONDREL_E_INVALID;
       const uint64_t mask = (static_cast<uint64_t>(static_cast<uint32_t>(index)) << 32) |
                             static_cast<uint32_t>(value);
       fx->SetChannels(static_cast<int32_t>(opt), mask);
       return 0;
     }
-    case 14: fx->SetOutChannels(static_cast<int32_t>(opt)); return 0;
+    case 14:
+      if (!FitsInt32(opt)) return ONDREL_E_INVALID;
+      fx->SetOutChannels(static_cast<int32_t>(opt));
+      return 0;
     case 15:
       if (ptr != nullptr) *static_cast<int32_t*>(ptr) = fx->GetEffectType();
       return 0;
@@ -437,7 +449,10 @@ int32_t EffectDispatcher(AEffect* effect, int32_t opcode, int32_t index, int32_t
       else
         fx->Resume();
       return 0;
-    case 20: fx->SetParamNormalized(index, opt); return 0;
+    case 20:
+      if (!std::isfinite(opt)) return ONDREL_E_INVALID;
+      fx->SetParamNormalized(index, opt);
+      return 0;
     case 21:
       if (ptr != nullptr) *static_cast<float*>(ptr) = fx->GetParamNormalized(index);
       return 0;

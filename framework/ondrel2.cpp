@@ -45,6 +45,11 @@ int32_t IOndrel2::SetupBuffers() {
   if (int32_t rc = outFifo.SetChannelCount(handle.numOutputs)) return rc;
   const int32_t maxChannels = std::max(handle.numInputs, handle.numOutputs);
   const int32_t block = GetBlockSize();
+  // Both queues accepted their widths, so this holds; it keeps the size
+  // below from overflowing whatever a subclass reports.
+  if (maxChannels < 0 || maxChannels > kMaxChannels || block < 0 ||
+      block > (1 << 30) / kMaxChannels)
+    return ONDREL_E_INVALID;
   const int32_t need = block * maxChannels;
   if (scratchSize < need) {
     scratchSize = need;

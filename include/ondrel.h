@@ -88,19 +88,20 @@ enum ONDREL_OPCODE {
   ONDREL_OP_GET_PARAM_DATA = 5,        /* index; ptr: void**; returns size in bytes */
   ONDREL_OP_SET_PARAM_DATA = 6,        /* index; ptr: data; value: size; returns stored size */
   ONDREL_OP_GET_PARAM = 7,             /* index; ptr: float* */
-  ONDREL_OP_SET_PARAM = 8,             /* index; opt: value */
+  ONDREL_OP_SET_PARAM = 8,             /* index; opt: value (not finite: 2000, kept) */
   ONDREL_OP_GET_PARAM_DEFAULT = 9,     /* index; ptr: float* */
   ONDREL_OP_IS_PARAM_BINARY = 10,      /* index; returns 0 or 1 */
   ONDREL_OP_GET_PARAM_INDEX = 11,      /* ptr: name; returns the index */
   ONDREL_OP_GET_PARAM_HINTS = 12,      /* index; ptr: int32_t* second hint; returns the first */
-  ONDREL_OP_SET_CHANNELS = 13,         /* opt: channels; value: mask low 32 bits; index: high */
-  ONDREL_OP_SET_OUT_CHANNELS = 14,     /* opt: channels */
+  ONDREL_OP_SET_CHANNELS = 13,         /* opt: channels (beyond int32 or NaN: 2000);
+                                          value: mask low 32 bits; index: high */
+  ONDREL_OP_SET_OUT_CHANNELS = 14,     /* opt: channels (beyond int32 or NaN: 2000) */
   ONDREL_OP_GET_EFFECT_TYPE = 15,      /* ptr: int32_t* */
   ONDREL_OP_GET_EFFECT_NAME = 16,      /* ptr: char buffer */
   ONDREL_OP_SET_SAMPLE_RATE = 17,      /* opt: rate */
   ONDREL_OP_NONE = 18,                 /* returns 0 */
   ONDREL_OP_SUSPEND_RESUME = 19,       /* value 0: Suspend, else Resume; returns 0 */
-  ONDREL_OP_SET_PARAM_NORMALIZED = 20, /* index; opt: normalised value */
+  ONDREL_OP_SET_PARAM_NORMALIZED = 20, /* index; opt: normalised value (not finite: 2000) */
   ONDREL_OP_GET_PARAM_NORMALIZED = 21, /* index; ptr: float* */
   ONDREL_OP_SET_PARAM_SCRIPT = 22,     /* index; ptr: text */
   ONDREL_OP_GET_PARAM_SCRIPT = 23,     /* index; ptr: const char** */
@@ -250,12 +251,18 @@ ONDREL_API int ondrel_get_params(void* instance, AEffect** out, int capacity, in
 /* Counts are interleaved samples. With an empty chain the host's buffer is
  * the output: nothing is queued and *available = count. */
 ONDREL_API int ondrel_process_input(void* instance, int16_t* samples, int count, int* available);
+/* Float samples that are not finite (NaN, infinity) enter the chain as 0, so
+ * that one bad decoded frame cannot leave the effects' filters producing NaN
+ * until they are rebuilt. */
 ONDREL_API int ondrel_processf_input(void* instance, float* samples, int count, int* available);
 /* With an empty chain the int16 variant sets *written = count and the float
  * variant leaves *written untouched. */
 ONDREL_API int ondrel_process_output(void* instance, int16_t* samples, int count, int* written);
 ONDREL_API int ondrel_processf_output(void* instance, float* samples, int count, int* written);
-/* Discards queued audio and effect state (at a seek). */
+/* Discards the audio queued in the instance and in every effect (at a seek).
+ * What an effect keeps of its own DSP state (filter memories, the
+ * convolvers' overlap, a reverb's tail) is the effect's choice: most keep it,
+ * the limiter returns to unity gain. */
 ONDREL_API void ondrel_flush_out(void* instance);
 /* Pushes the effects' tails out at the end of a stream. */
 ONDREL_API int ondrel_flush_to_buf(void* instance, int* available);

@@ -1,10 +1,13 @@
 #include "effects/eq/eqfb.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
 #include <string>
+
+#include "frame/sample_fifo.h"
 
 namespace ONDREL2 {
 namespace IIR_EQ_FIXED_BANDS {
@@ -101,7 +104,9 @@ int32_t EqfbEffect::UpdateParams() {
   FreeFilters();
   const float width = GetScriptedParamByName("Q");
   const int32_t rate = static_cast<int32_t>(GetSampleRate());
-  const int32_t channels = GetChannels() > 0 ? GetChannels() : 0;
+  // A block never holds more channels than a queue does: no filters for
+  // channels that can't arrive.
+  const int32_t channels = std::min(std::max(GetChannels(), 0), kMaxChannels);
   const size_t bands = frequencies.size();
   filters.reserve(bands * static_cast<size_t>(channels));
   for (size_t b = 0; b < bands; ++b) {

@@ -399,6 +399,10 @@ def case_error_exits():
         json.dump({"effects": [{"type": "amplifier", "params": {"Gain": "loud"}}]}, f)
     with open(path("huge.json"), "w") as f:
         f.write('{"effects": [{"type": "amplifier", "params": {"Gain": 1e300}}]}')
+    with open(path("overflow.json"), "w") as f:
+        f.write('{"effects": [{"type": "amplifier", "params": {"Gain": 1e400}}]}')
+    with open(path("memory.json"), "w") as f:
+        json.dump({"effects": [{"type": "amplifier", "scripts": {"Gain": "put(1e12, 1)\nget(-1e11)"}}]}, f)
     os.makedirs(path("adir.wav"))
     with open(path("in.wav"), "rb") as f:
         original = f.read()
@@ -410,6 +414,7 @@ def case_error_exits():
         (["process", "in.wav", "o.wav", "-e", "amplifier Gain=nan"], 2, "Gain=nan is not a number that a parameter can hold"),
         (["process", "in.wav", "o.wav", "-e", "amplifier Gain=1e40"], 2, "Gain=1e+40 is not a number that a parameter can hold"),
         (["process", "in.wav", "o.wav", "-p", "huge.json"], 2, "Gain=1e+300 is not a number that a parameter can hold"),
+        (["process", "in.wav", "o.wav", "-p", "overflow.json"], 2, "overflow.json: a number is out of range"),
         (["process", "in.wav", "in.wav", "-e", "amplifier Gain=1"], 2, "'in.wav' is the input file"),
         (["process", "in.wav", "adir.wav"], 2, "cannot write 'adir.wav': it is a directory"),
         (["process", "in.wav", "nodir/o.wav"], 2, "the directory 'nodir' does not exist"),
@@ -445,6 +450,10 @@ def case_error_exits():
         check(text in err, "%s: message %r lacks %r" % (args, err, text))
         for name in ("o.wav", "o.bin", "o.json"):
             check(not os.path.exists(path(name)), "%s left %s behind" % (args, name))
+    # Script memory indexes far outside the memory read 0 and write nothing.
+    run("process", "in.wav", "mem.wav", "-p", "memory.json")
+    out, _ = run("script", "get(-100000000000)", "--in", "0")
+    check(out.startswith("result: 0 "), "get out of range: %r" % out)
     check(not leftovers(), "temporary files left: %s" % leftovers())
     check(not os.path.exists(path("o.opus")) and not os.listdir(path("adir.wav")), "a refused output was written")
     with open(path("in.wav"), "rb") as f:

@@ -75,6 +75,9 @@ json ParseJsonText(const std::string& text, const std::string& source) {
     return json::parse(text);
   } catch (const json::parse_error& e) {
     UsageError(source + ": not valid JSON: " + e.what());
+  } catch (const json::out_of_range&) {
+    // A number beyond what a double holds (1e400).
+    UsageError(source + ": a number is out of range (beyond +-1.8e308)");
   }
 }
 
