@@ -38,7 +38,7 @@ AudioEffect* AmplifierEffect::CreateInstance() { return new (std::nothrow) Ampli
 
 int32_t AmplifierEffect::UpdateParams() {
   gain = GainOf(GetScriptedParamByName("Gain"));
-  return 0;
+  return ONDREL_OK;
 }
 
 int32_t AmplifierEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
@@ -46,7 +46,7 @@ int32_t AmplifierEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames
   for (float* channel : bufs) {
     for (int32_t i = 0; i < n; ++i) channel[i] *= gain;
   }
-  return 0;
+  return ONDREL_OK;
 }
 
 }  // namespace AMPLIFIER

@@ -90,7 +90,7 @@ BiquadEffectBase::BiquadEffectBase(bool isGuarded) : guarded(isGuarded) {}
 BiquadEffectBase::~BiquadEffectBase() = default;
 
 int32_t BiquadEffectBase::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
-  if (guarded && passThrough) return 0;
+  if (guarded && passThrough) return ONDREL_OK;
   // Frame by frame, channel by channel: the channels' recursions overlap in
   // the processor. Filter::Process adds and subtracts term by term in its
   // fixed order.
@@ -98,7 +98,7 @@ int32_t BiquadEffectBase::ProcessBlock(const ChannelVector& bufs, int32_t* frame
   const size_t channels = bufs.size() < filters.size() ? bufs.size() : filters.size();
   for (int32_t i = 0; i < n; ++i)
     for (size_t c = 0; c < channels; ++c) bufs[c][i] = filters[c]->Process(bufs[c][i]);
-  return 0;
+  return ONDREL_OK;
 }
 
 // ---- Low pass ------------------------------------------------------------
@@ -122,7 +122,7 @@ int32_t LPFilterEffect::UpdateParams() {
   passThrough = AtOrAboveNyquist(frequency, rate);
   BuildFilters(
       [&] { return std::make_unique<BiquadFilter::LPFilter>(Normalised(frequency, rate), q); });
-  return 0;
+  return ONDREL_OK;
 }
 
 // ---- High pass -----------------------------------------------------------
@@ -146,7 +146,7 @@ int32_t HPFilterEffect::UpdateParams() {
   passThrough = AtOrAboveNyquist(frequency, rate);
   BuildFilters(
       [&] { return std::make_unique<BiquadFilter::HPFilter>(Normalised(frequency, rate), q); });
-  return 0;
+  return ONDREL_OK;
 }
 
 // ---- Band pass -----------------------------------------------------------
@@ -179,7 +179,7 @@ int32_t BPFilterEffect::UpdateParams() {
     return std::make_unique<BiquadFilter::BPFilter>(Normalised(lowEdge, rate),
                                                     Normalised(highEdge, rate));
   });
-  return 0;
+  return ONDREL_OK;
 }
 
 // ---- Notch ---------------------------------------------------------------
@@ -207,7 +207,7 @@ int32_t NTFilterEffect::UpdateParams() {
     return std::make_unique<BiquadFilter::NTFilter>(Normalised(lowEdge, rate),
                                                     Normalised(highEdge, rate));
   });
-  return 0;
+  return ONDREL_OK;
 }
 
 // ---- Shelves -------------------------------------------------------------
@@ -229,7 +229,7 @@ int32_t BiquadEffectBase::UpdateShelf() {
   const float gain = GetScriptedParamByName("Gain");
   const float rate = GetSampleRate();
   BuildFilters([&] { return std::make_unique<Shelf>(Normalised(frequency, rate), q, gain); });
-  return 0;
+  return ONDREL_OK;
 }
 
 LSFilterEffect::LSFilterEffect() : BiquadEffectBase(false) {
@@ -277,7 +277,7 @@ int32_t PKFilterEffect::UpdateParams() {
     return std::make_unique<BiquadFilter::PKFilter>(Normalised(lowEdge, rate),
                                                     Normalised(highEdge, rate), gain);
   });
-  return 0;
+  return ONDREL_OK;
 }
 
 // ---- All pass ------------------------------------------------------------
@@ -300,7 +300,7 @@ int32_t APFilterEffect::UpdateParams() {
   const float rate = GetSampleRate();
   BuildFilters(
       [&] { return std::make_unique<BiquadFilter::APFilter>(Normalised(frequency, rate), q); });
-  return 0;
+  return ONDREL_OK;
 }
 
 }  // namespace BIQUADFILTER

@@ -67,11 +67,11 @@ int32_t MultiBandCompressorEffect::UpdateParams() {
   lowStage1 = split = lowStage2 = 0.0f;
   voicing = kVoicing;
   msSwap = 0;
-  return 0;
+  return ONDREL_OK;
 }
 
 int32_t MultiBandCompressorEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
-  if (bufs.size() != 2) return 0;
+  if (bufs.size() != 2) return ONDREL_OK;
   float* left = bufs[0];
   float* right = bufs[1];
   const Voicing& v = voicing;
@@ -110,7 +110,7 @@ int32_t MultiBandCompressorEffect::ProcessBlock(const ChannelVector& bufs, int32
   if (envMid < kDenormalCut) envMid = 0.0f;
   if (envHigh < kDenormalCut) envHigh = 0.0f;
   if (BelowDenormalCut(lowStage1)) lowStage1 = split = lowStage2 = 0.0f;
-  return 0;
+  return ONDREL_OK;
 }
 
 }  // namespace COMPRESSOR

@@ -51,7 +51,7 @@ int32_t DeEsserEffect::UpdateParams() {
   release = 0.992f;
   coef = static_cast<float>(static_cast<double>(f) * 0.94 * static_cast<double>(f) + 0.05);
   gain = std::pow(10.0f, drive * 2.0f - 1.0f);
-  return 0;
+  return ONDREL_OK;
 }
 
 int32_t DeEsserEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
@@ -82,7 +82,7 @@ int32_t DeEsserEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) 
   }
   if (BelowDenormalCut(low)) low = midState = 0.0f;
   CutDenormal(envelope);
-  return 0;
+  return ONDREL_OK;
 }
 
 }  // namespace DEESSER_EFFECT

@@ -113,7 +113,7 @@ int32_t EqfbEffect::UpdateParams() {
     }
   }
   filterChannels = channels;
-  return 0;
+  return ONDREL_OK;
 }
 
 int32_t EqfbEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
@@ -137,7 +137,7 @@ int32_t EqfbEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
       bufs[static_cast<size_t>(c)][i] = y;
     }
   }
-  return 0;
+  return ONDREL_OK;
 }
 
 IirEQ10Effect::IirEQ10Effect() : EqfbEffect(10, kTenBands) { effectType = EFFECT_IIR_EQ10; }

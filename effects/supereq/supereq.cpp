@@ -84,7 +84,7 @@ int32_t SuperEQEffect::UpdateParams() {
   const int32_t count = TruncateWithin(GetScriptedParamByName("gain_len"), 1, kMaxGainCount);
   if (!engine) {
     engine.reset(new (std::nothrow) SuperEqEngine());
-    if (!engine) return 2001;
+    if (!engine) return ONDREL_E_NOMEM;
   }
   engine->SetFormat(static_cast<int>(GetSampleRate()), GetChannels());
   const float start = GetScriptedParamByName("start_f");
@@ -99,16 +99,16 @@ int32_t SuperEQEffect::UpdateParams() {
       gains[static_cast<size_t>(i)] = GetScriptedParam(kFirstGain + i);
     engine->SetGains(gains.data(), count);
   } catch (const std::bad_alloc&) {
-    return 2001;
+    return ONDREL_E_NOMEM;
   }
 
   engine->SetWindowBits(TruncateWithin(GetScriptedParamByName("window_bits"), 2, 15));
   engine->pending = 1;
-  return 0;
+  return ONDREL_OK;
 }
 
 int32_t SuperEQEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
-  if (!engine) return 0;
+  if (!engine) return ONDREL_OK;
   SuperEqEngine& e = *engine;
   if (e.rebuild != 0 && e.pending != 0) {
     // A block cut for the previous design (window_bits changed within one
