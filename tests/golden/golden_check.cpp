@@ -128,6 +128,46 @@ uint64_t RunCase(const EffectTypeRow& row, bool busy, int channels, bool int16) 
   return hash.h;
 }
 
+// The parameter table as a host sees it: names, bounds, defaults, hints,
+// flags, the display and normalised position of the default and of 0.3.
+uint64_t TableCase(const EffectTypeRow& row) {
+  Hash hash;
+  AEffect* fx = nullptr;
+  hash.Add(ondrel_create_effect(static_cast<ONDREL_EFFECT_TYPE>(row.type), &fx));
+  if (fx == nullptr) return hash.h;
+  hash.Add(fx->numParams);
+  for (int p = 0; p < fx->numParams; ++p) {
+    char text[256] = {0};
+    fx->dispatcher(fx, ONDREL_OP_GET_PARAM_NAME, p, 0, text, 0.0f);
+    hash.Add(text, std::strlen(text));
+    int32_t second = 0;
+    hash.Add(fx->dispatcher(fx, ONDREL_OP_GET_PARAM_HINTS, p, 0, &second, 0.0f));
+    hash.Add(second);
+    hash.Add(fx->dispatcher(fx, ONDREL_OP_IS_PARAM_BINARY, p, 0, nullptr, 0.0f));
+    hash.Add(fx->dispatcher(fx, ONDREL_OP_PARAM_NEEDS_REBUILD, p, 0, nullptr, 0.0f));
+    float v[4] = {0, 0, 0, 0};
+    fx->dispatcher(fx, ONDREL_OP_GET_PARAM_DEFAULT, p, 0, &v[0], 0.0f);
+    fx->dispatcher(fx, ONDREL_OP_GET_PARAM_NORMALIZED, p, 0, &v[1], 0.0f);
+    std::memset(text, 0, sizeof text);
+    fx->dispatcher(fx, ONDREL_OP_GET_PARAM_DISPLAY, p, 0, text, 0.0f);
+    hash.Add(text, std::strlen(text));
+    std::memset(text, 0, sizeof text);
+    fx->dispatcher(fx, ONDREL_OP_GET_PARAM_LABEL, p, 0, text, 0.0f);
+    hash.Add(text, std::strlen(text));
+    for (float norm : {0.0f, 0.3f, 1.0f}) {
+      fx->dispatcher(fx, ONDREL_OP_SET_PARAM_NORMALIZED, p, 0, nullptr, norm);
+      fx->dispatcher(fx, ONDREL_OP_GET_PARAM, p, 0, &v[2], 0.0f);
+      hash.Add(&v[2], sizeof(float));
+      std::memset(text, 0, sizeof text);
+      fx->dispatcher(fx, ONDREL_OP_GET_PARAM_DISPLAY, p, 0, text, 0.0f);
+      hash.Add(text, std::strlen(text));
+    }
+    hash.Add(v, 2 * sizeof(float));
+  }
+  ondrel_destroy_effect(fx);
+  return hash.h;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -177,25 +217,26 @@ int main(int argc, char** argv) {
       std::cout << "skipped " << row.shortName << " (not in the golden file)\n";
       continue;
     }
+    auto record = [&](const std::string& label, uint64_t value) {
+      char hex[17];
+      std::snprintf(hex, sizeof hex, "%016llx", static_cast<unsigned long long>(value));
+      table << row.shortName << " " << label << " " << hex << "\n";
+      if (readPath.empty()) return;
+      ++checked;
+      const auto it = expected.find(std::string(row.shortName) + " " + label);
+      if (it == expected.end() || it->second != hex) {
+        ++failures;
+        std::cout << "CHANGED " << row.shortName << " (type " << row.type << ") " << label << ": "
+                  << (it == expected.end() ? "missing" : it->second) << " -> " << hex << "\n";
+      }
+    };
+    record("table", TableCase(row));
     for (int busy = 0; busy < 2; ++busy)
       for (int channels : {1, 2, 6})
         for (int int16 = 0; int16 < 2; ++int16) {
           const std::string label = std::string(busy ? "busy" : "defaults") + "-" +
                                     std::to_string(channels) + "ch-" + (int16 ? "s16" : "f32");
-          char hex[17];
-          std::snprintf(
-              hex, sizeof hex, "%016llx",
-              static_cast<unsigned long long>(RunCase(row, busy != 0, channels, int16 != 0)));
-          table << row.shortName << " " << label << " " << hex << "\n";
-          if (readPath.empty()) continue;
-          ++checked;
-          const auto it = expected.find(std::string(row.shortName) + " " + label);
-          if (it == expected.end() || it->second != hex) {
-            ++failures;
-            std::cout << "CHANGED " << row.shortName << " (type " << row.type << ") " << label
-                      << ": " << (it == expected.end() ? "missing" : it->second) << " -> " << hex
-                      << "\n";
-          }
+          record(label, RunCase(row, busy != 0, channels, int16 != 0));
         }
   }
   ondrel_uninit();
