@@ -290,6 +290,24 @@ void AudioEffect::SetParamLabels(const char* name, ...) {
   params[static_cast<size_t>(GetParamIndex(name))].labels = std::move(labels);
 }
 
+Param::operator ParamDesc() const {
+  ParamDesc d{};
+  std::snprintf(d.name, sizeof d.name, "%s", name_ != nullptr ? name_ : "");
+  d.binary = binary_;
+  d.minValue = min_;
+  d.maxValue = max_;
+  d.center = centerSet_ ? center_ : max_;
+  d.shape = centerSet_ ? shape_ : 1.0f;
+  d.defaultValue = default_;
+  d.formatter = formatter_;
+  d.hintA = hintA_;
+  d.hintB = hintB_;
+  d.toLinear = toLinear_;
+  d.fromLinear = fromLinear_;
+  d.needsRebuild = rebuild_;
+  return d;
+}
+
 void AudioEffect::SetParamTable(const ParamDesc* table) {
   for (const ParamDesc* src = table; src->name[0] != 0; ++src) {
     ParamDesc p = *src;

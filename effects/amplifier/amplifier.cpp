@@ -8,9 +8,13 @@ namespace AMPLIFIER {
 namespace {
 
 const ParamDesc kParams[] = {
-    {"Gain", false, -96.0f, 18.0f, 0.0f, kGainShape, 0.0f, &FormatDecibels, 0, 0, &dB2scale,
-     &scale2dB, false},
-    {""},
+    Param("Gain")
+        .Range(-96.0f, 18.0f)
+        .Center(0.0f, kGainShape)
+        .Default(0.0f)
+        .Format(&FormatDecibels)
+        .DecibelMapping(),
+    EndOfTable(),
 };
 
 // The dB value is divided by 20 in float, the power is taken in double.

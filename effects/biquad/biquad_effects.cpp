@@ -7,62 +7,59 @@ namespace BIQUADFILTER {
 namespace {
 
 const ParamDesc kLowPassParams[] = {
-    {"Frequency", false, 20.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
-    {"Q", false, 0.001f, 40.0f, 40.0f, 1.0f, 1.0f, &FormatThreeDigits, 0, 0, nullptr, nullptr,
-     false},
-    {""},
+    Param("Frequency").Range(20.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    Param("Q").Range(0.001f, 40.0f).Default(1.0f).Format(&FormatThreeDigits),
+    EndOfTable(),
 };
 
 const ParamDesc kHighPassParams[] = {
-    {"Frequency", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
-    {"Q", false, 0.1f, 40.0f, 40.0f, 1.0f, 1.0f, &FormatThreeDigits, 0, 0, nullptr, nullptr, false},
-    {""},
+    Param("Frequency").Range(10.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    Param("Q").Range(0.1f, 40.0f).Default(1.0f).Format(&FormatThreeDigits),
+    EndOfTable(),
 };
 
 const ParamDesc kBandPassParams[] = {
-    {"LowEdge", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr, nullptr,
-     false},
-    {"HighEdge", false, 11.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
-    {""},
+    Param("LowEdge").Range(10.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    Param("HighEdge").Range(11.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    EndOfTable(),
 };
 
 const ParamDesc kNotchParams[] = {
-    {"LowEdge", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr, nullptr,
-     false},
-    {"HighEdge", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
-    {""},
+    Param("LowEdge").Range(10.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    Param("HighEdge").Range(10.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    EndOfTable(),
 };
 
 const ParamDesc kShelfParams[] = {
-    {"Frequency", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
-    {"Q", false, 0.001f, 40.0f, 40.0f, 1.0f, 1.0f, &FormatThreeDigits, 0, 0, nullptr, nullptr,
-     false},
-    {"Gain", false, -24.0f, 24.0f, 0.0f, kGainShape, 0.0f, &FormatDecibels, 0, 0, nullptr, nullptr,
-     false},
-    {""},
+    Param("Frequency").Range(10.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    Param("Q").Range(0.001f, 40.0f).Default(1.0f).Format(&FormatThreeDigits),
+    Param("Gain")
+        .Range(-24.0f, 24.0f)
+        .Center(0.0f, kGainShape)
+        .Default(0.0f)
+        .Format(&FormatDecibels),
+    EndOfTable(),
 };
 
 const ParamDesc kBellParams[] = {
-    {"LowEdge", false, 10.0f, 22050.0f, 500.0f, 0.8f, 20.0f, &FormatHertz, 0, 0, nullptr, nullptr,
-     false},
-    {"HighEdge", false, 10.0f, 22050.0f, 500.0f, 0.8f, 20.0f, &FormatHertz, 0, 0, nullptr, nullptr,
-     false},
-    {"Gain", false, -24.0f, 24.0f, 0.0f, 0.5f, 0.0f, &FormatDecibels, 0, 0, nullptr, nullptr,
-     false},
-    {""},
+    Param("LowEdge")
+        .Range(10.0f, 22050.0f)
+        .Center(500.0f, 0.8f)
+        .Default(20.0f)
+        .Format(&FormatHertz),
+    Param("HighEdge")
+        .Range(10.0f, 22050.0f)
+        .Center(500.0f, 0.8f)
+        .Default(20.0f)
+        .Format(&FormatHertz),
+    Param("Gain").Range(-24.0f, 24.0f).Center(0.0f, 0.5f).Default(0.0f).Format(&FormatDecibels),
+    EndOfTable(),
 };
 
 const ParamDesc kAllPassParams[] = {
-    {"Frequency", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
-    {"Q", false, 0.001f, 40.0f, 40.0f, 1.0f, 1.0f, &FormatThreeDigits, 0, 0, nullptr, nullptr,
-     false},
-    {""},
+    Param("Frequency").Range(10.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    Param("Q").Range(0.001f, 40.0f).Default(1.0f).Format(&FormatThreeDigits),
+    EndOfTable(),
 };
 
 // Exchanges reversed edges through their sum, in float. The result may
