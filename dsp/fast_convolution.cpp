@@ -4,13 +4,9 @@
 #include <cstring>
 #include <new>
 
-namespace ONDREL2 {
+#include "ondrel.h"
 
-namespace {
-constexpr int kStatusOk = 0;
-constexpr int kStatusInvalid = 2000;
-constexpr int kStatusOutOfMemory = 2001;
-}  // namespace
+namespace ONDREL2 {
 
 // ---------------------------------------------------------------------------
 // OndrelFastConvolution
@@ -23,7 +19,7 @@ void OndrelFastConvolution::Reset() {
 
 int OndrelFastConvolution::Init(int newBlockSize, int newPadSize) {
   if (newBlockSize < 1 || newPadSize < 0 || newPadSize > (1 << 30) - newBlockSize)
-    return kStatusInvalid;
+    return ONDREL_E_INVALID;
 
   // Partition spectra are cut and sized for the old sizes; they can't be
   // carried over to new ones.
@@ -44,15 +40,15 @@ int OndrelFastConvolution::Init(int newBlockSize, int newPadSize) {
     work.assign(static_cast<size_t>(fftSize), 0.0f);
   } catch (const std::bad_alloc&) {
     fft.reset();
-    return kStatusOutOfMemory;
+    return ONDREL_E_NOMEM;
   }
   const int status = fft->Init(fftSize);
-  if (status != kStatusOk) fft.reset();
+  if (status != ONDREL_OK) fft.reset();
   return status;
 }
 
 int OndrelFastConvolution::SetImpulseResponse(const float* samples, int length) {
-  if (!fft || samples == nullptr || length < 1) return kStatusInvalid;
+  if (!fft || samples == nullptr || length < 1) return ONDREL_E_INVALID;
 
   irLength = length;
   // P partitions of blockSize samples, the last one possibly short.
@@ -70,7 +66,7 @@ int OndrelFastConvolution::SetImpulseResponse(const float* samples, int length) 
     } catch (const std::bad_alloc&) {
       std::vector<float>().swap(partitions);
       std::vector<float>().swap(accumulators);
-      return kStatusOutOfMemory;
+      return ONDREL_E_NOMEM;
     }
     partitionCount = count;
   }
@@ -84,15 +80,15 @@ int OndrelFastConvolution::SetImpulseResponse(const float* samples, int length) 
     std::memcpy(partition, samples + offset, sizeof(float) * static_cast<size_t>(taken));
     std::fill(partition + taken, partition + fftSize, 0.0f);
     const int status = fft->ForwardPacked(partition);
-    if (status != kStatusOk) return status;
+    if (status != ONDREL_OK) return status;
   }
-  return kStatusOk;
+  return ONDREL_OK;
 }
 
 int OndrelFastConvolution::Process(float* buffer, int* frames) {
   if (partitionCount == 0 || !fft) {
     *frames = 0;
-    return kStatusInvalid;
+    return ONDREL_E_INVALID;
   }
 
   const size_t spectrum = static_cast<size_t>(fftSize);
@@ -148,7 +144,7 @@ int OndrelFastConvolution::Process(float* buffer, int* frames) {
   } else {
     *frames = blockSize;
   }
-  return kStatusOk;
+  return ONDREL_OK;
 }
 
 int OndrelFastConvolution::GetLatency() { return blockSize / 2; }
@@ -166,12 +162,12 @@ void OndrelStereoConvolution::Reset() {
 }
 
 int OndrelStereoConvolution::InitPath(int blockSize, int padSize, int path) {
-  if (path < 0 || path >= kPaths) return kStatusInvalid;
+  if (path < 0 || path >= kPaths) return ONDREL_E_INVALID;
   if (!paths[path]) {
     try {
       paths[path] = std::make_unique<OndrelFastConvolution>();
     } catch (const std::bad_alloc&) {
-      return kStatusOutOfMemory;
+      return ONDREL_E_NOMEM;
     }
   }
   pathBlockSize[path] = blockSize;
@@ -181,28 +177,28 @@ int OndrelStereoConvolution::InitPath(int blockSize, int padSize, int path) {
 int OndrelStereoConvolution::InitAll(int blockSize, int padSize) {
   for (int path = 0; path < kPaths; ++path) {
     const int status = InitPath(blockSize, padSize, path);
-    if (status != kStatusOk) return status;
+    if (status != ONDREL_OK) return status;
   }
-  return kStatusOk;
+  return ONDREL_OK;
 }
 
 int OndrelStereoConvolution::SetImpulseResponse(const float* samples, int length, int path) {
-  if (path < 0 || path >= kPaths) return kStatusInvalid;
-  if (!paths[path]) return kStatusOk;
+  if (path < 0 || path >= kPaths) return ONDREL_E_INVALID;
+  if (!paths[path]) return ONDREL_OK;
   return paths[path]->SetImpulseResponse(samples, length);
 }
 
 int OndrelStereoConvolution::Process(float* samples, int* count) {
   const int k = channels;
-  if (k < 2) return kStatusOk;
-  if (*count < 0) return kStatusInvalid;
+  if (k < 2) return ONDREL_OK;
+  if (*count < 0) return ONDREL_E_INVALID;
 
   const int frames = *count / k;
   // No whole frame: running the paths would feed them a block of silence
   // and shift every later output.
   if (frames == 0) {
     *count = 0;
-    return kStatusOk;
+    return ONDREL_OK;
   }
   const size_t step = static_cast<size_t>(k);
 
@@ -220,7 +216,7 @@ int OndrelStereoConvolution::Process(float* samples, int* count) {
       partnerScratch.resize(stride);
     }
   } catch (const std::bad_alloc&) {
-    return kStatusOutOfMemory;
+    return ONDREL_E_NOMEM;
   }
 
   for (size_t c = 0; c < step; ++c) {
@@ -230,7 +226,7 @@ int OndrelStereoConvolution::Process(float* samples, int* count) {
   }
 
   int outFrames = frames;
-  int status = kStatusOk;
+  int status = ONDREL_OK;
   for (int c = 0; c < k; ++c) {
     const int partner = c ^ 1;
     OndrelFastConvolution* own = paths[((2 * c) | c) & 3].get();
@@ -242,14 +238,14 @@ int OndrelStereoConvolution::Process(float* samples, int* count) {
     if (own != nullptr) {
       std::copy_n(planar.data() + stride * static_cast<size_t>(c), stride, ownScratch.data());
       const int result = own->Process(ownScratch.data(), &ownFrames);
-      status = status != kStatusOk ? status : result;
+      status = status != ONDREL_OK ? status : result;
       outFrames = ownFrames;
     }
     if (cross != nullptr) {
       std::copy_n(planar.data() + stride * static_cast<size_t>(partner), stride,
                   partnerScratch.data());
       const int result = cross->Process(partnerScratch.data(), &crossFrames);
-      status = status != kStatusOk ? status : result;
+      status = status != ONDREL_OK ? status : result;
       outFrames = crossFrames;
     }
 

@@ -3,12 +3,9 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace ONDREL2 {
+#include "ondrel.h"
 
-namespace {
-constexpr int kStatusOk = 0;
-constexpr int kStatusOutOfMemory = 2001;
-}  // namespace
+namespace ONDREL2 {
 
 OndrelKissFFT::~OndrelKissFFT() {
   kiss_fftr_free(forwardCfg);
@@ -22,7 +19,7 @@ OndrelKissFFT::~OndrelKissFFT() {
 int OndrelKissFFT::Init(int n) {
   // Kiss FFT gives no configuration for an odd size; a non-positive size
   // is refused the same way before it reaches the allocator.
-  if (n <= 0 || (n & 1) != 0) return kStatusOutOfMemory;
+  if (n <= 0 || (n & 1) != 0) return ONDREL_E_NOMEM;
   // A repeated Init replaces what an earlier one made.
   kiss_fftr_free(forwardCfg);
   kiss_fftr_free(inverseCfg);
@@ -32,18 +29,17 @@ int OndrelKissFFT::Init(int n) {
   inverseCfg = kiss_fftr_alloc(n, 1, nullptr, nullptr);
   scratch = static_cast<kiss_fft_cpx*>(
       std::malloc(sizeof(kiss_fft_cpx) * (static_cast<size_t>(n) / 2 + 1)));
-  if (forwardCfg == nullptr || inverseCfg == nullptr || scratch == nullptr)
-    return kStatusOutOfMemory;
+  if (forwardCfg == nullptr || inverseCfg == nullptr || scratch == nullptr) return ONDREL_E_NOMEM;
   // A defined bin N/2 for an Inverse that comes before any Forward.
   std::memset(scratch, 0, sizeof(kiss_fft_cpx) * (static_cast<size_t>(n) / 2 + 1));
   size = n;
-  return kStatusOk;
+  return ONDREL_OK;
 }
 
 int OndrelKissFFT::Forward(const float* input, float* output) {
   kiss_fftr(forwardCfg, input, scratch);
   std::memcpy(output, scratch, sizeof(float) * static_cast<size_t>(size));
-  return kStatusOk;
+  return ONDREL_OK;
 }
 
 int OndrelKissFFT::ForwardPacked(float* data) {
@@ -55,14 +51,14 @@ int OndrelKissFFT::ForwardPacked(float* data) {
     data[2 * k] = scratch[k].r;
     data[2 * k + 1] = scratch[k].i;
   }
-  return kStatusOk;
+  return ONDREL_OK;
 }
 
 int OndrelKissFFT::Inverse(const float* input, float* output) {
   // Bin N/2 is left as the previous operation left it.
   std::memcpy(scratch, input, sizeof(float) * static_cast<size_t>(size));
   kiss_fftri(inverseCfg, scratch, output);
-  return kStatusOk;
+  return ONDREL_OK;
 }
 
 int OndrelKissFFT::InversePacked(float* data) {
@@ -76,7 +72,7 @@ int OndrelKissFFT::InversePacked(float* data) {
     scratch[k].i = data[2 * k + 1];
   }
   kiss_fftri(inverseCfg, scratch, data);
-  return kStatusOk;
+  return ONDREL_OK;
 }
 
 }  // namespace ONDREL2

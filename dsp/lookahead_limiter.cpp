@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "ondrel.h"
+
 namespace ONDREL2 {
 namespace {
 
@@ -61,7 +63,7 @@ int32_t LookaheadLimiter::SetFormat(int32_t rate, int32_t chns) {
   channels = chns;
   if (chns < 1 || chns > kMaxChannels) {
     bufferSize = 0;
-    return 2000;
+    return ONDREL_E_INVALID;
   }
 
   // 100 ms of audio plus one frame: the longest look-ahead of the parameter
@@ -71,7 +73,7 @@ int32_t LookaheadLimiter::SetFormat(int32_t rate, int32_t chns) {
       static_cast<double>(rate) * static_cast<double>(chns) * 100.0 / 1000.0 + chns;
   if (!(neededD >= chns && neededD < 2147483647.0)) {
     bufferSize = 0;
-    return 2000;
+    return ONDREL_E_INVALID;
   }
   const int32_t needed = static_cast<int32_t>(neededD);
   if (needed > bufferCapacity) {
@@ -83,7 +85,7 @@ int32_t LookaheadLimiter::SetFormat(int32_t rate, int32_t chns) {
     if (buffer == nullptr || nextDelta == nullptr || nextPos == nullptr) {
       FreeArrays();
       bufferSize = 0;
-      return 2001;
+      return ONDREL_E_NOMEM;
     }
     std::memset(buffer, 0, sizeof(float) * static_cast<size_t>(needed));
     std::memset(nextDelta, 0, sizeof(float) * static_cast<size_t>(needed));
@@ -98,11 +100,11 @@ int32_t LookaheadLimiter::SetFormat(int32_t rate, int32_t chns) {
   const float rawF = frameTime * static_cast<float>(chns);
   if (!(rawF >= static_cast<float>(chns) && rawF < static_cast<float>(bufferCapacity))) {
     bufferSize = 0;
-    return 2000;
+    return ONDREL_E_INVALID;
   }
   const int32_t raw = static_cast<int32_t>(rawF);
   bufferSize = raw - raw % chns;
-  return 0;
+  return ONDREL_OK;
 }
 
 void LookaheadLimiter::ProcessPlanar(float* const* channelBuffers, int32_t frames,

@@ -31,22 +31,22 @@ template <typename Sample>
 int ProcessInput(void* instance, Sample* samples, int count, int* available,
                  int (SampleFifo::*put)(const Sample*, int)) {
   ProcessingInstance* inst = Inst(instance);
-  if (inst == nullptr) return 2000;
+  if (inst == nullptr) return ONDREL_E_INVALID;
   ServeModulatorChange(inst);
   if (inst->effects.empty()) {
     // The host's own buffer is the output.
     if (available != nullptr) *available = count;
-    return 0;
+    return ONDREL_OK;
   }
-  if (count < 0 || (samples == nullptr && count > 0)) return 2000;
+  if (count < 0 || (samples == nullptr && count > 0)) return ONDREL_E_INVALID;
   if (count == 0) {
     if (available != nullptr) *available = inst->output.channels * inst->output.Count();
-    return 0;
+    return ONDREL_OK;
   }
   int dummy = 0;
   if (available == nullptr) available = &dummy;
   if (int rc = (inst->input.*put)(samples, count)) return rc;
-  if (inst->PumpInput(available) == 0) return 0;
+  if (inst->PumpInput(available) == 0) return ONDREL_OK;
   // The one recovery: drop what was queued and give this buffer a second
   // chance.
   inst->input.Clear();
@@ -72,9 +72,9 @@ void ondrel_destroy_inst(void* instance) { delete Inst(instance); }
 int ondrel_setup_input(void* instance, int channels, uint64_t layout) {
   Log(kLogInfo, "[ON2L]:setup_input: %p, %d", instance, channels);
   ProcessingInstance* inst = Inst(instance);
-  if (inst == nullptr) return 2000;
+  if (inst == nullptr) return ONDREL_E_INVALID;
   // No channels is no stream: refused, the format stays as it was.
-  if (channels < 1) return 2000;
+  if (channels < 1) return ONDREL_E_INVALID;
   inst->inChannels = channels;
   inst->inLayout = layout;
   return inst->ConfigureChain();
@@ -83,40 +83,40 @@ int ondrel_setup_input(void* instance, int channels, uint64_t layout) {
 int ondrel_set_samplerate(void* instance, float rate) {
   Log(kLogInfo, "[ON2L]:set_samplerate: %p, %g", instance, static_cast<double>(rate));
   ProcessingInstance* inst = Inst(instance);
-  if (inst == nullptr) return 2000;
+  if (inst == nullptr) return ONDREL_E_INVALID;
   // A rate that is not a positive number is refused, the format stays.
-  if (!(rate > 0.0f) || !std::isfinite(rate)) return 2000;
+  if (!(rate > 0.0f) || !std::isfinite(rate)) return ONDREL_E_INVALID;
   // The same rate again changes nothing, so the chain is left as it is.
-  if (rate == inst->inRate) return 0;
+  if (rate == inst->inRate) return ONDREL_OK;
   inst->inRate = rate;
   return inst->ConfigureChain();
 }
 
 int ondrel_get_samplerate(void* instance, float* rate) {
   ProcessingInstance* inst = Inst(instance);
-  if (inst == nullptr) return 2000;
+  if (inst == nullptr) return ONDREL_E_INVALID;
   if (rate != nullptr) *rate = inst->outRate;
-  return 0;
+  return ONDREL_OK;
 }
 
 int ondrel_get_in_chns(void* instance, int* channels, uint64_t* layout) {
   ProcessingInstance* inst = Inst(instance);
-  if (inst == nullptr) return 2000;
+  if (inst == nullptr) return ONDREL_E_INVALID;
   if (channels != nullptr) *channels = inst->inChannels;
   if (layout != nullptr) *layout = inst->inLayout;
   Log(kLogInfo, "[ON2L]:get_in_chns: %p, %d, %llx", instance, inst->inChannels,
       static_cast<unsigned long long>(inst->inLayout));
-  return 0;
+  return ONDREL_OK;
 }
 
 int ondrel_get_out_chns(void* instance, int* channels, uint64_t* layout) {
   ProcessingInstance* inst = Inst(instance);
-  if (inst == nullptr) return 2000;
+  if (inst == nullptr) return ONDREL_E_INVALID;
   if (channels != nullptr) *channels = inst->outChannels;
   if (layout != nullptr) *layout = inst->outLayout;
   Log(kLogInfo, "[ON2L]:get_out_chns: %p, %d, %llx", instance, inst->outChannels,
       static_cast<unsigned long long>(inst->outLayout));
-  return 0;
+  return ONDREL_OK;
 }
 
 int ondrel_set_params(void* instance, AEffect** effects, int count) {
@@ -124,19 +124,19 @@ int ondrel_set_params(void* instance, AEffect** effects, int count) {
   if (inst == nullptr) {
     // The handles are the library's in every outcome.
     DestroyHandedInEffects(effects, count, {});
-    return 2000;
+    return ONDREL_E_INVALID;
   }
   return inst->SetParams(effects, count);
 }
 
 int ondrel_get_params(void* instance, AEffect** out, int capacity, int* count) {
   ProcessingInstance* inst = Inst(instance);
-  if (inst == nullptr) return 2000;
+  if (inst == nullptr) return ONDREL_E_INVALID;
   const int length = static_cast<int>(inst->effects.size());
   if (count != nullptr) *count = length;
-  if (out == nullptr || capacity < length) return 2001;
+  if (out == nullptr || capacity < length) return ONDREL_E_NOMEM;
   for (int i = 0; i < length; ++i) out[i] = inst->effects[static_cast<size_t>(i)]->GetAEffect();
-  return 0;
+  return ONDREL_OK;
 }
 
 int ondrel_process_input(void* instance, int16_t* samples, int count, int* available) {
@@ -149,10 +149,10 @@ int ondrel_processf_input(void* instance, float* samples, int count, int* availa
 
 int ondrel_process_output(void* instance, int16_t* samples, int count, int* written) {
   ProcessingInstance* inst = Inst(instance);
-  if (inst == nullptr) return 2000;
+  if (inst == nullptr) return ONDREL_E_INVALID;
   if (inst->effects.empty()) {
     if (written != nullptr) *written = count;
-    return 0;
+    return ONDREL_OK;
   }
   if (samples == nullptr || count < 0) count = 0;
   int got = 0;
@@ -163,9 +163,9 @@ int ondrel_process_output(void* instance, int16_t* samples, int count, int* writ
 
 int ondrel_processf_output(void* instance, float* samples, int count, int* written) {
   ProcessingInstance* inst = Inst(instance);
-  if (inst == nullptr) return 2000;
+  if (inst == nullptr) return ONDREL_E_INVALID;
   // With an empty chain *written stays as the host set it.
-  if (inst->effects.empty()) return 0;
+  if (inst->effects.empty()) return ONDREL_OK;
   if (samples == nullptr || count < 0) count = 0;
   int got = 0;
   const int rc = inst->output.GetInterleavedFloat(samples, count, &got);
@@ -180,12 +180,12 @@ void ondrel_flush_out(void* instance) {
 
 int ondrel_flush_to_buf(void* instance, int* available) {
   ProcessingInstance* inst = Inst(instance);
-  if (inst == nullptr) return 0;
+  if (inst == nullptr) return ONDREL_OK;
   return inst->DrainChain(available);
 }
 
 int ondrel_set_modulator(void* instance, const char* key, double value) {
-  if (key == nullptr) return 0;
+  if (key == nullptr) return ONDREL_OK;
   Log(kLogInfo, "[ON2L]:set_modulator: %s, %g", key, value);
   if (std::strcmp(key, "GEAR_PRICE") == 0) {
     // The host's price is squeezed into 400000..500000.
@@ -197,7 +197,7 @@ int ondrel_set_modulator(void* instance, const char* key, double value) {
     const int index = (t >= 0.0 && t <= 62.0) ? static_cast<int>(t) : 0;
     ondrel_set_modulator(instance, "GENRE", GenreOfZkv(index));
   }
-  if (get_modulator_user(key) == value) return 0;
+  if (get_modulator_user(key) == value) return ONDREL_OK;
   set_modulator_user(key, value);
   if (instance != nullptr) {
     ModulatorChangedFlag() = false;
@@ -205,7 +205,7 @@ int ondrel_set_modulator(void* instance, const char* key, double value) {
   } else {
     ModulatorChangedFlag() = true;
   }
-  return 0;
+  return ONDREL_OK;
 }
 
 }  // namespace ONDREL2

@@ -72,7 +72,7 @@ const char* LocaleLanguage() { return State().language; }
 const char* LocaleCountry() { return State().country; }
 
 int ondrel_init(const ONDREL_STREAM_READER* reader) {
-  if (!EnsureRegistry()) return 2001;
+  if (!EnsureRegistry()) return ONDREL_E_NOMEM;
   LibraryState& s = State();
   s.reader = reader != nullptr ? reader : &kDefaultReader;
   ondrel_set_locale("zh", "CN");
@@ -81,7 +81,7 @@ int ondrel_init(const ONDREL_STREAM_READER* reader) {
   ondrel_set_modulator(nullptr, "PLATFORM", 50.0);
   ondrel_set_modulator(nullptr, "RAM", 50.0);
   ondrel_set_modulator(nullptr, "CPU", 50.0);
-  return 0;
+  return ONDREL_OK;
 }
 
 void ondrel_uninit() {
@@ -96,7 +96,7 @@ int ondrel_set_locale(const char* language, const char* country) {
   LibraryState& s = State();
   if (language != nullptr) SetCode(s.language, language);
   if (country != nullptr) SetCode(s.country, country);
-  return 0;
+  return ONDREL_OK;
 }
 
 void ondrel_get_locale(char* language, char* country) {
@@ -114,7 +114,7 @@ int ondrel_set_resource_root(const char** roots, int count) {
   s.roots = static_cast<char**>(std::calloc(static_cast<size_t>(count + 1), sizeof(char*)));
   if (s.roots == nullptr) {
     s.rootCount = -1;
-    return 2001;
+    return ONDREL_E_NOMEM;
   }
   // The empty last root makes the bare name the final attempt.
   s.roots[count] = CopyText("");
@@ -122,7 +122,7 @@ int ondrel_set_resource_root(const char** roots, int count) {
     s.roots[i] = CopyText(roots[i]);
     Log(kLogInfo, "[ON2L]:set_resource_root[%d]: %s", i, s.roots[i] ? s.roots[i] : "");
   }
-  return 0;
+  return ONDREL_OK;
 }
 
 const char** ondrel_get_res_paths(int* count) {

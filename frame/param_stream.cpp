@@ -134,7 +134,7 @@ bool LoadEffect(const Stream::EffectRecord* record, int32_t version, AEffect** s
 }  // namespace
 
 int ondrel_params2stream(void** out, int* size, AEffect** effects, int count, const char* text) {
-  if (out == nullptr || size == nullptr) return 2000;
+  if (out == nullptr || size == nullptr) return ONDREL_E_INVALID;
   *out = nullptr;
   *size = 0;
   if (effects == nullptr) count = 0;
@@ -167,19 +167,19 @@ int ondrel_params2stream(void** out, int* size, AEffect** effects, int count, co
 
   const size_t bytes = fbb.GetSize();
   void* buffer = std::malloc(bytes);
-  if (buffer == nullptr) return 2001;
+  if (buffer == nullptr) return ONDREL_E_NOMEM;
   std::memcpy(buffer, fbb.GetBufferPointer(), bytes);
   *out = buffer;
   *size = static_cast<int>(bytes);
-  return 0;
+  return ONDREL_OK;
 }
 
 int ondrel_stream2params(AEffect*** out, int* count, const void* data, int size, char* text) {
   if (out != nullptr) *out = nullptr;
   if (count != nullptr) *count = 0;
-  if (out == nullptr || count == nullptr) return 2000;
-  if (data == nullptr || size <= 0) return 2000;
-  if (static_cast<uint64_t>(size) >= FLATBUFFERS_MAX_BUFFER_SIZE) return 2000;
+  if (out == nullptr || count == nullptr) return ONDREL_E_INVALID;
+  if (data == nullptr || size <= 0) return ONDREL_E_INVALID;
+  if (static_cast<uint64_t>(size) >= FLATBUFFERS_MAX_BUFFER_SIZE) return ONDREL_E_INVALID;
 
   // Scalars are read in place: a buffer at an odd address is read from an
   // aligned copy.
@@ -192,10 +192,10 @@ int ondrel_stream2params(AEffect*** out, int* count, const void* data, int size,
   }
 
   flatbuffers::Verifier verifier(bytes, static_cast<size_t>(size), 64, 1000000);
-  if (!Stream::VerifyParamStreamBuffer(verifier)) return 2000;
+  if (!Stream::VerifyParamStreamBuffer(verifier)) return ONDREL_E_INVALID;
   const Stream::ParamStream* stream = Stream::GetParamStream(bytes);
   const auto* records = stream->effects();
-  if (records == nullptr) return 2000;
+  if (records == nullptr) return ONDREL_E_INVALID;
 
   const int n = static_cast<int>(records->size());
   *count = n;
@@ -206,12 +206,12 @@ int ondrel_stream2params(AEffect*** out, int* count, const void* data, int size,
   Log(kLogInfo, "[ON2L]:stream2params: version=%d, num=%d, time=%lld", version, n,
       static_cast<long long>(time));
   // Too new: the host still learns how many effects the stream holds.
-  if (version > kParamStreamMaxVersion) return 1000;
+  if (version > kParamStreamMaxVersion) return ONDREL_E_STREAM;
 
   AEffect** list = new (std::nothrow) AEffect*[static_cast<size_t>(n)]();
   if (list == nullptr) {
     *count = 0;
-    return 2001;
+    return ONDREL_E_NOMEM;
   }
   *out = list;
 
@@ -225,7 +225,7 @@ int ondrel_stream2params(AEffect*** out, int* count, const void* data, int size,
     for (int i = 0; i < n; ++i) {
       if (!LoadEffect(records->Get(static_cast<flatbuffers::uoffset_t>(i)), version, &list[i])) {
         discard();
-        return 1000;
+        return ONDREL_E_STREAM;
       }
     }
   } catch (const std::out_of_range&) {
@@ -236,19 +236,19 @@ int ondrel_stream2params(AEffect*** out, int* count, const void* data, int size,
     discard();
     throw;
   }
-  return 0;
+  return ONDREL_OK;
 }
 
 int ondrel_destroy_paramstream(void* stream) {
   std::free(stream);
-  return 0;
+  return ONDREL_OK;
 }
 
 int ondrel_destroy_params(AEffect** effects, int count, bool destroyEffects) {
-  if (effects == nullptr) return 0;
+  if (effects == nullptr) return ONDREL_OK;
   if (destroyEffects && count != 0) DestroyEffects(effects, count);
   delete[] effects;
-  return 0;
+  return ONDREL_OK;
 }
 
 }  // namespace ONDREL2

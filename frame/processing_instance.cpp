@@ -31,17 +31,17 @@ int ProcessingInstance::AllocBlockBuffers(int channels, int frames) {
   blockVector.clear();
   if (static_cast<long>(channels) * frames < 1) {
     maxBlockSize = frames;
-    return 0;
+    return ONDREL_OK;
   }
   const size_t total = static_cast<size_t>(channels) * static_cast<size_t>(frames);
   float* block = static_cast<float*>(std::calloc(total, sizeof(float)));
   if (block == nullptr) {
     maxBlockSize = 0;
-    return 2001;
+    return ONDREL_E_NOMEM;
   }
   for (int c = 0; c < channels; ++c) blockVector.push_back(block + static_cast<size_t>(c) * frames);
   maxBlockSize = frames;
-  return 0;
+  return ONDREL_OK;
 }
 
 void ProcessingInstance::SetFormatModulators() {
@@ -106,13 +106,13 @@ int ProcessingInstance::ConfigureChain() {
   // no block ever carries more channels than a queue holds, so a count asked
   // beyond that allocates nothing for channels that can't be processed.
   maxChannels = std::min(std::max({maxChannels, input.channels, output.channels}), kMaxChannels);
-  if (AllocBlockBuffers(maxChannels, maxBlock) != 0) return 2001;
+  if (AllocBlockBuffers(maxChannels, maxBlock) != 0) return ONDREL_E_NOMEM;
 
   if (widthChanged) {
     Log(kLogInfo, "[ON2L]:Flushing IO");
     FlushBuffers();
   }
-  return 0;
+  return ONDREL_OK;
 }
 
 void ProcessingInstance::ApplyBypassPass() {
@@ -143,7 +143,7 @@ int ProcessingInstance::KissEffectList() {
     ApplyBypassPass();
   }
   Log(kLogInfo, "[ON2L]:KissEffectList:%d", static_cast<int>(effects.size()));
-  return 0;
+  return ONDREL_OK;
 }
 
 namespace {
@@ -153,16 +153,16 @@ namespace {
 bool ParamDiffers(AEffect* running, AEffect* fresh, int p, bool* scriptDiffers) {
   void* a = nullptr;
   void* b = nullptr;
-  const int32_t sizeA = running->dispatcher(running, 5, p, 0, &a, 0.0f);
-  const int32_t sizeB = fresh->dispatcher(fresh, 5, p, 0, &b, 0.0f);
+  const int32_t sizeA = running->dispatcher(running, ONDREL_OP_GET_PARAM_DATA, p, 0, &a, 0.0f);
+  const int32_t sizeB = fresh->dispatcher(fresh, ONDREL_OP_GET_PARAM_DATA, p, 0, &b, 0.0f);
   if (sizeA != sizeB) return true;
   if (sizeA > 0 &&
       (a == nullptr || b == nullptr || std::memcmp(a, b, static_cast<size_t>(sizeA)) != 0))
     return true;
   const char* scriptA = nullptr;
   const char* scriptB = nullptr;
-  running->dispatcher(running, 23, p, 0, &scriptA, 0.0f);
-  fresh->dispatcher(fresh, 23, p, 0, &scriptB, 0.0f);
+  running->dispatcher(running, ONDREL_OP_GET_PARAM_SCRIPT, p, 0, &scriptA, 0.0f);
+  fresh->dispatcher(fresh, ONDREL_OP_GET_PARAM_SCRIPT, p, 0, &scriptB, 0.0f);
   if (scriptA == scriptB) return false;
   if (scriptA != nullptr && scriptB != nullptr && std::strcmp(scriptA, scriptB) == 0) return false;
   *scriptDiffers = true;
@@ -205,7 +205,7 @@ int ProcessingInstance::SetParams(AEffect** list, int count) {
   for (int i = 0; i < count; ++i) {
     if (Admissible(list, i, effects) != nullptr) continue;
     DestroyHandedInEffects(list, count, effects);
-    return 2000;
+    return ONDREL_E_INVALID;
   }
   bool rebuild = modchg || count == 0 || count != static_cast<int>(effects.size());
   modchg = false;
@@ -218,15 +218,16 @@ int ProcessingInstance::SetParams(AEffect** list, int count) {
     AEffect* running = effects[static_cast<size_t>(i)]->GetAEffect();
     int32_t typeA = 0;
     int32_t typeB = 0;
-    running->dispatcher(running, 15, 0, 0, &typeA, 0.0f);
-    fresh->dispatcher(fresh, 15, 0, 0, &typeB, 0.0f);
+    running->dispatcher(running, ONDREL_OP_GET_EFFECT_TYPE, 0, 0, &typeA, 0.0f);
+    fresh->dispatcher(fresh, ONDREL_OP_GET_EFFECT_TYPE, 0, 0, &typeB, 0.0f);
     if (typeA != typeB) {
       rebuild = true;
       break;
     }
     for (int p = 0; p < running->numParams; ++p) {
       if (!ParamDiffers(running, fresh, p, &scriptChanged)) continue;
-      if (changedParam != -1 || fresh->dispatcher(fresh, 24, p, 0, nullptr, 0.0f) != 0) {
+      if (changedParam != -1 ||
+          fresh->dispatcher(fresh, ONDREL_OP_PARAM_NEEDS_REBUILD, p, 0, nullptr, 0.0f) != 0) {
         rebuild = true;
         break;
       }
@@ -236,16 +237,17 @@ int ProcessingInstance::SetParams(AEffect** list, int count) {
   }
 
   if (!rebuild) {
-    int result = 12000;
+    int result = ONDREL_NOTHING_TO_DO;
     if (changedParam != -1) {
       AudioEffect* target = effects[static_cast<size_t>(changedEffect)];
       AEffect* source = list[changedEffect];
       for (int q = 0; q < source->numParams; ++q) {
         void* data = nullptr;
-        const int32_t size = source->dispatcher(source, 5, q, 0, &data, 0.0f);
+        const int32_t size =
+            source->dispatcher(source, ONDREL_OP_GET_PARAM_DATA, q, 0, &data, 0.0f);
         target->SetParamData(q, data, size);
         const char* text = nullptr;
-        source->dispatcher(source, 23, q, 0, &text, 0.0f);
+        source->dispatcher(source, ONDREL_OP_GET_PARAM_SCRIPT, q, 0, &text, 0.0f);
         if (text != nullptr) {
           // Overwritten at every parameter: what counts is whether the
           // effect's last parameter has a script. Deliberate.
@@ -279,7 +281,7 @@ int ProcessingInstance::PumpInput(int* available) {
     if (int rc = RunChainBlock(blockVector, got)) return rc;
   }
   if (available != nullptr) *available = output.channels * output.Count();
-  return 0;
+  return ONDREL_OK;
 }
 
 int ProcessingInstance::RunChainBlock(const std::vector<float*>& vec, int frames) {
@@ -304,7 +306,7 @@ int ProcessingInstance::RunChainBlock(const std::vector<float*>& vec, int frames
     avail = 0;
     if (int rc = effects.back()->ProcessOutput(vec, maxBlockSize, &avail)) return rc;
   }
-  return 0;
+  return ONDREL_OK;
 }
 
 void ProcessingInstance::FlushBuffers() {
@@ -317,7 +319,7 @@ int ProcessingInstance::DrainChain(int* available) {
   int dummy = 0;
   if (available == nullptr) available = &dummy;
   *available = 0;
-  if (effects.empty()) return 0;
+  if (effects.empty()) return ONDREL_OK;
   int got = 0;
   if (int rc = input.GetPlanar(blockVector, maxBlockSize, &got, 0)) return rc;
   int32_t ignored = 0;
@@ -343,7 +345,7 @@ int ProcessingInstance::DrainChain(int* available) {
     if (int rc = output.PutPlanar(blockVector, n, 0)) return rc;
   } while (n > 0);
   *available = output.channels * output.Count();
-  return 0;
+  return ONDREL_OK;
 }
 
 }  // namespace ONDREL2

@@ -1,5 +1,7 @@
 #include "frame/sample_fifo.h"
 
+#include "ondrel.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -36,16 +38,16 @@ void SampleFifo::FreeBuffers() {
 }
 
 int SampleFifo::SetChannelCount(int n) {
-  if (n > kMaxChannels) return 2000;
-  if (n == channels) return 0;
+  if (n > kMaxChannels) return ONDREL_E_INVALID;
+  if (n == channels) return ONDREL_OK;
   FreeBuffers();
   if (capacity == 0) capacity = 1024;
   for (int c = 0; c < n; ++c) {
     buffers[c] = AllocZeroed(capacity);
-    if (buffers[c] == nullptr) return 2001;
+    if (buffers[c] == nullptr) return ONDREL_E_NOMEM;
   }
   channels = n < 0 ? 0 : n;
-  return 0;
+  return ONDREL_OK;
 }
 
 int SampleFifo::Count() const {
@@ -60,12 +62,12 @@ void SampleFifo::Clear() {
 }
 
 int SampleFifo::EnsureCapacity(int need) {
-  if (need + 1 <= capacity) return 0;
+  if (need + 1 <= capacity) return ONDREL_OK;
   const int newCapacity = ((need + 1) & ~0x3ff) + 1024;
   const int stored = Count();
   for (int c = 0; c < channels; ++c) {
     float* fresh = AllocZeroed(newCapacity);
-    if (fresh == nullptr) return 2001;
+    if (fresh == nullptr) return ONDREL_E_NOMEM;
     float* old = buffers[c];
     if (old != nullptr && stored > 0) {
       if (readPos + stored <= capacity) {
@@ -86,7 +88,7 @@ int SampleFifo::EnsureCapacity(int need) {
   writePos = stored;
   readPos = 0;
   capacity = newCapacity;
-  return 0;
+  return ONDREL_OK;
 }
 
 void SampleFifo::AdvanceWrite(int frames) {
@@ -100,7 +102,7 @@ void SampleFifo::AdvanceRead(int frames) {
 }
 
 int SampleFifo::PutInterleaved16(const int16_t* buffer, int samples) {
-  if (channels <= 0 || samples % channels != 0) return 2000;
+  if (channels <= 0 || samples % channels != 0) return ONDREL_E_INVALID;
   const int frames = samples / channels;
   if (int rc = EnsureCapacity(Count() + frames)) return rc;
   const float scale = 3.0517578e-05f;  // 2^-15
@@ -108,11 +110,11 @@ int SampleFifo::PutInterleaved16(const int16_t* buffer, int samples) {
     for (int c = 0; c < channels; ++c) buffers[c][writePos] = static_cast<float>(*buffer++) * scale;
     if (++writePos == capacity) writePos = 0;
   }
-  return 0;
+  return ONDREL_OK;
 }
 
 int SampleFifo::PutInterleavedFloat(const float* buffer, int samples) {
-  if (channels <= 0 || samples % channels != 0) return 2000;
+  if (channels <= 0 || samples % channels != 0) return ONDREL_E_INVALID;
   const int frames = samples / channels;
   if (int rc = EnsureCapacity(Count() + frames)) return rc;
   for (int f = 0; f < frames; ++f) {
@@ -125,12 +127,12 @@ int SampleFifo::PutInterleavedFloat(const float* buffer, int samples) {
     }
     if (++writePos == capacity) writePos = 0;
   }
-  return 0;
+  return ONDREL_OK;
 }
 
 int SampleFifo::PutPlanar(const ChannelVector& vec, int frames, int first) {
-  if (static_cast<int>(vec.size()) < channels) return 2000;
-  if (frames <= 0) return 0;
+  if (static_cast<int>(vec.size()) < channels) return ONDREL_E_INVALID;
+  if (frames <= 0) return ONDREL_OK;
   if (int rc = EnsureCapacity(Count() + frames)) return rc;
   for (int c = 0; c < channels; ++c) {
     float* dst = buffers[c];
@@ -153,13 +155,13 @@ int SampleFifo::PutPlanar(const ChannelVector& vec, int frames, int first) {
     }
   }
   AdvanceWrite(frames);
-  return 0;
+  return ONDREL_OK;
 }
 
 int SampleFifo::GetInterleaved16(int16_t* buffer, int samples, int* got) {
   if (channels <= 0) {
     if (got) *got = 0;
-    return 0;
+    return ONDREL_OK;
   }
   const int frames = std::min(samples / channels, Count());
   for (int f = 0; f < frames; ++f) {
@@ -167,13 +169,13 @@ int SampleFifo::GetInterleaved16(int16_t* buffer, int samples, int* got) {
     if (++readPos == capacity) readPos = 0;
   }
   if (got) *got = frames * channels;
-  return 0;
+  return ONDREL_OK;
 }
 
 int SampleFifo::GetInterleavedFloat(float* buffer, int samples, int* got) {
   if (channels <= 0) {
     if (got) *got = 0;
-    return 0;
+    return ONDREL_OK;
   }
   const int frames = std::min(samples / channels, Count());
   for (int f = 0; f < frames; ++f) {
@@ -181,14 +183,14 @@ int SampleFifo::GetInterleavedFloat(float* buffer, int samples, int* got) {
     if (++readPos == capacity) readPos = 0;
   }
   if (got) *got = frames * channels;
-  return 0;
+  return ONDREL_OK;
 }
 
 int SampleFifo::GetPlanar(const ChannelVector& vec, int frames, int* got, int first) {
-  if (static_cast<int>(vec.size()) < channels) return 2000;
+  if (static_cast<int>(vec.size()) < channels) return ONDREL_E_INVALID;
   const int out = std::max(0, std::min(frames, Count()));
   if (got) *got = out;
-  if (out == 0) return 0;
+  if (out == 0) return ONDREL_OK;
   for (int c = 0; c < channels; ++c) {
     if (first + c >= static_cast<int>(vec.size())) break;
     float* dst = vec[static_cast<size_t>(first + c)];
@@ -202,14 +204,14 @@ int SampleFifo::GetPlanar(const ChannelVector& vec, int frames, int* got, int fi
     }
   }
   AdvanceRead(out);
-  return 0;
+  return ONDREL_OK;
 }
 
 int SampleFifo::DropNewest(int frames) {
   const int n = std::max(0, std::min(frames, Count()));
   writePos -= n;
   if (writePos < 0) writePos += capacity;
-  return 0;
+  return ONDREL_OK;
 }
 
 }  // namespace ONDREL2

@@ -290,6 +290,24 @@ void AudioEffect::SetParamLabels(const char* name, ...) {
   params[static_cast<size_t>(GetParamIndex(name))].labels = std::move(labels);
 }
 
+Param::operator ParamDesc() const {
+  ParamDesc d{};
+  std::snprintf(d.name, sizeof d.name, "%s", name_ != nullptr ? name_ : "");
+  d.binary = binary_;
+  d.minValue = min_;
+  d.maxValue = max_;
+  d.center = centerSet_ ? center_ : max_;
+  d.shape = centerSet_ ? shape_ : 1.0f;
+  d.defaultValue = default_;
+  d.formatter = formatter_;
+  d.hintA = hintA_;
+  d.hintB = hintB_;
+  d.toLinear = toLinear_;
+  d.fromLinear = fromLinear_;
+  d.needsRebuild = rebuild_;
+  return d;
+}
+
 void AudioEffect::SetParamTable(const ParamDesc* table) {
   for (const ParamDesc* src = table; src->name[0] != 0; ++src) {
     ParamDesc p = *src;
@@ -392,41 +410,43 @@ int32_t EffectDispatcher(AEffect* effect, int32_t opcode, int32_t index, int32_t
   // A host's parameter index outside the table reaches nothing: the opcodes
   // that take one answer 0 and leave `ptr` alone.
   const bool takesIndex =
-      (opcode >= 2 && opcode <= 10) || opcode == 12 || (opcode >= 20 && opcode <= 24);
+      (opcode >= ONDREL_OP_GET_PARAM_LABEL && opcode <= ONDREL_OP_IS_PARAM_BINARY) ||
+      opcode == ONDREL_OP_GET_PARAM_HINTS ||
+      (opcode >= ONDREL_OP_SET_PARAM_NORMALIZED && opcode <= ONDREL_OP_PARAM_NEEDS_REBUILD);
   if (takesIndex && (index < 0 || index >= static_cast<int32_t>(fx->params.size()))) return 0;
   switch (opcode) {
-    case 0: fx->Open(); return 0;
-    case 1:
+    case ONDREL_OP_OPEN: fx->Open(); return 0;
+    case ONDREL_OP_CLOSE:
       fx->Close();
       delete fx;
       return 1;
-    case 2: fx->GetParamLabel(index, static_cast<char*>(ptr)); return 0;
-    case 3: fx->GetParamDisplay(index, static_cast<char*>(ptr)); return 0;
-    case 4: fx->GetParamName(index, static_cast<char*>(ptr)); return 0;
-    case 5: {
+    case ONDREL_OP_GET_PARAM_LABEL: fx->GetParamLabel(index, static_cast<char*>(ptr)); return 0;
+    case ONDREL_OP_GET_PARAM_DISPLAY: fx->GetParamDisplay(index, static_cast<char*>(ptr)); return 0;
+    case ONDREL_OP_GET_PARAM_NAME: fx->GetParamName(index, static_cast<char*>(ptr)); return 0;
+    case ONDREL_OP_GET_PARAM_DATA: {
       int32_t size = 0;
       void* data = fx->GetParamData(index, &size);
       if (ptr != nullptr) *static_cast<void**>(ptr) = data;
       return size;
     }
-    case 6: return fx->SetParamData(index, ptr, value);
-    case 7:
+    case ONDREL_OP_SET_PARAM_DATA: return fx->SetParamData(index, ptr, value);
+    case ONDREL_OP_GET_PARAM:
       if (ptr != nullptr) *static_cast<float*>(ptr) = fx->GetParam(index);
       return 0;
-    case 8:
+    case ONDREL_OP_SET_PARAM:
       // A value that is not a number or infinite keeps the old one.
       if (!std::isfinite(opt)) return ONDREL_E_INVALID;
       fx->SetParam(index, opt);
       return 0;
-    case 9:
+    case ONDREL_OP_GET_PARAM_DEFAULT:
       if (ptr != nullptr) *static_cast<float*>(ptr) = fx->GetParamDefault(index);
       return 0;
-    case 10: return fx->IsParamBinary(index) ? 1 : 0;
-    case 11:
+    case ONDREL_OP_IS_PARAM_BINARY: return fx->IsParamBinary(index) ? 1 : 0;
+    case ONDREL_OP_GET_PARAM_INDEX:
       if (ptr == nullptr) return -1;
       return fx->GetParamIndex(static_cast<const char*>(ptr));
-    case 12: return fx->GetParamHints(index, static_cast<int32_t*>(ptr));
-    case 13: {
+    case ONDREL_OP_GET_PARAM_HINTS: return fx->GetParamHints(index, static_cast<int32_t*>(ptr));
+    case ONDREL_OP_SET_CHANNELS: {
       // A count that is not a number or does not fit 32 bits is refused.
       if (!FitsInt32(opt)) return ONDREL_E_INVALID;
       const uint64_t mask = (static_cast<uint64_t>(static_cast<uint32_t>(index)) << 32) |
@@ -434,34 +454,36 @@ int32_t EffectDispatcher(AEffect* effect, int32_t opcode, int32_t index, int32_t
       fx->SetChannels(static_cast<int32_t>(opt), mask);
       return 0;
     }
-    case 14:
+    case ONDREL_OP_SET_OUT_CHANNELS:
       if (!FitsInt32(opt)) return ONDREL_E_INVALID;
       fx->SetOutChannels(static_cast<int32_t>(opt));
       return 0;
-    case 15:
+    case ONDREL_OP_GET_EFFECT_TYPE:
       if (ptr != nullptr) *static_cast<int32_t*>(ptr) = fx->GetEffectType();
       return 0;
-    case 16: fx->GetEffectName(static_cast<char*>(ptr)); return 0;
-    case 17: fx->SetSampleRate(opt); return 0;
-    case 19:
+    case ONDREL_OP_GET_EFFECT_NAME: fx->GetEffectName(static_cast<char*>(ptr)); return 0;
+    case ONDREL_OP_SET_SAMPLE_RATE: fx->SetSampleRate(opt); return 0;
+    case ONDREL_OP_SUSPEND_RESUME:
       if (value == 0)
         fx->Suspend();
       else
         fx->Resume();
       return 0;
-    case 20:
+    case ONDREL_OP_SET_PARAM_NORMALIZED:
       if (!std::isfinite(opt)) return ONDREL_E_INVALID;
       fx->SetParamNormalized(index, opt);
       return 0;
-    case 21:
+    case ONDREL_OP_GET_PARAM_NORMALIZED:
       if (ptr != nullptr) *static_cast<float*>(ptr) = fx->GetParamNormalized(index);
       return 0;
-    case 22: fx->SetParamScript(index, static_cast<const char*>(ptr)); return 0;
-    case 23:
+    case ONDREL_OP_SET_PARAM_SCRIPT:
+      fx->SetParamScript(index, static_cast<const char*>(ptr));
+      return 0;
+    case ONDREL_OP_GET_PARAM_SCRIPT:
       if (ptr != nullptr) *static_cast<const char**>(ptr) = fx->GetParamScript(index);
       return 0;
-    case 24: return fx->ParamNeedsRebuild(index) ? 1 : 0;
-    case 25: return fx->GetScriptVersion();
+    case ONDREL_OP_PARAM_NEEDS_REBUILD: return fx->ParamNeedsRebuild(index) ? 1 : 0;
+    case ONDREL_OP_GET_SCRIPT_VERSION: return fx->GetScriptVersion();
     default: return 0;
   }
 }

@@ -29,25 +29,112 @@ constexpr float kGainShape = 0.618034f;
 // Maximum of an integer-like parameter read truncated: 2 - 2^-20 and so on.
 constexpr float kSwitchMax = 1.99999905f;
 
+// One parameter: the record of an effect's static table (ended by a record
+// with an empty name) and, copied by SetParamTable, the object's own
+// parameter with its value. Positional initialisation follows the field
+// order; the Param builder below reads better for new tables.
 struct ParamDesc {
-  char name[64];
-  bool binary;
-  float minValue;
-  float maxValue;
-  float center;
-  float shape;
-  float defaultValue;
-  ParamFormatter formatter;
-  int32_t hintA;
+  char name[64];             // unique key within the effect; what streams and UpdateParams use
+  bool binary;               // a byte string (path, blob): no float view, numbers unused
+  float minValue;            // lower bound of the real value
+  float maxValue;            // upper bound; integer-like parameters stop just under an integer
+  float center;              // the real value that sits at normalised `shape`
+  float shape;               // normalised position of `center` (center == max, shape 1: linear)
+  float defaultValue;        // initial value, copied as it stands (need not be in bounds)
+  ParamFormatter formatter;  // display text; null: FormatDefault
+  int32_t hintA;             // opaque user-interface hints, handed out unread
   int32_t hintB;
-  ParamMapping toLinear;
-  ParamMapping fromLinear;
-  bool needsRebuild;
-  TextMap labels;
-  std::string script;
-  void* value;
-  int32_t valueSize;
+  ParamMapping toLinear;    // domain in which center/shape interpolate; null: identity
+  ParamMapping fromLinear;  // inverse of toLinear; null: identity
+  bool needsRebuild;        // a change rebuilds the chain instead of applying in place
+  TextMap labels;           // locale tag -> label
+  std::string script;       // the parameter's script, empty if none
+  void* value;              // the object's value buffer (owned by the object)
+  int32_t valueSize;        // bytes in `value`: 4 for a float parameter
 };
+
+// Maximum of an integer-like parameter whose values run below `n`: n - 2^-20.
+constexpr float IntegerMax(int n) { return static_cast<float>(n) - 9.5367431640625e-7f; }
+static_assert(IntegerMax(2) == kSwitchMax, "the switch maximum is 2 - 2^-20");
+
+// Builds one ParamDesc by name:
+//   Param("Attack Time").Range(0.1f, 80).Default(5).Format(&FormatMilliseconds).Hints(2)
+// Unset fields mean a linear slider (center at the maximum, shape 1), the
+// default formatter, no hints, identity mapping, no rebuild.
+class Param {
+ public:
+  explicit constexpr Param(const char* name) : name_(name) {}
+
+  constexpr Param Range(float min, float max) const {
+    Param p = *this;
+    p.min_ = min;
+    p.max_ = max;
+    return p;
+  }
+  // Gain-like sliders put `center` at normalised `shape` instead of linear.
+  constexpr Param Center(float center, float shape) const {
+    Param p = *this;
+    p.center_ = center;
+    p.shape_ = shape;
+    p.centerSet_ = true;
+    return p;
+  }
+  constexpr Param Default(float value) const {
+    Param p = *this;
+    p.default_ = value;
+    return p;
+  }
+  constexpr Param Format(ParamFormatter formatter) const {
+    Param p = *this;
+    p.formatter_ = formatter;
+    return p;
+  }
+  constexpr Param Hints(int32_t a, int32_t b = 0) const {
+    Param p = *this;
+    p.hintA_ = a;
+    p.hintB_ = b;
+    return p;
+  }
+  constexpr Param Mapping(ParamMapping to, ParamMapping from) const {
+    Param p = *this;
+    p.toLinear_ = to;
+    p.fromLinear_ = from;
+    return p;
+  }
+  // Interpolates in linear gain (dB2scale / scale2dB).
+  constexpr Param DecibelMapping() const { return Mapping(&dB2scale, &scale2dB); }
+  constexpr Param Rebuild() const {
+    Param p = *this;
+    p.rebuild_ = true;
+    return p;
+  }
+  constexpr Param Binary() const {
+    Param p = *this;
+    p.binary_ = true;
+    return p;
+  }
+
+  operator ParamDesc() const;  // NOLINT: tables list builders among records
+
+ private:
+  const char* name_;
+  bool binary_ = false;
+  float min_ = 0.0f;
+  float max_ = 1.0f;
+  float center_ = 0.0f;
+  float shape_ = 1.0f;
+  bool centerSet_ = false;
+  float default_ = 0.0f;
+  ParamFormatter formatter_ = nullptr;
+  int32_t hintA_ = 0;
+  int32_t hintB_ = 0;
+  ParamMapping toLinear_ = nullptr;
+  ParamMapping fromLinear_ = nullptr;
+  bool rebuild_ = false;
+};
+
+// The record that ends a table.
+inline ParamDesc EndOfTable() { return ParamDesc{""}; }
 
 // Formatters of the parameter tables; each reads the value by name.
 int32_t FormatDefault(char* buf, const char* name, AudioEffect* effect);       // "%g" normalised

@@ -50,19 +50,19 @@ int ondrel_create_effect(ONDREL_EFFECT_TYPE type, AEffect** effect) {
   EnsureRegistry();
   AudioEffect* object = CreateEffectObject(type);
   if (effect != nullptr) *effect = object != nullptr ? object->GetAEffect() : nullptr;
-  if (object == nullptr) return 2000;
+  if (object == nullptr) return ONDREL_E_INVALID;
   if (effect == nullptr) {
     // Nowhere to hand the object to: don't leak it.
     delete object;
-    return 2000;
+    return ONDREL_E_INVALID;
   }
-  return 0;
+  return ONDREL_OK;
 }
 
 int ondrel_get_existing_effect(ONDREL_EFFECT_TYPE type, AEffect** effect) {
   if (!EnsureRegistry()) {
     if (effect != nullptr) *effect = nullptr;
-    return 2000;
+    return ONDREL_E_INVALID;
   }
   Registry& registry = *RegistryPtr();
   auto it = registry.find(type);
@@ -74,14 +74,14 @@ int ondrel_get_existing_effect(ONDREL_EFFECT_TYPE type, AEffect** effect) {
     if (object != nullptr) registry[type] = object;
   }
   if (effect != nullptr) *effect = object != nullptr ? object->GetAEffect() : nullptr;
-  return object != nullptr ? 0 : 2000;
+  return object != nullptr ? 0 : ONDREL_E_INVALID;
 }
 
 int ondrel_destroy_effect(AEffect* effect) {
   // A registry object stays: the registry deletes it at ondrel_uninit.
   if (effect != nullptr && effect->object != nullptr && !IsRegistryObject(effect->object))
     delete effect->object;
-  return 0;
+  return ONDREL_OK;
 }
 
 }  // namespace ONDREL2

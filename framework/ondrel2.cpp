@@ -28,7 +28,7 @@ void IOndrel2::ClearBuffers() {
   outFifo.Clear();
 }
 
-int32_t IOndrel2::UpdateParams() { return 0; }
+int32_t IOndrel2::UpdateParams() { return ONDREL_OK; }
 int32_t IOndrel2::GetLatency() { return 0; }
 
 void IOndrel2::FreeScratch() {
@@ -38,7 +38,7 @@ void IOndrel2::FreeScratch() {
 
 void IOndrel2::ResetDsp() {}
 
-int32_t IOndrel2::ProcessBlock(const ChannelVector&, int32_t*) { return 0; }
+int32_t IOndrel2::ProcessBlock(const ChannelVector&, int32_t*) { return ONDREL_OK; }
 
 int32_t IOndrel2::SetupBuffers() {
   if (int32_t rc = inFifo.SetChannelCount(handle.numInputs)) return rc;
@@ -55,7 +55,7 @@ int32_t IOndrel2::SetupBuffers() {
     scratchSize = need;
     std::free(scratch);
     scratch = static_cast<float*>(std::malloc(sizeof(float) * static_cast<size_t>(need)));
-    if (scratch == nullptr) return 2001;
+    if (scratch == nullptr) return ONDREL_E_NOMEM;
   }
   // The channel pointers are laid out again whenever the count, the block
   // size or the allocation changed; a stale pointer would reach into freed
@@ -73,11 +73,11 @@ int32_t IOndrel2::SetupBuffers() {
 int32_t IOndrel2::SetupDryFifo(int32_t a, int32_t b, int32_t c) {
   const int32_t n = std::max({a, b, c}) - std::min({a, b, c});
   if (n != dryFifo.channels) return dryFifo.SetChannelCount(n);
-  return 0;
+  return ONDREL_OK;
 }
 
 int32_t IOndrel2::ProcessInput(const ChannelVector& in, int32_t frames, int32_t* available) {
-  if (scratchSize == 0 || scratch == nullptr) return 2000;
+  if (scratchSize == 0 || scratch == nullptr) return ONDREL_E_INVALID;
   if (int32_t rc = inFifo.PutPlanar(in, frames, 0)) return rc;
   const int32_t inChannels = static_cast<int32_t>(in.size());
   if (inChannels > inFifo.channels) {
@@ -103,7 +103,7 @@ int32_t IOndrel2::ProcessInput(const ChannelVector& in, int32_t frames, int32_t*
       dryFifo.PutPlanar(blockBufs, got, outFifo.channels);
   }
   if (available != nullptr) *available = outFifo.Count();
-  return 0;
+  return ONDREL_OK;
 }
 
 int32_t IOndrel2::ProcessOutput(const ChannelVector& out, int32_t frames, int32_t* got) {
@@ -121,7 +121,7 @@ int32_t IOndrel2::FlushTail(int32_t* frames) {
   if (frames == nullptr) frames = &dummy;
   if (scratchSize == 0 || scratch == nullptr) {
     *frames = 0;
-    return 0;
+    return ONDREL_OK;
   }
   const int32_t target = inFifo.Count() + outFifo.Count() + GetLatency();
   const int32_t block = GetBlockSize();
@@ -138,7 +138,7 @@ int32_t IOndrel2::FlushTail(int32_t* frames) {
   *frames = outFifo.Count();
   inFifo.Clear();
   ResetDsp();
-  return 0;
+  return ONDREL_OK;
 }
 
 }  // namespace ONDREL2

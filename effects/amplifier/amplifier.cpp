@@ -8,9 +8,13 @@ namespace AMPLIFIER {
 namespace {
 
 const ParamDesc kParams[] = {
-    {"Gain", false, -96.0f, 18.0f, 0.0f, kGainShape, 0.0f, &FormatDecibels, 0, 0, &dB2scale,
-     &scale2dB, false},
-    {""},
+    Param("Gain")
+        .Range(-96.0f, 18.0f)
+        .Center(0.0f, kGainShape)
+        .Default(0.0f)
+        .Format(&FormatDecibels)
+        .DecibelMapping(),
+    EndOfTable(),
 };
 
 // The dB value is divided by 20 in float, the power is taken in double.
@@ -38,7 +42,7 @@ AudioEffect* AmplifierEffect::CreateInstance() { return new (std::nothrow) Ampli
 
 int32_t AmplifierEffect::UpdateParams() {
   gain = GainOf(GetScriptedParamByName("Gain"));
-  return 0;
+  return ONDREL_OK;
 }
 
 int32_t AmplifierEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
@@ -46,7 +50,7 @@ int32_t AmplifierEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames
   for (float* channel : bufs) {
     for (int32_t i = 0; i < n; ++i) channel[i] *= gain;
   }
-  return 0;
+  return ONDREL_OK;
 }
 
 }  // namespace AMPLIFIER

@@ -7,62 +7,59 @@ namespace BIQUADFILTER {
 namespace {
 
 const ParamDesc kLowPassParams[] = {
-    {"Frequency", false, 20.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
-    {"Q", false, 0.001f, 40.0f, 40.0f, 1.0f, 1.0f, &FormatThreeDigits, 0, 0, nullptr, nullptr,
-     false},
-    {""},
+    Param("Frequency").Range(20.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    Param("Q").Range(0.001f, 40.0f).Default(1.0f).Format(&FormatThreeDigits),
+    EndOfTable(),
 };
 
 const ParamDesc kHighPassParams[] = {
-    {"Frequency", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
-    {"Q", false, 0.1f, 40.0f, 40.0f, 1.0f, 1.0f, &FormatThreeDigits, 0, 0, nullptr, nullptr, false},
-    {""},
+    Param("Frequency").Range(10.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    Param("Q").Range(0.1f, 40.0f).Default(1.0f).Format(&FormatThreeDigits),
+    EndOfTable(),
 };
 
 const ParamDesc kBandPassParams[] = {
-    {"LowEdge", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr, nullptr,
-     false},
-    {"HighEdge", false, 11.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
-    {""},
+    Param("LowEdge").Range(10.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    Param("HighEdge").Range(11.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    EndOfTable(),
 };
 
 const ParamDesc kNotchParams[] = {
-    {"LowEdge", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr, nullptr,
-     false},
-    {"HighEdge", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
-    {""},
+    Param("LowEdge").Range(10.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    Param("HighEdge").Range(10.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    EndOfTable(),
 };
 
 const ParamDesc kShelfParams[] = {
-    {"Frequency", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
-    {"Q", false, 0.001f, 40.0f, 40.0f, 1.0f, 1.0f, &FormatThreeDigits, 0, 0, nullptr, nullptr,
-     false},
-    {"Gain", false, -24.0f, 24.0f, 0.0f, kGainShape, 0.0f, &FormatDecibels, 0, 0, nullptr, nullptr,
-     false},
-    {""},
+    Param("Frequency").Range(10.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    Param("Q").Range(0.001f, 40.0f).Default(1.0f).Format(&FormatThreeDigits),
+    Param("Gain")
+        .Range(-24.0f, 24.0f)
+        .Center(0.0f, kGainShape)
+        .Default(0.0f)
+        .Format(&FormatDecibels),
+    EndOfTable(),
 };
 
 const ParamDesc kBellParams[] = {
-    {"LowEdge", false, 10.0f, 22050.0f, 500.0f, 0.8f, 20.0f, &FormatHertz, 0, 0, nullptr, nullptr,
-     false},
-    {"HighEdge", false, 10.0f, 22050.0f, 500.0f, 0.8f, 20.0f, &FormatHertz, 0, 0, nullptr, nullptr,
-     false},
-    {"Gain", false, -24.0f, 24.0f, 0.0f, 0.5f, 0.0f, &FormatDecibels, 0, 0, nullptr, nullptr,
-     false},
-    {""},
+    Param("LowEdge")
+        .Range(10.0f, 22050.0f)
+        .Center(500.0f, 0.8f)
+        .Default(20.0f)
+        .Format(&FormatHertz),
+    Param("HighEdge")
+        .Range(10.0f, 22050.0f)
+        .Center(500.0f, 0.8f)
+        .Default(20.0f)
+        .Format(&FormatHertz),
+    Param("Gain").Range(-24.0f, 24.0f).Center(0.0f, 0.5f).Default(0.0f).Format(&FormatDecibels),
+    EndOfTable(),
 };
 
 const ParamDesc kAllPassParams[] = {
-    {"Frequency", false, 10.0f, 22050.0f, 22050.0f, 1.0f, 20.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
-    {"Q", false, 0.001f, 40.0f, 40.0f, 1.0f, 1.0f, &FormatThreeDigits, 0, 0, nullptr, nullptr,
-     false},
-    {""},
+    Param("Frequency").Range(10.0f, 22050.0f).Default(20.0f).Format(&FormatHertz),
+    Param("Q").Range(0.001f, 40.0f).Default(1.0f).Format(&FormatThreeDigits),
+    EndOfTable(),
 };
 
 // Exchanges reversed edges through their sum, in float. The result may
@@ -90,7 +87,7 @@ BiquadEffectBase::BiquadEffectBase(bool isGuarded) : guarded(isGuarded) {}
 BiquadEffectBase::~BiquadEffectBase() = default;
 
 int32_t BiquadEffectBase::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
-  if (guarded && passThrough) return 0;
+  if (guarded && passThrough) return ONDREL_OK;
   // Frame by frame, channel by channel: the channels' recursions overlap in
   // the processor. Filter::Process adds and subtracts term by term in its
   // fixed order.
@@ -98,7 +95,7 @@ int32_t BiquadEffectBase::ProcessBlock(const ChannelVector& bufs, int32_t* frame
   const size_t channels = bufs.size() < filters.size() ? bufs.size() : filters.size();
   for (int32_t i = 0; i < n; ++i)
     for (size_t c = 0; c < channels; ++c) bufs[c][i] = filters[c]->Process(bufs[c][i]);
-  return 0;
+  return ONDREL_OK;
 }
 
 // ---- Low pass ------------------------------------------------------------
@@ -122,7 +119,7 @@ int32_t LPFilterEffect::UpdateParams() {
   passThrough = AtOrAboveNyquist(frequency, rate);
   BuildFilters(
       [&] { return std::make_unique<BiquadFilter::LPFilter>(Normalised(frequency, rate), q); });
-  return 0;
+  return ONDREL_OK;
 }
 
 // ---- High pass -----------------------------------------------------------
@@ -146,7 +143,7 @@ int32_t HPFilterEffect::UpdateParams() {
   passThrough = AtOrAboveNyquist(frequency, rate);
   BuildFilters(
       [&] { return std::make_unique<BiquadFilter::HPFilter>(Normalised(frequency, rate), q); });
-  return 0;
+  return ONDREL_OK;
 }
 
 // ---- Band pass -----------------------------------------------------------
@@ -179,7 +176,7 @@ int32_t BPFilterEffect::UpdateParams() {
     return std::make_unique<BiquadFilter::BPFilter>(Normalised(lowEdge, rate),
                                                     Normalised(highEdge, rate));
   });
-  return 0;
+  return ONDREL_OK;
 }
 
 // ---- Notch ---------------------------------------------------------------
@@ -207,7 +204,7 @@ int32_t NTFilterEffect::UpdateParams() {
     return std::make_unique<BiquadFilter::NTFilter>(Normalised(lowEdge, rate),
                                                     Normalised(highEdge, rate));
   });
-  return 0;
+  return ONDREL_OK;
 }
 
 // ---- Shelves -------------------------------------------------------------
@@ -229,7 +226,7 @@ int32_t BiquadEffectBase::UpdateShelf() {
   const float gain = GetScriptedParamByName("Gain");
   const float rate = GetSampleRate();
   BuildFilters([&] { return std::make_unique<Shelf>(Normalised(frequency, rate), q, gain); });
-  return 0;
+  return ONDREL_OK;
 }
 
 LSFilterEffect::LSFilterEffect() : BiquadEffectBase(false) {
@@ -277,7 +274,7 @@ int32_t PKFilterEffect::UpdateParams() {
     return std::make_unique<BiquadFilter::PKFilter>(Normalised(lowEdge, rate),
                                                     Normalised(highEdge, rate), gain);
   });
-  return 0;
+  return ONDREL_OK;
 }
 
 // ---- All pass ------------------------------------------------------------
@@ -300,7 +297,7 @@ int32_t APFilterEffect::UpdateParams() {
   const float rate = GetSampleRate();
   BuildFilters(
       [&] { return std::make_unique<BiquadFilter::APFilter>(Normalised(frequency, rate), q); });
-  return 0;
+  return ONDREL_OK;
 }
 
 }  // namespace BIQUADFILTER

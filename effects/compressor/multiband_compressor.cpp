@@ -12,30 +12,20 @@ namespace {
 // Several defaults lie outside their bounds (normalised-looking values);
 // they are stored as they stand.
 const ParamDesc kParams[] = {
-    {"Listen", false, 0.0f, 3.0f, 3.0f, 1.0f, 1.0f, nullptr, 0, 0, nullptr, nullptr, false},
-    {"xover1", false, 87.0f, 1020.0f, 1020.0f, 1.0f, 0.103f, &FormatHertz, 0, 0, nullptr, nullptr,
-     false},
-    {"xover2", false, 111.0f, 19606.0f, 19606.0f, 1.0f, 0.878f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
-    {"L drive", false, 0.0f, 30.0f, 30.0f, 1.0f, 0.54f, &FormatDecibels, 0, 0, nullptr, nullptr,
-     false},
-    {"M drive", false, 0.0f, 30.0f, 30.0f, 1.0f, 0.0f, &FormatDecibels, 0, 0, nullptr, nullptr,
-     false},
-    {"H drive", false, 0.0f, 30.0f, 30.0f, 1.0f, 0.6f, &FormatDecibels, 0, 0, nullptr, nullptr,
-     false},
-    {"L trim", false, -20.0f, 20.0f, 20.0f, 1.0f, 0.45f, &FormatDecibels, 0, 0, nullptr, nullptr,
-     false},
-    {"M trim", false, -20.0f, 20.0f, 20.0f, 1.0f, 0.5f, &FormatDecibels, 0, 0, nullptr, nullptr,
-     false},
-    {"H trim", false, -20.0f, 20.0f, 20.0f, 1.0f, 0.5f, &FormatDecibels, 0, 0, nullptr, nullptr,
-     false},
-    {"attack", false, 7.0f, 1755.0f, 1755.0f, 1.0f, 0.22f, &FormatMilliseconds, 0, 0, nullptr,
-     nullptr, false},
-    {"release", false, 1.0f, 1571.0f, 1571.0f, 1.0f, 0.602f, &FormatMilliseconds, 0, 0, nullptr,
-     nullptr, false},
-    {"width", false, 0.0f, 1.0f, 1.0f, 1.0f, 0.55f, &FormatPercent, 0, 0, nullptr, nullptr, false},
-    {"MS swap", false, 0.0f, 1.0f, 1.0f, 1.0f, 0.0f, nullptr, 0, 0, nullptr, nullptr, false},
-    {""},
+    Param("Listen").Range(0.0f, 3.0f).Default(1.0f),
+    Param("xover1").Range(87.0f, 1020.0f).Default(0.103f).Format(&FormatHertz),
+    Param("xover2").Range(111.0f, 19606.0f).Default(0.878f).Format(&FormatHertz),
+    Param("L drive").Range(0.0f, 30.0f).Default(0.54f).Format(&FormatDecibels),
+    Param("M drive").Range(0.0f, 30.0f).Default(0.0f).Format(&FormatDecibels),
+    Param("H drive").Range(0.0f, 30.0f).Default(0.6f).Format(&FormatDecibels),
+    Param("L trim").Range(-20.0f, 20.0f).Default(0.45f).Format(&FormatDecibels),
+    Param("M trim").Range(-20.0f, 20.0f).Default(0.5f).Format(&FormatDecibels),
+    Param("H trim").Range(-20.0f, 20.0f).Default(0.5f).Format(&FormatDecibels),
+    Param("attack").Range(7.0f, 1755.0f).Default(0.22f).Format(&FormatMilliseconds),
+    Param("release").Range(1.0f, 1571.0f).Default(0.602f).Format(&FormatMilliseconds),
+    Param("width").Range(0.0f, 1.0f).Default(0.55f).Format(&FormatPercent),
+    Param("MS swap").Range(0.0f, 1.0f).Default(0.0f),
+    EndOfTable(),
 };
 
 // One-pole envelope follower: rises by `attack` of the distance, falls by
@@ -67,11 +57,11 @@ int32_t MultiBandCompressorEffect::UpdateParams() {
   lowStage1 = split = lowStage2 = 0.0f;
   voicing = kVoicing;
   msSwap = 0;
-  return 0;
+  return ONDREL_OK;
 }
 
 int32_t MultiBandCompressorEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
-  if (bufs.size() != 2) return 0;
+  if (bufs.size() != 2) return ONDREL_OK;
   float* left = bufs[0];
   float* right = bufs[1];
   const Voicing& v = voicing;
@@ -110,7 +100,7 @@ int32_t MultiBandCompressorEffect::ProcessBlock(const ChannelVector& bufs, int32
   if (envMid < kDenormalCut) envMid = 0.0f;
   if (envHigh < kDenormalCut) envHigh = 0.0f;
   if (BelowDenormalCut(lowStage1)) lowStage1 = split = lowStage2 = 0.0f;
-  return 0;
+  return ONDREL_OK;
 }
 
 }  // namespace COMPRESSOR

@@ -11,13 +11,20 @@ namespace DEESSER_EFFECT {
 namespace {
 
 const ParamDesc kParams[] = {
-    {"Thresh", false, -60.0f, 60.0f, 0.0f, kGainShape, -42.0f, &FormatDecibels, 0, 0, &dB2scale,
-     &scale2dB, false},
-    {"Frequency", false, 1000.0f, 22050.0f, 22050.0f, 1.0f, 7060.0f, &FormatHertz, 0, 0, nullptr,
-     nullptr, false},
-    {"Drive", false, -20.0f, 20.0f, 0.0f, kGainShape, 0.0f, &FormatDecibels, 0, 0, &dB2scale,
-     &scale2dB, false},
-    {""},
+    Param("Thresh")
+        .Range(-60.0f, 60.0f)
+        .Center(0.0f, kGainShape)
+        .Default(-42.0f)
+        .Format(&FormatDecibels)
+        .DecibelMapping(),
+    Param("Frequency").Range(1000.0f, 22050.0f).Default(7060.0f).Format(&FormatHertz),
+    Param("Drive")
+        .Range(-20.0f, 20.0f)
+        .Center(0.0f, kGainShape)
+        .Default(0.0f)
+        .Format(&FormatDecibels)
+        .DecibelMapping(),
+    EndOfTable(),
 };
 
 }  // namespace
@@ -51,7 +58,7 @@ int32_t DeEsserEffect::UpdateParams() {
   release = 0.992f;
   coef = static_cast<float>(static_cast<double>(f) * 0.94 * static_cast<double>(f) + 0.05);
   gain = std::pow(10.0f, drive * 2.0f - 1.0f);
-  return 0;
+  return ONDREL_OK;
 }
 
 int32_t DeEsserEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
@@ -82,7 +89,7 @@ int32_t DeEsserEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) 
   }
   if (BelowDenormalCut(low)) low = midState = 0.0f;
   CutDenormal(envelope);
-  return 0;
+  return ONDREL_OK;
 }
 
 }  // namespace DEESSER_EFFECT

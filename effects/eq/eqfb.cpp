@@ -70,15 +70,19 @@ EqfbEffect::EqfbEffect(int32_t bands, const float* list) {
   // copies the records.
   std::vector<ParamDesc> table;
   table.reserve(static_cast<size_t>(bands) + 2);
-  table.push_back({"Q", false, 0.025f, 1.25f, 1.0f, 0.5f, 1.22474492f, &FormatThreeDigits, 2, 0,
-                   nullptr, nullptr, false});
+  table.push_back(Param("Q")
+                      .Range(0.025f, 1.25f)
+                      .Center(1.0f, 0.5f)
+                      .Default(1.22474492f)
+                      .Format(&FormatThreeDigits)
+                      .Hints(2));
   for (int32_t b = 0; b < bands; ++b) {
-    ParamDesc p{"", false, -18.0f,    18.0f,     0.0f, 0.5f, 0.0f, &FormatDecibels,
-                0,  0,     &dB2scale, &scale2dB, false};
+    ParamDesc p =
+        Param("").Range(-18.0f, 18.0f).Center(0.0f, 0.5f).Format(&FormatDecibels).DecibelMapping();
     BandName(p.name, static_cast<double>(frequencies[static_cast<size_t>(b)]));
     table.push_back(p);
   }
-  table.push_back({""});
+  table.push_back(EndOfTable());
   SetParamTable(table.data());
   for (const ParamDesc& p : params) SetParamLabels(p.name, "en", "", nullptr);
 
@@ -118,7 +122,7 @@ int32_t EqfbEffect::UpdateParams() {
     }
   }
   filterChannels = channels;
-  return 0;
+  return ONDREL_OK;
 }
 
 int32_t EqfbEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
@@ -142,7 +146,7 @@ int32_t EqfbEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
       bufs[static_cast<size_t>(c)][i] = y;
     }
   }
-  return 0;
+  return ONDREL_OK;
 }
 
 IirEQ10Effect::IirEQ10Effect() : EqfbEffect(10, kTenBands) { effectType = EFFECT_IIR_EQ10; }

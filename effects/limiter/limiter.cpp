@@ -8,23 +8,23 @@ namespace LIMITER {
 namespace {
 
 const ParamDesc kParams[] = {
-    {"In", false, -96.0f, 0.0f, 0.0f, 1.0f, 0.0f, &FormatDecibels, 0, 0, &dB2scale, &scale2dB,
-     false},
-    {"Out", false, -96.0f, 0.0f, 0.0f, 1.0f, -0.1f, &FormatDecibels, 0, 0, &dB2scale, &scale2dB,
-     false},
-    {"Limit", false, -96.0f, 0.0f, 0.0f, 1.0f, -0.2f, &FormatDecibels, 0, 0, &dB2scale, &scale2dB,
-     false},
-    {"Attack Time", false, 0.1f, 80.0f, 80.0f, 1.0f, 5.0f, &FormatMilliseconds, 2, 0, nullptr,
-     nullptr, false},
-    {"Release Time", false, 1.0f, 8000.0f, 8000.0f, 1.0f, 50.0f, &FormatWholeMilliseconds, 2, 0,
-     nullptr, nullptr, false},
-    {"Auto Release", false, 0.0f, kSwitchMax, kSwitchMax, 1.0f, 0.0f, &FormatOnOff, 3, 3, nullptr,
-     nullptr, false},
-    {"Auto Release Level", false, 0.0f, 1.0f, 1.0f, 1.0f, 0.5f, nullptr, 2, 0, nullptr, nullptr,
-     false},
-    {"Auto Level", false, 0.0f, kSwitchMax, kSwitchMax, 1.0f, kSwitchMax, &FormatOnOff, 4, 3,
-     nullptr, nullptr, false},
-    {""},
+    Param("In").Range(-96.0f, 0.0f).Default(0.0f).Format(&FormatDecibels).DecibelMapping(),
+    Param("Out").Range(-96.0f, 0.0f).Default(-0.1f).Format(&FormatDecibels).DecibelMapping(),
+    Param("Limit").Range(-96.0f, 0.0f).Default(-0.2f).Format(&FormatDecibels).DecibelMapping(),
+    Param("Attack Time").Range(0.1f, 80.0f).Default(5.0f).Format(&FormatMilliseconds).Hints(2),
+    Param("Release Time")
+        .Range(1.0f, 8000.0f)
+        .Default(50.0f)
+        .Format(&FormatWholeMilliseconds)
+        .Hints(2),
+    Param("Auto Release").Range(0.0f, kSwitchMax).Default(0.0f).Format(&FormatOnOff).Hints(3, 3),
+    Param("Auto Release Level").Range(0.0f, 1.0f).Default(0.5f).Hints(2),
+    Param("Auto Level")
+        .Range(0.0f, kSwitchMax)
+        .Default(kSwitchMax)
+        .Format(&FormatOnOff)
+        .Hints(4, 3),
+    EndOfTable(),
 };
 
 // Floor, then truncate to an integer; NaN and out-of-range values count

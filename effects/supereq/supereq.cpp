@@ -14,15 +14,11 @@ constexpr int32_t kFirstGain = 4;
 constexpr int32_t kMaxGainCount = 1024;
 
 const ParamDesc kParams[] = {
-    {"gain_len", false, 1.0f, 1024.0f, 1024.0f, 1.0f, 10.0f, &FormatThreeDigits, 2, 0, nullptr,
-     nullptr, false},
-    {"start_f", false, 1.0f, 22050.0f, 22050.0f, 1.0f, 38.8909988f, &FormatThreeDigits, 2, 0,
-     nullptr, nullptr, false},
-    {"octave", false, 0.1f, 10.0f, 10.0f, 1.0f, 1.0f, &FormatThreeDigits, 2, 0, nullptr, nullptr,
-     false},
-    {"window_bits", false, 1.0f, 15.999999f, 15.999999f, 1.0f, 12.0f, &FormatThreeDigits, 2, 0,
-     nullptr, nullptr, false},
-    {""},
+    Param("gain_len").Range(1.0f, 1024.0f).Default(10.0f).Format(&FormatThreeDigits).Hints(2),
+    Param("start_f").Range(1.0f, 22050.0f).Default(38.8909988f).Format(&FormatThreeDigits).Hints(2),
+    Param("octave").Range(0.1f, 10.0f).Default(1.0f).Format(&FormatThreeDigits).Hints(2),
+    Param("window_bits").Range(1.0f, 15.999999f).Default(12.0f).Format(&FormatThreeDigits).Hints(2),
+    EndOfTable(),
 };
 
 // Truncates toward zero and keeps the result within lo..hi; NaN gives lo.
@@ -49,13 +45,13 @@ SuperEQEffect::SuperEQEffect() {
   const double ratio = std::pow(1378.125, 0.1);
   double f = 16.0;
   for (int32_t b = 0; b < kBands; ++b) {
-    bands[b] = {"", false, -18.0f,    18.0f,     0.0f, 0.5f, 0.0f, &FormatDecibels,
-                0,  0,     &dB2scale, &scale2dB, false};
+    bands[b] =
+        Param("").Range(-18.0f, 18.0f).Center(0.0f, 0.5f).Format(&FormatDecibels).DecibelMapping();
     std::snprintf(bands[b].name, sizeof(bands[b].name), "%d Hz",
                   static_cast<int>(f * 10.0 + 5.0) / 10);
     f *= ratio;
   }
-  bands[kBands] = {""};
+  bands[kBands] = EndOfTable();
   SetParamTable(bands);
   effectType = EFFECT_SUPEREQ;
 }
@@ -84,7 +80,7 @@ int32_t SuperEQEffect::UpdateParams() {
   const int32_t count = TruncateWithin(GetScriptedParamByName("gain_len"), 1, kMaxGainCount);
   if (!engine) {
     engine.reset(new (std::nothrow) SuperEqEngine());
-    if (!engine) return 2001;
+    if (!engine) return ONDREL_E_NOMEM;
   }
   engine->SetFormat(static_cast<int>(GetSampleRate()), GetChannels());
   const float start = GetScriptedParamByName("start_f");
@@ -99,16 +95,16 @@ int32_t SuperEQEffect::UpdateParams() {
       gains[static_cast<size_t>(i)] = GetScriptedParam(kFirstGain + i);
     engine->SetGains(gains.data(), count);
   } catch (const std::bad_alloc&) {
-    return 2001;
+    return ONDREL_E_NOMEM;
   }
 
   engine->SetWindowBits(TruncateWithin(GetScriptedParamByName("window_bits"), 2, 15));
   engine->pending = 1;
-  return 0;
+  return ONDREL_OK;
 }
 
 int32_t SuperEQEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
-  if (!engine) return 0;
+  if (!engine) return ONDREL_OK;
   SuperEqEngine& e = *engine;
   if (e.rebuild != 0 && e.pending != 0) {
     // A block cut for the previous design (window_bits changed within one

@@ -1,5 +1,7 @@
 #include "effects/supereq/supereq_engine.h"
 
+#include "ondrel.h"
+
 #include <algorithm>
 #include <cmath>
 #include <new>
@@ -28,8 +30,8 @@ int GainKey(float db) { return static_cast<int>(static_cast<double>(db * 10.0f) 
 // ---- IdealLowpass ----------------------------------------------------------
 
 int IdealLowpass::Design(float newCutoff, int newLength) {
-  if (!(newCutoff > 0.0f) || !std::isfinite(newCutoff)) return 2000;
-  if (newLength <= 0 || newLength % 2 == 0) return 2000;
+  if (!(newCutoff > 0.0f) || !std::isfinite(newCutoff)) return ONDREL_E_INVALID;
+  if (newLength <= 0 || newLength % 2 == 0) return ONDREL_E_INVALID;
   if (std::fabs(newCutoff - cutoff) > kCutoffTolerance) {
     cutoff = newCutoff;
     dirty = 1;
@@ -39,12 +41,12 @@ int IdealLowpass::Design(float newCutoff, int newLength) {
       taps.assign(static_cast<size_t>(newLength), 0.0f);
     } catch (const std::bad_alloc&) {
       length = 0;
-      return 2001;
+      return ONDREL_E_NOMEM;
     }
     length = newLength;
     dirty = 1;
   }
-  if (dirty == 0) return 0;
+  if (dirty == 0) return ONDREL_OK;
   const int m = (length - 1) / 2;
   for (int i = 0; i < length; ++i) {
     if (i == m) {
@@ -56,7 +58,7 @@ int IdealLowpass::Design(float newCutoff, int newLength) {
         static_cast<float>(std::sin(n * kTwoPi * static_cast<double>(cutoff)) / (n * kPi));
   }
   dirty = 0;
-  return 0;
+  return ONDREL_OK;
 }
 
 // ---- KaiserWindow ----------------------------------------------------------
@@ -101,9 +103,9 @@ int KaiserWindow::Design(int newLength, float attenuation) {
   } catch (const std::bad_alloc&) {
     length = 0;
     factorials.clear();
-    return 2001;
+    return ONDREL_E_NOMEM;
   }
-  if (dirty == 0) return 0;
+  if (dirty == 0) return ONDREL_OK;
   const double b = static_cast<double>(beta);
   const double norm = BesselI0(b);
   const double span = static_cast<double>(length - 1) * static_cast<double>(length - 1);
@@ -117,7 +119,7 @@ int KaiserWindow::Design(int newLength, float attenuation) {
     values[static_cast<size_t>(i)] = static_cast<float>(BesselI0(b * std::sqrt(r)) / norm);
   }
   dirty = 0;
-  return 0;
+  return ONDREL_OK;
 }
 
 // ---- SuperEqEngine ---------------------------------------------------------
@@ -246,18 +248,18 @@ int SuperEqEngine::Rebuild() {
       if (int rc = convolver->SetImpulseResponse(response.data(), filterLength)) return rc;
     }
   } catch (const std::bad_alloc&) {
-    return 2001;
+    return ONDREL_E_NOMEM;
   }
 
   gainsChanged = 0;
   built = {sampleRate, channels, startFrequency, octave, windowBits, filterLength};
-  return 0;
+  return ONDREL_OK;
 }
 
 int SuperEqEngine::Process(const std::vector<float*>& bufs, int32_t* frames) {
   const int32_t offered = *frames;
   // A block cut for another design is left as it is.
-  if (offered != convolverBlock) return 0;
+  if (offered != convolverBlock) return ONDREL_OK;
   const size_t count = std::min(bufs.size(), convolvers.size());
   int32_t valid = offered;
   for (size_t c = 0; c < count; ++c) {
@@ -266,7 +268,7 @@ int SuperEqEngine::Process(const std::vector<float*>& bufs, int32_t* frames) {
     valid = n;
   }
   *frames = valid;
-  return 0;
+  return ONDREL_OK;
 }
 
 int SuperEqEngine::GetLatency() const {

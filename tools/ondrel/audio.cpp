@@ -245,7 +245,8 @@ Chain::~Chain() { ONDREL2::ondrel_destroy_inst(inst_); }
 void Chain::Install(EffectList& effects) {
   int status = ONDREL2::ondrel_set_params(inst_, effects.data(), effects.size());
   effects.Release();  // the instance owns the handles in every outcome
-  if (status != 0 && status != 12000) CheckStatus(status, "ondrel_set_params");
+  if (status != 0 && status != ONDREL2::ONDREL_NOTHING_TO_DO)
+    CheckStatus(status, "ondrel_set_params");
 }
 
 std::string Chain::Describe() const {

@@ -26,17 +26,17 @@ void Failure(const std::string& message) { throw ToolError(kExitFailure, message
 std::string StatusText(int status) {
   const char* meaning = "unknown status";
   switch (status) {
-    case 0: meaning = "success"; break;
-    case 1000:
+    case ONDREL2::ONDREL_OK: meaning = "success"; break;
+    case ONDREL2::ONDREL_E_STREAM:
       meaning =
           "parameter stream not loadable: too new, unknown effect type or too many parameters";
       break;
-    case 2000: meaning = "invalid argument"; break;
-    case 2001: meaning = "out of memory"; break;
-    case 2002: meaning = "invalid play-speed change"; break;
-    case 2003: meaning = "not available"; break;
-    case 11000: meaning = "an effect changed its channel count"; break;
-    case 12000: meaning = "nothing to do"; break;
+    case ONDREL2::ONDREL_E_INVALID: meaning = "invalid argument"; break;
+    case ONDREL2::ONDREL_E_NOMEM: meaning = "out of memory"; break;
+    case ONDREL2::ONDREL_E_SPEED: meaning = "invalid play-speed change"; break;
+    case ONDREL2::ONDREL_E_UNAVAILABLE: meaning = "not available"; break;
+    case ONDREL2::ONDREL_CHANNELS_CHANGED: meaning = "an effect changed its channel count"; break;
+    case ONDREL2::ONDREL_NOTHING_TO_DO: meaning = "nothing to do"; break;
     default: break;
   }
   return Format("%d (%s)", status, meaning);

@@ -4,48 +4,11 @@
 
 #include <cstdio>
 
+#include "frame/layouts.h"
+
 namespace ondrel_tool {
 
 namespace {
-
-struct NamedLayout {
-  const char* name;
-  int channels;
-  uint64_t mask;
-};
-
-// The library's standard layouts. The first row of a channel count is the
-// layout it assumes for a mask of 0.
-const NamedLayout kLayouts[] = {
-    {"mono", 1, 0x4},
-    {"stereo", 2, 0x3},
-    {"2.1", 3, 0xB},
-    {"3.0", 3, 0x7},
-    {"3.0(back)", 3, 0x103},
-    {"4.0", 4, 0x107},
-    {"quad", 4, 0x33},
-    {"quad(side)", 4, 0x603},
-    {"3.1", 4, 0xF},
-    {"5.0", 5, 0x37},
-    {"5.0(side)", 5, 0x607},
-    {"4.1", 5, 0x10F},
-    {"5.1", 6, 0x3F},
-    {"5.1(side)", 6, 0x60F},
-    {"6.0", 6, 0x707},
-    {"6.0(front)", 6, 0x6C3},
-    {"hexagonal", 6, 0x137},
-    {"6.1", 7, 0x70F},
-    {"6.1(back)", 7, 0x13F},
-    {"6.1(front)", 7, 0x6CB},
-    {"7.0", 7, 0x637},
-    {"7.0(front)", 7, 0x6C7},
-    {"7.1", 8, 0x63F},
-    {"7.1(wide)", 8, 0xFF},
-    {"7.1(wide-side)", 8, 0x6CF},
-    {"octagonal", 8, 0x737},
-    {"hexadecagonal", 16, 0x18003F737ULL},
-    {"downmix", 2, 0x60000000},
-};
 
 // libsndfile's name for speaker positions 0 to 17 (front left ... top back
 // right); the positions above have none.
@@ -91,11 +54,7 @@ int PositionOf(int id) {
 
 }  // namespace
 
-uint64_t DefaultMask(int channels) {
-  for (const NamedLayout& layout : kLayouts)
-    if (layout.channels == channels) return layout.mask;
-  return 0;
-}
+uint64_t DefaultMask(int channels) { return ONDREL2::DefaultLayoutMask(channels); }
 
 uint64_t EffectiveMask(int channels, uint64_t mask) {
   return mask != 0 ? mask : DefaultMask(channels);
@@ -106,7 +65,7 @@ bool IsDefaultMask(int channels, uint64_t mask) {
 }
 
 std::string MaskText(uint64_t mask) {
-  for (const NamedLayout& layout : kLayouts)
+  for (const ONDREL2::StandardLayout& layout : ONDREL2::kStandardLayouts)
     if (layout.mask == mask) return layout.name;
   char text[32];
   std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(mask));

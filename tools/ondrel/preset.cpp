@@ -166,10 +166,10 @@ LoadedPreset PresetFromStream(const std::string& bytes, const std::string& sourc
   } catch (const std::out_of_range&) {
     UsageError(source + ": the stream names a parameter that its effect does not have");
   }
-  if (status == 2000)
+  if (status == ONDREL2::ONDREL_E_INVALID)
     UsageError(source +
                ": not a JSON preset (which starts with '{') and not a valid parameter stream "
-               "(the library's verifier rejected it: status 2000)");
+               "(the library's verifier rejected it: invalid argument)");
   if (status != 0 || handles == nullptr) {
     if (handles != nullptr) ONDREL2::ondrel_destroy_params(handles, count, true);
     Failure(source + ": the parameter stream cannot be loaded: status " + StatusText(status) +
