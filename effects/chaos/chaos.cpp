@@ -48,8 +48,14 @@ int32_t FormatMixing(char* buf, const char* name, AudioEffect* effect) {
   return 0;
 }
 
-// The count of one side for a multiplier floored to n.
-int32_t CountOf(int32_t n, int32_t source) { return n >= 0 ? (n + 1) * source : source / (1 - n); }
+// The count of one side for a multiplier floored to n. Multipliers stored
+// far outside the slider are held to 0 .. 65 channels: every count above
+// the queues' 64 fails alike when the buffers are set up.
+int32_t CountOf(int32_t n, int32_t source) {
+  const int64_t count =
+      n >= 0 ? (static_cast<int64_t>(n) + 1) * source : source / (1 - static_cast<int64_t>(n));
+  return static_cast<int32_t>(count < 0 ? 0 : (count > 65 ? 65 : count));
+}
 
 }  // namespace
 
