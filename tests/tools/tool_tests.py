@@ -591,6 +591,26 @@ def case_demo():
     check("frames 441000 ->" in out and "wrote demo-out/input.wav" in out, out)
 
 
+def case_reverb_preset():
+    """The reverb preset on the demo music: the dry path comes through at
+    the preset's gains (-3 dB, then the limiter's -1 dB output, behind its
+    220 frames of look-ahead), and the room adds an audible wet signal
+    without clipping."""
+    run("demo", "--out", "demo-out")
+    run("process", "demo-out/input.wav", "hall.wav", "--preset",
+        os.path.join(ARGS.source, "presets", "reverb.json"))
+    _, _, _, x = read_wav("demo-out/input.wav")
+    rate, channels, kind, y = read_wav("hall.wav")
+    check((rate, channels, len(y)) == (44100, 2, len(x) + 2 * 220), "output %s" % ((rate, channels, len(y)),))
+    check(max(abs(v) for v in y) < 32000, "output clips")
+    g = 10 ** (-4 / 20.0)
+    n = 2 * 200000
+    dry = sum((g * v) ** 2 for v in x[:n])
+    wet = sum((y[i + 440] - g * x[i]) ** 2 for i in range(n))
+    ratio_db = 10 * math.log10(wet / dry)
+    check(-12 < ratio_db < 0, "wet to dry %.1f dB" % ratio_db)
+
+
 CASES = {name[5:]: fn for name, fn in globals().items() if name.startswith("case_")}
 
 

@@ -1,0 +1,100 @@
+// Chaos routes and weights through an instance: the counts each side
+// reports, where channels land with and without wrap and shift, and the
+// averaging weights with their counting onto earlier weights.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "effects/chaos/chaos.h"
+#include "effects/effect_test_util.h"
+
+namespace {
+
+using namespace ondrel_test;
+using ONDREL2::EFFECT_CHAOS;
+
+struct Routed {
+  int outChannels = 0;
+  std::vector<float> frame;  // one output frame from the middle of the stream
+};
+
+// Streams a stereo signal whose channel c is the constant c + 1 through a
+// chaos effect with `settings`, and reports the output width and a frame.
+Routed Route(const Settings& settings) {
+  InitQuiet();
+  ONDREL2::AEffect* fx = NewEffect(EFFECT_CHAOS, settings);
+  void* inst = ONDREL2::ondrel_create_inst();
+  ONDREL2::ondrel_setup_input(inst, 2, 0);
+  EXPECT_EQ(ONDREL2::ondrel_set_params(inst, &fx, 1), 0);
+  Routed r;
+  uint64_t mask = 0;
+  ONDREL2::ondrel_get_out_chns(inst, &r.outChannels, &mask);
+  std::vector<float> in(2 * 2048), out(16 * 2048);
+  for (size_t n = 0; n < in.size(); ++n) in[n] = static_cast<float>(n % 2 + 1);
+  int available = 0, written = 0;
+  EXPECT_EQ(
+      ONDREL2::ondrel_processf_input(inst, in.data(), static_cast<int>(in.size()), &available), 0);
+  ONDREL2::ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &written);
+  if (written >= 2 * r.outChannels)
+    r.frame.assign(out.begin() + r.outChannels, out.begin() + 2 * r.outChannels);
+  ONDREL2::ondrel_destroy_inst(inst);
+  return r;
+}
+
+TEST(Chaos, RoutesByMultiplierWrapAndShift) {
+  // Both multipliers 0: each channel on itself.
+  Routed r = Route({});
+  EXPECT_EQ(r.outChannels, 2);
+  EXPECT_EQ(r.frame, (std::vector<float>{1, 2}));
+  // Twice the outputs: without wrap channels 2 and 3 have no route and
+  // keep what they carried (nothing); with wrap they repeat 0 and 1.
+  r = Route({{"Output Multiplier", 1.0f}});
+  EXPECT_EQ(r.outChannels, 4);
+  EXPECT_EQ(r.frame, (std::vector<float>{1, 2, 0, 0}));
+  r = Route({{"Output Multiplier", 1.0f}, {"Wrap", 1.0f}});
+  EXPECT_EQ(r.frame, (std::vector<float>{1, 2, 1, 2}));
+  // Shift moves every destination by the host's two channels.
+  r = Route({{"Output Multiplier", 1.0f}, {"Shift", 1.0f}});
+  EXPECT_EQ(r.frame, (std::vector<float>{1, 2, 1, 2}));
+  r = Route({{"Output Multiplier", 2.0f}, {"Shift", 1.0f}});
+  EXPECT_EQ(r.outChannels, 6);
+  EXPECT_EQ(r.frame, (std::vector<float>{1, 2, 1, 2, 0, 0}));
+  // Half the outputs, wrapped: both inputs land on channel 0, the later
+  // overwriting; with "Mix" they sum, with "Average" they are halved.
+  r = Route({{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}});
+  EXPECT_EQ(r.outChannels, 1);
+  EXPECT_EQ(r.frame, (std::vector<float>{2}));
+  r = Route({{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}, {"Mixing Type", 1.0f}});
+  EXPECT_EQ(r.frame, (std::vector<float>{3}));
+  r = Route({{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}, {"Mixing Type", 2.0f}});
+  EXPECT_EQ(r.frame, (std::vector<float>{1.5f}));
+}
+
+TEST(Chaos, CountsStatusAndWeights) {
+  InitQuiet();
+  ONDREL2::AEffect* handle =
+      NewEffect(EFFECT_CHAOS, {{"Input Multiplier", -1.0f}, {"Wrap", 1.0f}, {"Mixing Type", 2.0f}});
+  auto* fx = static_cast<ONDREL2::CHAOS::ChaosEffect*>(handle->object);
+  // Stereo source: one input channel, two outputs, reported as a change.
+  fx->SetChannels(2, 0x3);
+  EXPECT_EQ(fx->UpdateParams(), ONDREL2::ONDREL_CHANNELS_CHANGED);
+  EXPECT_EQ(fx->GetChannels(), 1);
+  EXPECT_EQ(fx->GetOutChannels(), 2);
+  EXPECT_EQ(fx->GetOutChannelMask(), 0x3u);
+  // Two routes, one per output: weight 1 each.
+  EXPECT_EQ(fx->weights[0], 1.0f);
+  EXPECT_EQ(fx->weights[1], 1.0f);
+  // Three sources folded onto one output: weight 1/3 ...
+  SetParam(handle, "Input Multiplier", 2.0f);
+  SetParam(handle, "Output Multiplier", -1.0f);
+  EXPECT_EQ(fx->UpdateParams(), ONDREL2::ONDREL_CHANNELS_CHANGED);
+  EXPECT_EQ(fx->GetChannels(), 6);
+  EXPECT_EQ(fx->weights[0], 1.0f / 7.0f);  // counted onto the earlier 1
+  // ... and the same settings again: no change of counts, and the six
+  // routes are counted onto 1/7 once more.
+  EXPECT_EQ(fx->UpdateParams(), 0);
+  EXPECT_EQ(fx->weights[0], 1.0f / (1.0f / 7.0f + 6.0f));
+  handle->dispatcher(handle, ONDREL2::ONDREL_OP_CLOSE, 0, 0, nullptr, 0.0f);
+}
+
+}  // namespace

@@ -1,0 +1,77 @@
+// The delay's timing and feedback through the public interface: silence
+// first (no dry path), repeats at the feedback's level, one sample for 0 ms,
+// the left settings for a lone channel, and an empty ring after a change.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "effects/effect_test_util.h"
+
+namespace {
+
+using namespace ondrel_test;
+using ONDREL2::EFFECT_DELAY;
+
+// Interleaved impulse of height 1 on every channel at frame 0.
+std::vector<float> Impulse(int frames, int channels) {
+  std::vector<float> x(static_cast<size_t>(frames * channels), 0.0f);
+  for (int c = 0; c < channels; ++c) x[static_cast<size_t>(c)] = 1.0f;
+  return x;
+}
+
+// Frames at which channel `c` is non-zero.
+std::vector<int> Hits(const std::vector<float>& y, int channels, int c) {
+  std::vector<int> at;
+  for (size_t n = 0; n < y.size() / channels; ++n)
+    if (y[n * channels + c] != 0.0f) at.push_back(static_cast<int>(n));
+  return at;
+}
+
+TEST(Delay, DelaysWithoutDryPath) {
+  // Defaults, 120 / 260 ms at 44100 Hz: 5292 and 11466 frames of silence,
+  // then the impulse, then its echoes at 10%.
+  const std::vector<float> x = TestSignal(30000, 2, 44100.0f);
+  StreamResult r = RunStream(NewEffect(EFFECT_DELAY), 44100.0f, 2, x);
+  ASSERT_EQ(r.status, 0);
+  for (int n = 0; n < 5292; ++n) ASSERT_EQ(r.output[2 * n], 0.0f) << n;
+  EXPECT_EQ(r.output[2 * 5292], x[0]);
+  for (int n = 0; n < 11466; ++n) ASSERT_EQ(r.output[2 * n + 1], 0.0f) << n;
+  EXPECT_EQ(r.output[2 * 11466 + 1], x[1]);
+  // Echo of the first sample: input at 5292 plus the first repeat times 0.1.
+  EXPECT_EQ(r.output[2 * 10584], x[2 * 5292] + x[0] * 0.1f);
+
+  // 100% feedback repeats for ever at constant level.
+  r = RunStream(NewEffect(EFFECT_DELAY, {{"Left Time", 10}, {"Left Feedback", 100}}), 44100.0f, 2,
+                Impulse(4410 * 4, 2));
+  std::vector<int> want;
+  for (int k = 1; k < 40; ++k) want.push_back(441 * k);
+  EXPECT_EQ(Hits(r.output, 2, 0), want);
+  for (int k : want) EXPECT_EQ(r.output[2 * k], 1.0f);
+
+  // 0 ms: one sample of delay; a lone channel takes the left settings.
+  r = RunStream(NewEffect(EFFECT_DELAY, {{"Left Time", 0}, {"Left Feedback", 0}}), 44100.0f, 2,
+                Impulse(600, 2));
+  EXPECT_EQ(Hits(r.output, 2, 0), std::vector<int>{1});
+  r = RunStream(NewEffect(EFFECT_DELAY, {{"Left Time", 5}, {"Left Feedback", 0}}), 44100.0f, 1,
+                Impulse(600, 1));
+  EXPECT_EQ(Hits(r.output, 1, 0), std::vector<int>{220});
+}
+
+TEST(Delay, ChangeEmptiesTheRing) {
+  // A steady 1 on the left; a feedback change after the first chunks
+  // restarts the ring: L frames of silence come out again.
+  std::vector<float> x(2 * 20000, 1.0f);
+  const StreamResult r =
+      RunStream(NewEffect(EFFECT_DELAY, {{"Left Time", 50}, {"Left Feedback", 0}}), 44100.0f, 2, x,
+                {4096}, [](int chunk, ONDREL2::AEffect* fx) {
+                  if (chunk == 2) SetParam(fx, "Left Feedback", 1.0f);
+                });
+  ASSERT_EQ(r.status, 0);
+  // The change reaches the block that starts at frame 8192.
+  int zeros = 0;
+  for (int n = 8192; n < 8192 + 3000; ++n) zeros += r.output[2 * n] == 0.0f;
+  EXPECT_EQ(zeros, 2205);
+  EXPECT_EQ(r.output[2 * (8192 + 2205)], 1.0f);
+}
+
+}  // namespace
