@@ -24,29 +24,15 @@
 #include <memory>
 #include <vector>
 
+#include "dsp/eqfb_band.h"
 #include "framework/ondrel2.h"
 
 namespace ONDREL2 {
 namespace IIR_EQ_FIXED_BANDS {
 
-// One band of one channel: coefficients, state and gain, all float. The
-// band's transfer is inputScale * (1 + zero2 z^-2) / (1 - feedback1 z^-1 -
-// feedback2 z^-2), its contribution is that times `gain`.
-struct EqfbBand {
-  float feedback1 = 0.0f;   // coefficient of the state one sample ago
-  float feedback2 = 0.0f;   // coefficient of the state two samples ago
-  float inputScale = 0.0f;  // coefficient of the input sample
-  float zero2 = 0.0f;       // coefficient of the state two samples ago in the output
-  float state1 = 0.0f;
-  float state2 = 0.0f;
-  float gain = 0.0f;   // linear band gain minus one
-  uint8_t bypass = 1;  // non-zero: the band does nothing
-};
-
-// Designs `band` for a centre `frequency` in Hz, a `width` (the Q
-// parameter), an integer sample rate and a gain in dB. The states are left
-// as they are.
-void DesignBand(EqfbBand& band, float frequency, float width, int32_t sampleRate, float gainDb);
+// The band record and its design are shared with other fixed curves.
+using ONDREL2::DesignBand;
+using ONDREL2::EqfbBand;
 
 // The parameter name of a band of `frequency` Hz: "%d Hz", rounded to the
 // nearest integer.

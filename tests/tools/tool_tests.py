@@ -312,6 +312,25 @@ def case_process_layout():
     check(wav_channel_mask("st_out.wav") is None, "stereo output became WAVEX")
 
 
+
+def case_process_upmix():
+    # Stereo in, 5.1 out: six channels with the 5.1 map, whether the input
+    # is a plain WAV or carries the stereo map; the fronts are the input at
+    # half level.
+    x = noise(2 * 3000, 0.5, 21)
+    want = [f32(v * 0.5) for v in x]
+    write_wav("st2.wav", 44100, 2, x, "f32")
+    write_wavex("stx.wav", 44100, 2, x, 0x3)
+    for name in ("st2", "stx"):
+        run("process", name + ".wav", name + "_51.wav", "-e", "two2six", "--quiet")
+        check(wav_channel_mask(name + "_51.wav") == 0x3F, "%s: mask %r" % (name, wav_channel_mask(name + "_51.wav")))
+        rate, channels, kind, got = read_wav(name + "_51.wav")
+        check((rate, channels, kind) == (44100, 6, "f32"), "%s: format %s" % (name, (rate, channels, kind)))
+        check(len(got) == 6 * 3000, "%s: %d samples" % (name, len(got)))
+        fronts = [v for i, v in enumerate(got) if i % 6 < 2]
+        first_difference(fronts, want, name + " fronts")
+
+
 SCHEMA = """
 namespace StreamCheck;
 table ParamRecord { name:string (id: 0); value:[ubyte] (id: 1); script:string (id: 2); }

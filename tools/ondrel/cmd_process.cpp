@@ -71,7 +71,16 @@ void Note(const CommonOptions& common, const std::string& message) {
 // stereo in their usual layout) or cannot have one, with a note saying why.
 std::vector<int> OutputChannelMap(const CommonOptions& common, int channels, uint64_t mask) {
   if (channels <= 2 && IsDefaultMask(channels, mask)) return {};
-  const uint64_t speakers = EffectiveMask(channels, mask);
+  uint64_t speakers = EffectiveMask(channels, mask);
+  // An effect that changes the channel count may pass its input's mask on
+  // (the upmixer keeps "stereo" on six channels): the count's default
+  // layout is what the channels then are.
+  if (speakers != 0 && __builtin_popcountll(speakers) != channels && DefaultMask(channels) != 0) {
+    Note(common,
+         Format("the chain reports %s for %d channels; the default layout %s is written",
+                MaskText(speakers).c_str(), channels, MaskText(DefaultMask(channels)).c_str()));
+    speakers = DefaultMask(channels);
+  }
   if (speakers == 0) {
     Note(common,
          Format("%d channels have no standard speaker layout; the output has no speaker map",

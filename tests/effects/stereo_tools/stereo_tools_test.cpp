@@ -1,0 +1,199 @@
+// Stereo tools: tables and names, the panner's pan law and the enhancer's
+// mid/side identities on test signals (pairs only, singles untouched), the
+// rotator's constant-power gains and rotation rate, and mono-to-dual's
+// widening of the chain.
+#include "effects/stereo_tools/stereo_tools.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "effects/effect_test_util.h"
+
+namespace {
+
+using namespace ONDREL2;
+using ondrel_test::RunStream;
+using ondrel_test::TestSignal;
+
+struct StereoToolsTest : ondrel_test::EffectTest {};
+
+std::string NameOf(AudioEffect& fx) {
+  char buf[128] = {};
+  fx.GetEffectName(buf);
+  return buf;
+}
+
+TEST_F(StereoToolsTest, TablesNamesAndLabels) {
+  PANNER::PannerEffect panner;
+  ondrel_test::ExpectParams(panner, {{"Cross", 0, 1, kSwitchMax, "是"},
+                                     {"Left/Right", -1, 0, 1, "0"},
+                                     {"Front/Back", -1, 0, 1, "0"},
+                                     {"Up/Down", -1, 0, 1, "0"}});
+  ROTATOR::RotatorEffect rotator;
+  ondrel_test::ExpectParams(
+      rotator, {{"Speed", -180, 45, 180, "+45.0°/s"}, {"Offset", -180, 0, 180, "+0.0°"}});
+  MONO2DUAL::Mono2DualEffect m2d;
+  ondrel_test::ExpectParams(m2d, {{"Mute Right", 0, 0, kSwitchMax, "否"}});
+  STEREO_ENHANCER::StereoEnhancerEffect enhancer;
+  ondrel_test::ExpectParams(enhancer,
+                            {{"Width", 0, 100, 400, "100%"}, {"Center", 0, 100, 400, "100%"}});
+
+  EXPECT_EQ(panner.GetEffectType(), EFFECT_PANNER);
+  EXPECT_EQ(rotator.GetEffectType(), EFFECT_ROTATOR);
+  EXPECT_EQ(m2d.GetEffectType(), EFFECT_MONO2DUAL);
+  EXPECT_EQ(enhancer.GetEffectType(), EFFECT_STEREO_ENHANCER);
+  EXPECT_EQ(NameOf(panner), "摆位器");
+  EXPECT_EQ(NameOf(m2d), "单声道转双通道");
+  char label[128] = {};
+  enhancer.GetParamLabel(1, label);
+  EXPECT_STREQ(label, "中心度");
+  ondrel_set_locale("zh", "TW");
+  EXPECT_EQ(NameOf(enhancer), "立體聲加強");
+  enhancer.GetParamLabel(0, label);
+  EXPECT_STREQ(label, "寬度");
+  ondrel_set_locale("ja", "JP");
+  EXPECT_EQ(NameOf(rotator), "回転");
+  rotator.GetParamLabel(1, label);
+  EXPECT_STREQ(label, "オフセット");
+  ondrel_set_locale("en", "US");
+  EXPECT_EQ(NameOf(m2d), "Mono to Dual");
+  m2d.GetParamLabel(0, label);
+  EXPECT_STREQ(label, "Mute Right");
+  ondrel_set_locale("zh", "CN");
+}
+
+// Pan law: with pan p, the far side is faded by 1 - |p|; with Cross on the
+// faded part moves to the near side, normalised by 1 + |p|.
+TEST_F(StereoToolsTest, PannerFollowsThePanLawOnPairsOnly) {
+  const int frames = 3000;
+  struct Case {
+    float cross, p;
+  } cases[] = {{1, 0}, {1, 1}, {0, -1}, {1, -0.5f}, {0, 0.25f}, {1, 0.6f}};
+  const std::vector<float> x = TestSignal(frames, 6, 44100.0f);
+  for (const Case& c : cases) {
+    // 5.1: FL FR FC LFE BL BR; the centre and LFE are singles.
+    AEffect* fx = ondrel_test::NewEffect(EFFECT_PANNER, {{"Cross", c.cross}, {"Left/Right", c.p}});
+    const auto r = RunStream(fx, 44100.0f, 6, x, ondrel_test::OddChunks(), nullptr, true, 0x3F);
+    ASSERT_EQ(r.status, 0);
+    ASSERT_EQ(r.output.size(), x.size());
+    const double p = c.p, q = std::fabs(p);
+    const double keepL = p > 0 ? 1 - p : 1, keepR = p < 0 ? 1 + p : 1;
+    const double toL = c.cross != 0 && p < 0 ? q : 0, toR = c.cross != 0 && p > 0 ? q : 0;
+    double worst = 0;
+    for (int n = 0; n < frames; ++n) {
+      for (int pair : {0, 4}) {
+        const double l = x[n * 6 + pair], rr = x[n * 6 + pair + 1];
+        worst =
+            std::max(worst, std::fabs(r.output[n * 6 + pair] - (l * keepL + rr * toL) / (1 + toL)));
+        worst = std::max(
+            worst, std::fabs(r.output[n * 6 + pair + 1] - (rr * keepR + l * toR) / (1 + toR)));
+      }
+      ASSERT_EQ(r.output[n * 6 + 2], x[n * 6 + 2]);
+      ASSERT_EQ(r.output[n * 6 + 3], x[n * 6 + 3]);
+    }
+    EXPECT_LT(worst, 1e-6) << "cross " << c.cross << " pan " << c.p;
+    if (c.p == 0) {
+      EXPECT_EQ(ondrel_test::FirstDifference(r.output, x), x.size());
+    }
+  }
+}
+
+// Mid/side: L' + R' = 2 center mid and L' - R' = 2 width side.
+TEST_F(StereoToolsTest, EnhancerScalesMidAndSide) {
+  const int frames = 2500;
+  const std::vector<float> x = TestSignal(frames, 3, 48000.0f);  // 2.1: pair and LFE
+  for (const auto& wc : {std::pair<float, float>{100, 100}, {0, 100}, {250, 40}, {400, 0}}) {
+    AEffect* fx = ondrel_test::NewEffect(EFFECT_STEREO_ENHANCER,
+                                         {{"Width", wc.first}, {"Center", wc.second}});
+    const auto r = RunStream(fx, 48000.0f, 3, x);
+    ASSERT_EQ(r.status, 0);
+    ASSERT_EQ(r.output.size(), x.size());
+    const double w = wc.first / 100.0, c = wc.second / 100.0;
+    double worst = 0;
+    for (int n = 0; n < frames; ++n) {
+      const double l = x[n * 3], rr = x[n * 3 + 1];
+      const double ol = r.output[n * 3], orr = r.output[n * 3 + 1];
+      worst = std::max(worst, std::fabs((ol + orr) - c * (l + rr)));
+      worst = std::max(worst, std::fabs((ol - orr) - w * (l - rr)));
+      if (wc.first == 0) {
+        ASSERT_EQ(ol, orr);  // a mono sum on both sides
+      }
+      ASSERT_EQ(r.output[n * 3 + 2], x[n * 3 + 2]);
+    }
+    EXPECT_LT(worst, 5e-6) << "width " << wc.first << " center " << wc.second;
+  }
+}
+
+// Left gain -sin(phase - pi/4), right sin(phase + pi/4): the two squares
+// sum to one, and the phase starts at (offset / 180 - 1/2) pi and moves by
+// speed * 3 / 360 / rate radians per frame.
+TEST_F(StereoToolsTest, RotatorKeepsPowerAndTurnsAtItsRate) {
+  const int frames = 80000;
+  std::vector<float> ones(static_cast<size_t>(frames) * 2, 0.5f);
+  AEffect* fx = ondrel_test::NewEffect(EFFECT_ROTATOR, {{"Speed", 180.0f}, {"Offset", 0.0f}});
+  const auto r = RunStream(fx, 44100.0f, 2, ones);
+  ASSERT_EQ(r.status, 0);
+  ASSERT_EQ(r.output.size(), ones.size());
+  double worstPower = 0;
+  int crossing = -1;
+  for (int n = 0; n < frames; ++n) {
+    const double l = r.output[n * 2] / 0.5, rr = r.output[n * 2 + 1] / 0.5;
+    worstPower = std::max(worstPower, std::fabs(l * l + rr * rr - 1.0));
+    if (crossing < 0 && n > 0 && r.output[n * 2 - 2] > 0 && r.output[n * 2] <= 0) crossing = n;
+  }
+  EXPECT_LT(worstPower, 1e-4);
+  EXPECT_NEAR(r.output[0], 0.5 * std::sin(0.75 * M_PI), 1e-4);
+  EXPECT_NEAR(r.output[1], 0.5 * std::sin(-0.25 * M_PI), 1e-4);
+  // The left gain crosses zero at phase pi/4, three quarters of pi later
+  // (within the drift of a float phase accumulator, which the fold by 4 pi
+  // keeps near 11 radians, where a float has few bits below the point).
+  const double step = 180.0 * 3.0 / 360.0 / 44100.0;
+  EXPECT_NEAR(crossing, 0.75 * M_PI / step, 0.01 * 0.75 * M_PI / step);
+
+  // A mono stream passes unchanged.
+  const std::vector<float> mono = TestSignal(1500, 1, 44100.0f);
+  const auto m = RunStream(ondrel_test::NewEffect(EFFECT_ROTATOR), 44100.0f, 1, mono);
+  EXPECT_EQ(ondrel_test::FirstDifference(m.output, mono), mono.size());
+}
+
+TEST_F(StereoToolsTest, MonoToDualWidensMonoOnly) {
+  const int frames = 2000;
+  for (float mute : {0.0f, 1.0f}) {
+    AEffect* fx = ondrel_test::NewEffect(EFFECT_MONO2DUAL, {{"Mute Right", mute}});
+    void* inst = ondrel_create_inst();
+    ASSERT_EQ(ondrel_setup_input(inst, 1, 0), 0);
+    ASSERT_EQ(ondrel_set_params(inst, &fx, 1), 0);
+    int channels = 0;
+    uint64_t layout = 1;
+    ondrel_get_out_chns(inst, &channels, &layout);
+    EXPECT_EQ(channels, 2);
+    EXPECT_EQ(layout, 0u);
+    std::vector<float> in = TestSignal(frames, 1, 44100.0f), out(frames * 2);
+    int available = 0, written = 0;
+    ASSERT_EQ(ondrel_processf_input(inst, in.data(), frames, &available), 0);
+    ASSERT_EQ(available, 2 * 1536);
+    ASSERT_EQ(ondrel_processf_output(inst, out.data(), available, &written), 0);
+    for (int n = 0; n < written / 2; ++n) {
+      ASSERT_EQ(out[n * 2], in[n]);
+      ASSERT_EQ(out[n * 2 + 1], mute != 0 ? 0.0f : in[n]) << n;
+    }
+    ondrel_destroy_inst(inst);
+  }
+  // On stereo nothing changes, and the chain stays stereo.
+  const std::vector<float> x = TestSignal(1500, 2, 44100.0f);
+  AEffect* fx = ondrel_test::NewEffect(EFFECT_MONO2DUAL, {{"Mute Right", 1.0f}});
+  void* inst = ondrel_create_inst();
+  ASSERT_EQ(ondrel_set_params(inst, &fx, 1), 0);
+  int channels = 0;
+  uint64_t layout = 0;
+  ondrel_get_out_chns(inst, &channels, &layout);
+  EXPECT_EQ(channels, 2);
+  ondrel_destroy_inst(inst);
+  const auto r =
+      RunStream(ondrel_test::NewEffect(EFFECT_MONO2DUAL, {{"Mute Right", 1.0f}}), 44100.0f, 2, x);
+  EXPECT_EQ(ondrel_test::FirstDifference(r.output, x), x.size());
+}
+
+}  // namespace
