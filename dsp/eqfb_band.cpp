@@ -11,7 +11,8 @@ constexpr float kZero2 = -1.005f;
 
 }  // namespace
 
-void DesignBand(EqfbBand& band, float frequency, float width, int32_t sampleRate, float gainDb) {
+void DesignEqfbBand(EqfbBand& band, float frequency, float width, int32_t sampleRate,
+                    float gainDb) {
   if (0.001f > std::fabs(gainDb) || 2.0f * frequency >= static_cast<float>(sampleRate)) {
     band.bypass = 1;
     return;

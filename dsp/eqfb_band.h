@@ -1,23 +1,21 @@
-// EqfbBand: the band filter of the fixed-band equaliser, shared by the
-// effects that lay a fixed curve of such bands over their signal.
+// One band of the fixed-band equaliser's filter family, shared by the
+// equalisers, the bass enhancer's fixed tilt and the vocal curve.
 //
-// A band is a second-order band pass whose scaled output is added to the
-// running sample, y += gain * bandpass(y); bands applied one after another
-// feed each other. Its transfer is inputScale * (1 + zero2 z^-2) /
-// (1 - feedback1 z^-1 - feedback2 z^-2), its contribution that times `gain`.
-// A band within 0.001 dB of flat, or centred at or above half the sample
-// rate, is bypassed and costs one test per sample.
-//
-// Everything is single precision; the design rounds through double where
-// noted. RunEqfbBands allocates nothing, has no latency and is real-time
-// safe. A design leaves the states as they are; only the owner clears them.
+// A band adds a scaled band pass of the running sample to it:
+//   w = inputScale * y + feedback1 * s1 + feedback2 * s2
+//   y += (zero2 * s2 + w) * gain,   s2 = s1, s1 = w
+// so bands run one after the other feed each other. A band whose gain is
+// within 0.001 dB of flat, or whose centre is at or above half the rate, is
+// bypassed and leaves the sample bit for bit. All of it is float;
+// RunEqfbBands allocates nothing and is real-time safe; no latency.
 #pragma once
 
 #include <cstdint>
 
 namespace ONDREL2 {
 
-// One band of one channel: coefficients, state and gain, all float.
+// Coefficients, state and gain of one band of one channel. A fresh record is
+// all zero and bypassed.
 struct EqfbBand {
   float feedback1 = 0.0f;   // coefficient of the state one sample ago
   float feedback2 = 0.0f;   // coefficient of the state two samples ago
@@ -29,12 +27,11 @@ struct EqfbBand {
   uint8_t bypass = 1;  // non-zero: the band does nothing
 };
 
-// Designs `band` for a centre `frequency` in Hz, a `width` (the Q of the
-// equaliser), an integer sample rate and a gain in dB. The states are left
-// as they are.
-void DesignBand(EqfbBand& band, float frequency, float width, int32_t sampleRate, float gainDb);
+// Designs `band` for a centre `frequency` in Hz, a `width` (Q-like), an
+// integer sample rate and a gain in dB. The states are left as they are.
+void DesignEqfbBand(EqfbBand& band, float frequency, float width, int32_t sampleRate, float gainDb);
 
-// Runs `y` through `count` bands in ascending order and returns the result.
+// Runs `y` through `count` bands in order and returns the result.
 inline float RunEqfbBands(EqfbBand* bands, int32_t count, float y) {
   for (int32_t b = 0; b < count; ++b) {
     EqfbBand& f = bands[b];
@@ -46,6 +43,11 @@ inline float RunEqfbBands(EqfbBand* bands, int32_t count, float y) {
     f.state1 = w;
   }
   return y;
+}
+
+// Zeroes the states of `count` bands; coefficients stay.
+inline void ClearEqfbBands(EqfbBand* bands, int32_t count) {
+  for (int32_t b = 0; b < count; ++b) bands[b].state1 = bands[b].state2 = 0.0f;
 }
 
 }  // namespace ONDREL2

@@ -56,6 +56,19 @@ class GroupUnits {
   }
 
   bool built() const { return layout_ != nullptr; }
+
+  // Groups of the current grouping (0 without one).
+  size_t Count() const { return layout_ != nullptr ? layout_->groups.size() : 0; }
+  // The unit of group `i` (below Count()), or null.
+  Unit* UnitAt(size_t i) const { return static_cast<Unit*>(layout_->groups[i].context); }
+  // Gives group `i` (below Count()) the unit `unit`, which may be null; the
+  // unit it had is deleted. For owners that fill their groups one at a time.
+  void SetUnit(size_t i, Unit* unit) {
+    ChannelGroup& g = layout_->groups[i];
+    if (g.context == unit) return;
+    Release(g.context);
+    g.context = unit;
+  }
   LayoutUtils* layout() const { return layout_; }
 
   // The unit of the first group that has one, or null.

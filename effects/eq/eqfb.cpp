@@ -96,7 +96,7 @@ int32_t EqfbEffect::UpdateParams() {
     const float gainDb = GetScriptedParam(static_cast<int32_t>(b) + 1);
     for (int32_t c = 0; c < channels; ++c) {
       std::unique_ptr<EqfbBand> band(new EqfbBand());
-      DesignBand(*band, frequencies[b], width, rate, gainDb);
+      DesignEqfbBand(*band, frequencies[b], width, rate, gainDb);
       filters.push_back(std::move(band));
     }
   }

@@ -31,7 +31,7 @@ namespace ONDREL2 {
 namespace IIR_EQ_FIXED_BANDS {
 
 // The band record and its design are shared with other fixed curves.
-using ONDREL2::DesignBand;
+using ONDREL2::DesignEqfbBand;
 using ONDREL2::EqfbBand;
 
 // The parameter name of a band of `frequency` Hz: "%d Hz", rounded to the

@@ -56,7 +56,7 @@ int32_t VocalEffect::UpdateParams() {
   const float amount = GetScriptedParamByName("Vocal") / 127.0f;
   for (int32_t c = 0; c < builtChannels; ++c) {
     for (int32_t b = 0; b < kBands; ++b)
-      DesignBand(bands[c].band[b], kFrequencies[b], kWidth, builtRate, kCurveDb[b]);
+      DesignEqfbBand(bands[c].band[b], kFrequencies[b], kWidth, builtRate, kCurveDb[b]);
     voices[c].amount = amount;
   }
   return ONDREL_OK;

@@ -46,7 +46,11 @@ const Exception kExceptions[] = {
     // de-esser: one filter state runs through all channels in turn, so with
     // many channels it decays past the block-end cut inside one block.
     {37, kQuietTail},
-    {40, kKeepsChannels},  // two to six: the upmix is its purpose
+    // vocal, virtual bass, two to six: their recursions are fixed to the
+    // last bit and decay through the denormal range after the music stops.
+    {21, kQuietTail},
+    {38, kQuietTail},
+    {40, kKeepsChannels | kQuietTail},  // two to six: the upmix is its purpose
 };
 
 bool Skips(int type, Property p) {

@@ -1,0 +1,57 @@
+// Virtual bass through an instance: the crossover acts in whole Hz, a mono
+// group passes, and the low band is replaced by its harmonics above the
+// crossover while the top passes.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "effects/effect_test_util.h"
+#include "effects/tone_fit.h"
+
+namespace {
+
+using namespace ondrel_test;
+using ONDREL2::EFFECT_VBASS;
+
+constexpr float kRate = 44100.0f;
+
+TEST(VirtualBass, CrossoverActsInWholeHertzAndMonoPasses) {
+  const std::vector<float> in = TestSignal(9000, 2, kRate);
+  const StreamResult at250 =
+      RunStream(NewEffect(EFFECT_VBASS, {{"Crossover cutoff", 250.0f}}), kRate, 2, in);
+  const StreamResult at250_9 =
+      RunStream(NewEffect(EFFECT_VBASS, {{"Crossover cutoff", 250.9f}}), kRate, 2, in);
+  const StreamResult at251 =
+      RunStream(NewEffect(EFFECT_VBASS, {{"Crossover cutoff", 251.0f}}), kRate, 2, in);
+  ASSERT_EQ(at250.status, 0);
+  EXPECT_EQ(FirstDifference(at250.output, at250_9.output), at250.output.size());
+  EXPECT_LT(FirstDifference(at250.output, at251.output), at250.output.size());
+
+  const std::vector<float> mono = TestSignal(3000, 1, kRate);
+  const StreamResult m = RunStream(NewEffect(EFFECT_VBASS), kRate, 1, mono);
+  EXPECT_EQ(FirstDifference(m.output, mono), mono.size());
+}
+
+TEST(VirtualBass, LowBandBecomesHarmonicsAboveTheCrossoverAndTopPasses) {
+  const int frames = 32768;
+  const size_t from = 16384, count = 16384;
+  // 100 Hz under a 250 Hz crossover: the high band drops it (level 0 leaves
+  // the high band alone), and the harmonics bring its third harmonic inside
+  // the 250 to 1000 Hz band.
+  const std::vector<float> bass = Tone(frames, 2, 100.0 / kRate, 0.5);
+  const StreamResult highOnly =
+      RunStream(NewEffect(EFFECT_VBASS, {{"Effect level", 0.0f}}), kRate, 2, bass);
+  const StreamResult b = RunStream(NewEffect(EFFECT_VBASS), kRate, 2, bass);
+  ASSERT_EQ(b.status, 0);
+  EXPECT_LT(ToneAmplitude(highOnly.output, 2, 0, from, count, 100.0 / kRate), 0.5 * 0.05);
+  EXPECT_LT(ToneAmplitude(highOnly.output, 2, 0, from, count, 300.0 / kRate), 1e-4);
+  EXPECT_GT(ToneAmplitude(b.output, 2, 0, from, count, 300.0 / kRate), 0.005);
+
+  // 5 kHz passes the high-pass sections at about unity and makes no low band.
+  const std::vector<float> top = Tone(frames, 2, 5000.0 / kRate, 0.5);
+  const StreamResult t = RunStream(NewEffect(EFFECT_VBASS), kRate, 2, top);
+  EXPECT_NEAR(ToneAmplitude(t.output, 2, 1, from, count, 5000.0 / kRate), 0.5, 0.5 * 0.01);
+}
+
+}  // namespace
