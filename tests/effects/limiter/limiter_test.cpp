@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "effects/effect_test_util.h"
 #include "dsp/lookahead_limiter.h"
+#include "effects/effect_test_util.h"
 
 namespace ONDREL2 {
 namespace {
