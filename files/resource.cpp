@@ -96,7 +96,7 @@ char* xplatform_pathname(char* path, bool inPlace) {
   return work;
 }
 
-bool OpenResourceWave(const char* name, WaveFile* wave, std::string* clearCopy) {
+bool OpenResourceWave(const char* name, WaveFile* wave, std::string* clearCopy, bool logFailure) {
   if (clearCopy != nullptr) clearCopy->clear();
   if (name == nullptr || wave == nullptr) return false;
   int count = 0;
@@ -117,8 +117,21 @@ bool OpenResourceWave(const char* name, WaveFile* wave, std::string* clearCopy) 
     // A copy that is no wave either is of no use: do not leave it behind.
     if (made) remove_utf8(temporary.c_str());
   }
-  Log(kLogError, "[ON2L]:SetFilePathUTF8 Failed!");
+  if (logFailure) Log(kLogError, "[ON2L]:SetFilePathUTF8 Failed!");
   return false;
+}
+
+uint32_t ResourceWave::FramesOnDisk() {
+  if (file == nullptr || channels <= 0 || bitsPerSample < 8) return 0;
+  const long here = std::ftell(file);
+  if (here < 0 || std::fseek(file, 0, SEEK_END) != 0) return 0;
+  const long end = std::ftell(file);
+  std::fseek(file, here, SEEK_SET);
+  if (end < 0 || static_cast<unsigned long>(end) <= dataStart) return 0;
+  const uint64_t frameBytes =
+      static_cast<uint64_t>(channels) * static_cast<uint64_t>(bitsPerSample / 8);
+  const uint64_t onDisk = (static_cast<uint64_t>(end) - dataStart) / frameBytes;
+  return onDisk < totalFrames ? static_cast<uint32_t>(onDisk) : totalFrames;
 }
 
 }  // namespace ONDREL2

@@ -41,7 +41,20 @@ ScrambleStatus ScrambleFile(const char* source, const char* target);
 // root + name + "-dec" made by decrypt_file. On success `wave` is open and
 // `clearCopy` holds the clear copy's path if one was used (else empty); the
 // caller reads the data, closes the wave and then calls remove_utf8 on it.
-// Logs each attempt and, when no root gave a file, the failure.
-bool OpenResourceWave(const char* name, WaveFile* wave, std::string* clearCopy);
+// Logs each attempt and, when no root gave a file and `logFailure` is set,
+// the failure.
+bool OpenResourceWave(const char* name, WaveFile* wave, std::string* clearCopy,
+                      bool logFailure = true);
+
+// A wave opened to be read whole into memory. The header's frame count is
+// only a claim: a truncated file (or one with a forged data size) holds
+// fewer frames, and a loader that sized its buffers by the claim could be
+// made to allocate without limit.
+class ResourceWave : public WaveFile {
+ public:
+  // The header's frame count cut to the whole frames that lie in the file
+  // behind the start of the data; 0 without an open file.
+  uint32_t FramesOnDisk();
+};
 
 }  // namespace ONDREL2

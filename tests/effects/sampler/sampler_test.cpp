@@ -1,0 +1,101 @@
+// The sampler through the public interface: a looped file added to each
+// stereo pair for ever, gain, scrambled files, refused and missing files,
+// and the speakers that get nothing.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "effects/effect_test_util.h"
+#include "effects/resource_effect_util.h"
+#include "effects/sampler/sampler.h"
+#include "support/log_capture.h"
+
+using namespace ONDREL2;
+using namespace ondrel_test;
+
+namespace {
+
+AEffect* NewSampler(const std::string& name, float gainDb = 0.0f) {
+  AEffect* fx = NewEffect(EFFECT_SAMPLER, {{"Gain", gainDb}});
+  if (fx != nullptr) SetText(fx, 0, name);
+  return fx;
+}
+
+struct Sampler : EffectTest {
+  ResourceRoot root;
+  // Two frames: (0.25, -0.5), (0.125, 0.75).
+  const std::vector<float> loop = {0.25f, -0.5f, 0.125f, 0.75f};
+};
+
+TEST_F(Sampler, TableAndNames) {
+  SAMPLER::SamplerEffect fx;
+  ExpectParams(fx, {{"Audio File", 0, -1, 1, "-1"}, {"Gain", -96, 0, 12, "+0.0 dB"}});
+  char buf[256];
+  fx.GetEffectName(buf);
+  EXPECT_STREQ(buf, "采样器");
+}
+
+// A two-frame file repeats across every block and host call size, on top
+// of the input, scaled by the gain; a scrambled copy plays the same and
+// leaves no clear copy behind.
+TEST_F(Sampler, LoopsTheFileForEverOverTheInput) {
+  root.WriteWave("beat.wav", 48000, 2, loop);
+  const int frames = 5000;
+  const std::vector<float> x = TestSignal(frames, 2, 44100.0f);
+  for (float gainDb : {0.0f, -6.0f}) {
+    StreamResult r = RunStream(NewSampler("beat.wav", gainDb), 44100.0f, 2, x);
+    ASSERT_EQ(r.status, 0);
+    ASSERT_GE(r.output.size(), x.size());
+    const double g = std::pow(10.0, gainDb / 20.0);
+    for (int n = 0; n < frames; ++n)
+      for (int c = 0; c < 2; ++c)
+        ASSERT_NEAR(r.output[2 * n + c], x[2 * n + c] + g * loop[2 * (n % 2) + c], 1e-6)
+            << n << " " << gainDb;
+  }
+
+  root.Scramble("beat.wav");
+  const std::vector<float> silence(2 * 1200, 0.0f);
+  StreamResult r = RunStream(NewSampler("beat.wav"), 44100.0f, 2, silence);
+  ASSERT_GE(r.output.size(), silence.size());
+  for (int n = 0; n < 1200; ++n) ASSERT_EQ(r.output[2 * n + 1], loop[2 * (n % 2) + 1]) << n;
+  EXPECT_TRUE(root.ClearCopies().empty());
+}
+
+// A mono file (its frames would be read two samples at a time) and a
+// missing file leave the signal as it is, and nothing leaks a clear copy.
+TEST_F(Sampler, RefusedOrMissingFilesPassTheSignal) {
+  root.WriteWave("mono.wav", 44100, 1, {0.5f, 0.5f, 0.5f});
+  const std::vector<float> x = TestSignal(2000, 2, 44100.0f);
+  StreamResult r = RunStream(NewSampler("mono.wav"), 44100.0f, 2, x);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(FirstDifference(r.output, x), x.size());
+
+  AEffect* fx = NewSampler("nowhere.wav");
+  LogCapture log(4);
+  r = RunStream(fx, 44100.0f, 2, x);
+  EXPECT_EQ(FirstDifference(r.output, x), x.size());
+  EXPECT_TRUE(log.Has("[ON2L]:SetFilePathUTF8(0): " + root.File("nowhere.wav")));
+  EXPECT_TRUE(log.Has("[ON2L]:SetFilePathUTF8 Failed!"));
+  EXPECT_TRUE(root.ClearCopies().empty());
+}
+
+// In 5.1 the front and back pairs hear the loop; the lone centre and
+// low-frequency speakers do not.
+TEST_F(Sampler, OnlyPairsHearTheLoop) {
+  root.WriteWave("beat.wav", 44100, 2, loop);
+  const int frames = 1100;
+  const std::vector<float> x = TestSignal(frames, 6, 44100.0f);
+  StreamResult r =
+      RunStream(NewSampler("beat.wav"), 44100.0f, 6, x, OddChunks(), nullptr, true, 0x3F);
+  ASSERT_EQ(r.status, 0);
+  ASSERT_GE(r.output.size(), x.size());
+  for (int n = 0; n < frames; ++n) {
+    for (int c : {0, 1, 4, 5})
+      ASSERT_NEAR(r.output[6 * n + c], x[6 * n + c] + loop[2 * (n % 2) + (c & 1)], 1e-6) << n;
+    ASSERT_EQ(r.output[6 * n + 2], x[6 * n + 2]) << n;
+    ASSERT_EQ(r.output[6 * n + 3], x[6 * n + 3]) << n;
+  }
+}
+
+}  // namespace

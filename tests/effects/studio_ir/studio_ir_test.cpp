@@ -1,0 +1,263 @@
+// Studio IR convolution through the public interface: the output against a
+// direct convolution in double of the file's samples, the path matrix of
+// mono, stereo and four-channel files, resampling against a closed form,
+// trimming and fading against their rules, and the failure cases (missing,
+// scrambled, garbled and over-long names).
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "effects/effect_test_util.h"
+#include "effects/resource_effect_util.h"
+#include "effects/studio_ir/studio_ir.h"
+#include "support/log_capture.h"
+
+using namespace ONDREL2;
+using namespace ondrel_test;
+
+namespace {
+
+constexpr int kLatency = 255;
+constexpr double kPi = 3.141592653589793;
+
+AEffect* NewIr(const std::string& name, float trim = -100.0f, float fade = 0.0f) {
+  AEffect* fx = NewEffect(EFFECT_STUDIO_IR, {{"Trim", trim}, {"Fade", fade}});
+  if (fx != nullptr && !name.empty()) SetText(fx, 0, name);
+  return fx;
+}
+
+std::vector<float> DecayingNoise(int frames, int channels, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<float> u(-0.3f, 0.3f);
+  std::vector<float> h(static_cast<size_t>(frames) * channels);
+  for (int n = 0; n < frames; ++n)
+    for (int c = 0; c < channels; ++c)
+      h[static_cast<size_t>(n) * channels + c] = u(rng) * std::exp(-n / 300.0f);
+  return h;
+}
+
+// Channel `c` of interleaved `x`, or zeros when it has fewer channels.
+std::vector<double> Channel(const std::vector<float>& x, int channels, int c, int frames) {
+  std::vector<double> out(static_cast<size_t>(frames), 0.0);
+  if (c < channels)
+    for (int n = 0; n < frames; ++n) out[n] = x[static_cast<size_t>(n) * channels + c];
+  return out;
+}
+
+void Convolve(const std::vector<double>& x, const std::vector<double>& h, std::vector<double>& y) {
+  for (size_t n = 0; n < y.size(); ++n)
+    for (size_t k = 0; k < h.size() && k <= n; ++k)
+      if (n - k < x.size()) y[n] += h[k] * x[n - k];
+}
+
+// Response to a unit impulse on the left channel, left output: the impulse
+// sits at the latency, so output frame n is response sample n.
+std::vector<float> LeftImpulseResponse(AEffect* fx, int frames) {
+  std::vector<float> in(static_cast<size_t>(frames + kLatency) * 2, 0.0f);
+  in[2 * kLatency] = 1.0f;
+  StreamResult r = RunStream(fx, 44100.0f, 2, in);
+  EXPECT_EQ(r.status, 0);
+  std::vector<float> left;
+  for (size_t i = 0; i < r.output.size() / 2 && left.size() < static_cast<size_t>(frames); ++i)
+    left.push_back(r.output[2 * i]);
+  return left;
+}
+
+struct StudioIr : EffectTest {
+  ResourceRoot root;
+};
+
+TEST_F(StudioIr, TableNamesAndFormat) {
+  STUDIO_IR::StudioIrEffect fx;
+  ExpectParams(fx, {{"IR File", 0, -1, 1, "-1"},  // binary: no float view
+                    {"Trim", -100, -100, -20, "-100.0 dB"},
+                    {"Fade", 0, 0, 1000, "0.0 ms"}});
+  char buf[256];
+  fx.GetParamLabel(0, buf);
+  EXPECT_STREQ(buf, "脉冲文件");
+  fx.GetEffectName(buf);
+  EXPECT_STREQ(buf, "脉冲响应");
+  EXPECT_EQ(fx.GetBlockSize(), 511);
+  EXPECT_EQ(fx.GetScriptVersion(), 3);
+}
+
+// Every file width against a direct convolution of its channels: channel 0
+// left to left, 1 right to right, 2 right to left, 3 left to right; a mono
+// file on both sides, a stereo file without crosstalk.
+TEST_F(StudioIr, MatchesDirectConvolutionForEveryFileWidth) {
+  const int irFrames = 1500, frames = 6000;
+  const std::vector<float> x = TestSignal(frames, 2, 44100.0f);
+  for (int width : {1, 2, 4}) {
+    SCOPED_TRACE(width);
+    const std::vector<float> h = DecayingNoise(irFrames, width, 7u + width);
+    root.WriteWave("room.wav", 44100, width, h);
+    AEffect* fx = NewIr("room.wav");
+    StreamResult r = RunStream(fx, 44100.0f, 2, x);
+    ASSERT_EQ(r.status, 0);
+    ASSERT_GE(r.output.size(), static_cast<size_t>(frames - kLatency) * 2);
+
+    const std::vector<double> hLL = Channel(h, width, 0, irFrames);
+    const std::vector<double> hRR = Channel(h, width, width == 1 ? 0 : 1, irFrames);
+    const std::vector<double> hRL = Channel(h, width, 2, irFrames);
+    const std::vector<double> hLR = Channel(h, width, 3, irFrames);
+    const std::vector<double> xl = Channel(x, 2, 0, frames), xr = Channel(x, 2, 1, frames);
+    std::vector<double> yl(frames, 0.0), yr(frames, 0.0);
+    Convolve(xl, hLL, yl);
+    Convolve(xr, hRL, yl);
+    Convolve(xr, hRR, yr);
+    Convolve(xl, hLR, yr);
+    double worst = 0.0, peak = 0.0;
+    for (int n = 0; n + kLatency < frames; ++n) {
+      worst = std::max(worst, std::fabs(r.output[2 * n] - yl[n + kLatency]));
+      worst = std::max(worst, std::fabs(r.output[2 * n + 1] - yr[n + kLatency]));
+      peak = std::max(peak, std::fabs(yl[n + kLatency]));
+    }
+    EXPECT_GT(peak, 0.5);
+    EXPECT_LT(worst, 2e-5 * peak);
+  }
+}
+
+// A 22050 Hz sine response on a 44100 Hz stream: twice as long, the same
+// tone at the stream's rate; and a file too short for the polyphase filter
+// goes through straight-line interpolation, exact on a ramp.
+TEST_F(StudioIr, ResamplesToTheStreamRate) {
+  const int length = 2000;
+  std::vector<float> sine(length * 2);
+  for (int n = 0; n < length; ++n)
+    sine[2 * n] = sine[2 * n + 1] = static_cast<float>(0.5 * std::sin(2 * kPi * 500.0 * n / 22050));
+  root.WriteWave("slow.wav", 22050, 2, sine);
+  const std::vector<float> resp = LeftImpulseResponse(NewIr("slow.wav"), 2 * length + 300);
+  ASSERT_EQ(resp.size(), static_cast<size_t>(2 * length + 300));
+  // The resampler may land up to a sample late: take the best delay.
+  double best = HUGE_VAL;
+  for (double delay = 0.0; delay <= 1.0; delay += 0.05) {
+    double worst = 0.0;
+    for (int n = 100; n < 2 * length - 100; ++n)
+      worst = std::max(worst,
+                       std::fabs(resp[n] - 0.5 * std::sin(2 * kPi * 500.0 * (n - delay) / 44100)));
+    best = std::min(best, worst);
+  }
+  EXPECT_LT(best, 2e-3);
+  for (int n = 2 * length; n < 2 * length + 300; ++n) ASSERT_NEAR(resp[n], 0.0f, 1e-6) << n;
+
+  std::vector<float> ramp;
+  for (int n = 0; n < 10; ++n) ramp.insert(ramp.end(), {0.01f * n, 0.0f});
+  root.WriteWave("short.wav", 22050, 2, ramp);
+  AEffect* fx = NewIr("short.wav");
+  LogCapture log(4);
+  const std::vector<float> lin = LeftImpulseResponse(fx, 40);
+  EXPECT_EQ(log.Count("[ON2L]:Using linear resampler"), 4);
+  for (int i = 0; i < 40; ++i) {
+    const double want = i < 20 ? 0.01 * std::min(i * 0.5, 9.0) : 0.0;
+    ASSERT_NEAR(lin[i], want, 1e-6) << i;
+  }
+}
+
+// Trimming: a short response loses its last sample, a long one is cut
+// after its last loud frame and faded over `Fade` at the stream's rate;
+// at -30 dB or above nothing is cut.
+TEST_F(StudioIr, TrimsAndFadesTheTail) {
+  std::vector<float> shortIr(2 * 1000, 0.25f);
+  root.WriteWave("short.wav", 44100, 2, shortIr);
+  {
+    AEffect* fx = NewIr("short.wav", -60.0f);
+    LogCapture log(4);
+    const std::vector<float> resp = LeftImpulseResponse(fx, 1100);
+    EXPECT_TRUE(log.Has("[ON2L]:IR Trimmed 1000 --> 999"));
+    EXPECT_NEAR(resp[998], 0.25f, 1e-5);
+    EXPECT_NEAR(resp[999], 0.0f, 1e-6);
+  }
+  EXPECT_NEAR(LeftImpulseResponse(NewIr("short.wav", -30.0f), 1100)[999], 0.25f, 1e-5);
+
+  // Loud for 2000 frames, then a tail below -60 dB.
+  std::vector<float> tail(2 * 3000);
+  for (int n = 0; n < 3000; ++n) tail[2 * n] = tail[2 * n + 1] = n < 2000 ? 0.5f : 1e-4f;
+  root.WriteWave("tail.wav", 44100, 2, tail);
+  AEffect* fx = NewIr("tail.wav", -60.0f, 10.0f);
+  LogCapture log(4);
+  const std::vector<float> resp = LeftImpulseResponse(fx, 3000);
+  EXPECT_TRUE(log.Has("[ON2L]:IR Trimmed 3000 --> 2000"));
+  const double ramp = 441.0;  // 10 ms at 44100 Hz
+  for (int k = 0; k < 3000; ++k) {
+    double want = 0.0;
+    if (k < 2000) want = k <= 2000 - ramp ? 0.5 : 0.5 * (2000 - k) / ramp;
+    ASSERT_NEAR(resp[k], want, 1e-5) << k;
+  }
+}
+
+// A scrambled file loads through its clear copy, which is gone afterwards;
+// a scrambled file that is no wave passes the audio and leaves nothing.
+TEST_F(StudioIr, ScrambledFilesLeaveNoClearCopy) {
+  std::vector<float> ir(2 * 600, 0.0f);
+  ir[2 * 10] = 0.5f;
+  ir[2 * 20 + 1] = -0.25f;
+  root.WriteWave("hall.wav", 44100, 2, ir);
+  root.Scramble("hall.wav");
+  const std::vector<float> x = TestSignal(3000, 2, 44100.0f);
+  StreamResult r = RunStream(NewIr("hall.wav"), 44100.0f, 2, x);
+  ASSERT_EQ(r.status, 0);
+  for (int n = 0; n + kLatency + 20 < 3000; ++n) {
+    ASSERT_NEAR(r.output[2 * n], 0.5f * x[2 * (n + kLatency - 10)], 1e-5) << n;
+    ASSERT_NEAR(r.output[2 * n + 1], -0.25f * x[2 * (n + kLatency - 20) + 1], 1e-5) << n;
+  }
+  EXPECT_TRUE(root.ClearCopies().empty());
+
+  ASSERT_TRUE(WriteBytes(root.File("junk.wav"), std::vector<uint8_t>(5000, 0x5A)));
+  r = RunStream(NewIr("junk.wav"), 44100.0f, 2, x);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(FirstDifference(r.output, x), x.size());
+  EXPECT_TRUE(root.ClearCopies().empty());
+}
+
+// Files that cannot serve give the dry signal: missing, truncated behind a
+// header that claims far more, and a lone centre or low-frequency speaker
+// is never convolved. A name longer than 256 bytes is refused with 2001.
+TEST_F(StudioIr, FailuresPassTheSignalOrReportNoMemory) {
+  const std::vector<float> x = TestSignal(2000, 2, 44100.0f);
+  StreamResult r = RunStream(NewIr("absent.wav"), 44100.0f, 2, x);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(FirstDifference(r.output, x), x.size());
+
+  // A header claiming a billion frames in front of a few hundred.
+  std::vector<float> ir(2 * 300, 0.0f);
+  ir[0] = ir[1] = 1.0f;
+  root.WriteWave("cut.wav", 44100, 2, ir);
+  std::vector<uint8_t> bytes = ReadBytes(root.File("cut.wav"));
+  const size_t dataSize = bytes.size() - 4 - 2400;  // the size word of "data"
+  const uint32_t huge = 0x7FFFFFF8u;
+  std::memcpy(&bytes[dataSize], &huge, 4);
+  ASSERT_TRUE(WriteBytes(root.File("cut.wav"), bytes));
+  r = RunStream(NewIr("cut.wav"), 44100.0f, 2, x);
+  EXPECT_EQ(r.status, 0);
+  for (int n = 0; n + kLatency < 2000; ++n)
+    ASSERT_NEAR(r.output[2 * n], x[2 * (n + kLatency)], 1e-5);
+
+  root.WriteWave("room.wav", 44100, 2, DecayingNoise(800, 2, 3u));
+  const std::vector<float> mono = TestSignal(2000, 1, 44100.0f);
+  for (uint64_t mask : {0x4ull, 0x8ull}) {
+    r = RunStream(NewIr("room.wav"), 44100.0f, 1, mono, OddChunks(), nullptr, true, mask);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(FirstDifference(r.output, mono), mono.size()) << mask;
+  }
+
+  // The refusal is the effect's own; the chain then runs it without units.
+  STUDIO_IR::StudioIrEffect direct;
+  const std::string longName(300, 'a');
+  direct.SetParamData(0, longName.c_str(), 301);
+  EXPECT_EQ(direct.UpdateParams(), ONDREL_E_NOMEM);
+  r = RunStream(NewIr(longName), 44100.0f, 2, x);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(FirstDifference(r.output, x), x.size());
+  // A value of exactly 256 bytes without terminator is a name like another.
+  AEffect* fx = NewIr("");
+  const std::string full(256, 'b');
+  fx->dispatcher(fx, ONDREL_OP_SET_PARAM_DATA, 0, 256, const_cast<char*>(full.data()), 0.0f);
+  r = RunStream(fx, 44100.0f, 2, x);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(FirstDifference(r.output, x), x.size());
+}
+
+}  // namespace
