@@ -40,7 +40,7 @@ namespace {
 constexpr int kTaps = 1024;
 constexpr int kTailBlocks = 6;
 constexpr float kRate = 44100.0f;
-constexpr double kDirectEnergy = 0.15;
+constexpr double kDirectEnergy = 0.04;
 constexpr double kPi = 3.141592653589793;
 
 struct Speaker {
