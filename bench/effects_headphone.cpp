@@ -1,12 +1,13 @@
 // Real-time factor of the headphone room simulation at 44.1 kHz, stereo and
 // 5.1 input, at its defaults (the live room) and in the reference room, fed
 // through the public float interface in buffers of 1024 frames.
-// The rooms are read from $ONDREL_ROOMS_DIR, else share/ondrel/rooms below
-// the working directory (run from the build tree); missing rooms cost the
-// same, as the engine convolves with zeros then.
+// The rooms are read from $ONDREL_ROOMS_DIR, else from the build tree's set
+// (../share/ondrel/rooms from the binary); missing rooms cost the same, as
+// the engine convolves with zeros then.
 // Counter "rtf": seconds of audio processed per second of CPU time.
 // scripts/bench-peers-headphone.sh times FFmpeg's sofalizer for comparison.
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -24,8 +25,15 @@ constexpr float kRate = 44100.0f;
 constexpr int kFrames = 1024;
 
 std::string RoomsDir() {
-  const char* env = std::getenv("ONDREL_ROOMS_DIR");
-  return env != nullptr ? env : "share/ondrel/rooms";
+  static const std::string dir = [] {
+    if (const char* env = std::getenv("ONDREL_ROOMS_DIR")) return std::string(env);
+    char exe[4096];
+    const ssize_t n = ::readlink("/proc/self/exe", exe, sizeof(exe) - 1);
+    std::string path = n > 0 ? std::string(exe, static_cast<size_t>(n)) : std::string();
+    path = path.substr(0, path.rfind('/') + 1);
+    return path + "../share/ondrel/rooms";
+  }();
+  return dir;
 }
 
 void* OpenRoom(const char* name) { return std::fopen((RoomsDir() + "/" + name).c_str(), "rb"); }
