@@ -9,6 +9,7 @@ packages=(
   libflatbuffers-dev flatbuffers-compiler
   libsoundtouch-dev libfftw3-dev libkissfft-dev
   libsndfile1-dev sox
+  libmysofa-dev libmysofa1
   python3 python3-numpy python3-scipy
   nlohmann-json3-dev libcli11-dev libcairo2-dev
 )

@@ -42,6 +42,7 @@ struct Exception {
 const Exception kExceptions[] = {
     {3, kKeepsChannels},     // chaos: its rules set the output channel count
     {10, kLengthIsLatency},  // resampler: output frames follow the new rate
+    {25, kKeepsChannels},    // headphone rooms: any layout in, two ears out
     {27, kKeepsChannels},    // mono to dual: one channel in, two out
     // de-esser: one filter state runs through all channels in turn, so with
     // many channels it decays past the block-end cut inside one block.

@@ -597,15 +597,49 @@ def case_scramble():
         check(f.read() == data, "scrambling onto the input damaged it")
 
 
+def case_headphone():
+    # A room set of our own: the chosen room passes the centre at 0.5 to the
+    # left ear and 0.25 to the right, through the fixed path gain of
+    # 32767/32768 and the limiter's level 0.9765625 and 219-frame look-ahead.
+    def serve(room, name, gain):
+        os.makedirs(path(os.path.join("rooms", room)), exist_ok=True)
+        with open(path(os.path.join("rooms", room, name)), "wb") as f:
+            f.write(struct.pack("<f", gain) + bytes(4092))
+    serve("MovieTheater", "FC_L.data", 0.5)
+    serve("MovieTheater", "FC_R.data", 0.25)
+    serve("LiveRoom", "FC_L.data", 1.0)  # the build room, replaced by RoomType=3
+    x = noise(6000, 0.5, 25)
+    write_wav("mono.wav", 44100, 1, x, "f32")
+    run("--rooms", "rooms", "process", "mono.wav", "room.wav", "-e", "headphone RoomType=3")
+    rate, channels, kind, y = read_wav("room.wav")
+    check((rate, channels, kind) == (44100, 2, "f32"), "output %s" % ((rate, channels, kind),))
+    check(len(y) >= 2 * 6000, "output %d samples" % len(y))
+    path_gain = 32767.0 / 32768.0 * 0.9765625
+    worst = 0.0
+    for n in range(6000):
+        want = (0.0, 0.0) if n < 219 else (0.5 * path_gain * x[n - 219], 0.25 * path_gain * x[n - 219])
+        worst = max(worst, abs(y[2 * n] - want[0]), abs(y[2 * n + 1] - want[1]))
+    check(worst < 1e-6, "headphone render off by %g" % worst)
+
+    # The room set built with the project is found by default and is audible.
+    run("process", "mono.wav", "shipped.wav", "-e", "headphone RoomType=1")
+    _, channels, _, z = read_wav("shipped.wav")
+    check(channels == 2 and max(abs(v) for v in z) > 0.01, "the shipped rooms are silent")
+    run("--rooms", "missing-dir", "process", "mono.wav", "bad.wav", "-e", "headphone", expect=2)
+
+
 def case_demo():
     out, _ = run("demo", "--out", "demo-out")
-    for name in ("input.wav", "output.wav", "response.png"):
+    for name in ("input.wav", "output.wav", "headphone.wav", "response.png"):
         check(os.path.exists(path(os.path.join("demo-out", name))), name + " missing")
     rate, channels, kind, x = read_wav("demo-out/input.wav")
     check((rate, channels, kind, len(x)) == (44100, 2, "s16", 882000), "input %s" % ((rate, channels, kind, len(x)),))
     check(abs(max(abs(v) for v in x) - 0.708 * 32767) < 40, "input peak %d" % max(abs(v) for v in x))
     rate, channels, kind, y = read_wav("demo-out/output.wav")
     check(rate == 44100 and kind == "s16" and len(y) >= channels * 441000, "output %s" % ((rate, channels, kind, len(y)),))
+    rate, channels, kind, h = read_wav("demo-out/headphone.wav")
+    check((rate, channels) == (44100, 2) and len(h) >= 2 * 441000, "headphone %s" % ((rate, channels, len(h)),))
+    check(max(abs(v) for v in h) > 3000, "the headphone render is silent")
     check(png_size("demo-out/response.png") == (960, 540), "response size")
     check("frames 441000 ->" in out and "wrote demo-out/input.wav" in out, out)
 

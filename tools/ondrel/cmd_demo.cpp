@@ -8,6 +8,7 @@
 
 #include "audio.h"
 #include "commands.h"
+#include "effects.h"
 #include "preset.h"
 
 namespace ondrel_tool {
@@ -189,8 +190,16 @@ int RunDemo(const CommonOptions& common, const DemoOptions& options) {
       result.samples.size() / static_cast<size_t>(std::max(1, result.channels)),
       PeakText(peakIn).c_str(), PeakText(peakOut).c_str(), seconds / audioSeconds,
       audioSeconds / std::max(seconds, 1e-9));
-  std::printf("wrote %s/input.wav, %s/output.wav, %s/response.png\n", dir.c_str(), dir.c_str(),
-              dir.c_str());
+  // The same music over headphones in the live room (the room set built
+  // with the project); silent if no rooms were found.
+  EffectList headphone;
+  headphone.Add(BuildInlineEffect("headphone RoomType=2"));
+  ProcessResult room = ProcessBuffer(headphone, music, channels, static_cast<float>(rate));
+  WriteWholeFile(dir + "/headphone.wav", static_cast<int>(std::lround(room.rate)), room.channels,
+                 wav16, room.samples);
+
+  std::printf("wrote %s/input.wav, %s/output.wav, %s/headphone.wav, %s/response.png\n", dir.c_str(),
+              dir.c_str(), dir.c_str(), dir.c_str());
   if (peakOut > 1.0f) Warn("the output peaks above full scale and was clipped in output.wav");
   return kExitOk;
 }

@@ -1,4 +1,5 @@
 #include "common.h"
+#include "rooms.h"
 
 #include <unistd.h>
 
@@ -95,7 +96,9 @@ LibrarySession::LibrarySession(const CommonOptions& options) {
   s.threshold = options.verbose ? 4 : 7;
   set_xlog_handler(&LogHandler);
   set_xlog_level(s.threshold);
-  CheckStatus(ONDREL2::ondrel_init(nullptr), "ondrel_init");
+  if (!options.rooms.empty() && !IsDirectory(options.rooms))
+    UsageError("rooms directory '" + options.rooms + "' is not a directory");
+  CheckStatus(ONDREL2::ondrel_init(FileReader(RoomsDirectory(options.rooms))), "ondrel_init");
   ApplyLocale(options.locale);
   if (!options.resources.empty()) {
     std::vector<std::string> roots;

@@ -43,6 +43,7 @@ struct CommonOptions {
   bool verbose = false;
   std::string locale;                  // "ll-CC", "ll" or empty for the environment's
   std::vector<std::string> resources;  // resource roots
+  std::string rooms;                   // headphone rooms; empty for the default set
 };
 
 // One use of the library: ondrel_init on construction with the log routed to

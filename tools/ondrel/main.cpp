@@ -46,6 +46,9 @@ int main(int argc, char** argv) {
                  "Directory in which effects look for resource files such as impulse responses "
                  "(repeatable; searched in order)")
       ->allow_extra_args(false);
+  app.add_option("--rooms", common.rooms,
+                 "Directory holding the headphone rooms (ReferenceRoom/, LiveRoom/, "
+                 "MovieTheater/); default: the installed set, else the build tree's");
 
   // effects
   CLI::App* effects =

@@ -1,0 +1,399 @@
+// Headphone room simulation: rooms served by a test stream reader, checked
+// against a direct convolution in double precision, the remix matrices of
+// every supported channel count, and the room and failure rules.
+#include "effects/headphone/headphone.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "effects/effect_test_util.h"
+
+namespace ONDREL2 {
+namespace HEADPHONE {
+namespace {
+
+using ondrel_test::ParamRow;
+
+// ---- Rooms served from memory ---------------------------------------------
+
+struct Served {
+  std::map<std::string, std::vector<unsigned char>> files;
+  std::vector<std::string> opened;
+};
+Served g_served;
+
+struct Open {
+  const std::vector<unsigned char>* bytes;
+  size_t pos;
+};
+
+void* OpenFile(const char* path) {
+  g_served.opened.push_back(path);
+  const auto it = g_served.files.find(path);
+  return it == g_served.files.end() ? nullptr : new Open{&it->second, 0};
+}
+void CloseFile(void* h) { delete static_cast<Open*>(h); }
+int ReadFile(void* h, void* buffer, int size) {
+  Open* f = static_cast<Open*>(h);
+  const size_t n = std::min(static_cast<size_t>(size), f->bytes->size() - f->pos);
+  std::memcpy(buffer, f->bytes->data() + f->pos, n);
+  f->pos += n;
+  return static_cast<int>(n);
+}
+int SeekFile(void*, long, int) { return 0; }
+long TellFile(void*, uint32_t*) { return 0; }
+const ONDREL_STREAM_READER kReader = {&OpenFile, &CloseFile, &ReadFile, &SeekFile, &TellFile};
+
+// Stores `taps` (at most 1024) as a little-endian float file.
+void Serve(const std::string& path, const std::vector<float>& taps) {
+  std::vector<unsigned char> bytes(4096, 0);
+  for (size_t i = 0; i < taps.size() && i < 1024; ++i) {
+    uint32_t word;
+    std::memcpy(&word, &taps[i], 4);
+    for (int b = 0; b < 4; ++b) bytes[4 * i + b] = static_cast<unsigned char>(word >> (8 * b));
+  }
+  g_served.files[path] = bytes;
+}
+
+std::vector<float> Impulse(float gain) {
+  std::vector<float> taps(1024, 0.0f);
+  taps[0] = gain;
+  return taps;
+}
+
+struct HeadphoneTest : ondrel_test::EffectTest {
+  void SetUp() override {
+    ondrel_test::InitQuiet();
+    g_served = Served();
+    ondrel_init(&kReader);
+  }
+  void TearDown() override { ondrel_init(nullptr); }
+};
+
+// A new effect; the helper's library init drops the reader, so it goes
+// back in.
+AEffect* NewHeadphone() {
+  AEffect* fx = ondrel_test::NewEffect(EFFECT_HEADPHONE);
+  ondrel_init(&kReader);
+  return fx;
+}
+
+// Gain of the whole chain on a unit response: the engine's 32767/32768 and
+// the output limiter's fixed level; the limiter also delays by its 5 ms
+// look-ahead: a ring of 220 frames at 44.1 kHz, which a frame leaves 219
+// frames after it went in.
+constexpr double kPathGain = 32767.0 / 32768.0 * 0.9765625;
+constexpr int kLimiterDelay = 219;
+
+// Interleaved output of `fx` (which the call takes over) for `input`.
+std::vector<float> Render(AEffect* fx, int channels, const std::vector<float>& input,
+                          uint64_t mask = 0) {
+  const ondrel_test::StreamResult r = ondrel_test::RunStream(
+      fx, 44100.0f, channels, input, ondrel_test::OddChunks(), nullptr, true, mask);
+  EXPECT_EQ(r.status, 0);
+  return r.output;
+}
+
+std::vector<float> Noise(int frames, int channels, float level, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<float> u(-level, level);
+  std::vector<float> x(static_cast<size_t>(frames) * channels);
+  for (float& v : x) v = u(rng);
+  return x;
+}
+
+// ---- Tests -----------------------------------------------------------------
+
+TEST_F(HeadphoneTest, TableNamesAndFormat) {
+  HeadphoneEffect fx;
+  ondrel_test::ExpectParams(fx, {{"RoomType", 1.0f, 2.0f, 3.99999905f, "LiveRoom"}});
+  char buf[64] = "untouched";
+  for (const auto& [room, word] : std::map<float, const char*>{
+           {1.0f, "ReferenceRoom"}, {2.9f, "LiveRoom"}, {3.5f, "MovieTheater"}}) {
+    fx.SetParam(0, room);
+    fx.GetParamDisplay(0, buf);
+    EXPECT_STREQ(buf, word);
+  }
+  std::strcpy(buf, "untouched");
+  fx.SetParam(0, 4.0f);
+  fx.GetParamDisplay(0, buf);
+  EXPECT_STREQ(buf, "untouched");
+  fx.GetParamLabel(0, buf);
+  EXPECT_STREQ(buf, "RoomType");
+  fx.GetEffectName(buf);
+  EXPECT_STREQ(buf, "Super Head Phone");
+  EXPECT_EQ(fx.GetBlockSize(), 1024);
+  EXPECT_EQ(fx.GetLatency(), 0);
+
+  // Stereo out whatever comes in; a whole block comes back in the same call.
+  for (int channels : {1, 2, 6, 8}) {
+    AEffect* h = NewHeadphone();
+    void* inst = ondrel_create_inst();
+    ASSERT_EQ(ondrel_setup_input(inst, channels, 0), 0);
+    ASSERT_EQ(ondrel_set_samplerate(inst, 44100.0f), 0);
+    ASSERT_EQ(ondrel_set_params(inst, &h, 1), 0);
+    int out = 0;
+    uint64_t layout = 0;
+    ondrel_get_out_chns(inst, &out, &layout);
+    EXPECT_EQ(out, 2) << channels;
+    std::vector<float> in(static_cast<size_t>(1024 * channels), 0.25f);
+    int available = 0;
+    ASSERT_EQ(ondrel_processf_input(inst, in.data(), static_cast<int>(in.size()), &available), 0);
+    EXPECT_EQ(available, 2 * 1024) << channels;
+    ondrel_destroy_inst(inst);
+  }
+}
+
+// All 22 files random: the rendered 5.1 stream equals the linear
+// convolution of each speaker with its direct response plus the speaker
+// sum with the tail one block behind, with the LFE mixed into the front
+// pair at 0.1.
+TEST_F(HeadphoneTest, MatchesDirectConvolution) {
+  std::mt19937 rng(7);
+  std::uniform_real_distribution<float> u(-1.0f, 1.0f);
+  auto randomTaps = [&](float level) {
+    std::vector<float> t(1024);
+    for (float& v : t) v = level * u(rng);
+    return t;
+  };
+  std::vector<double> tail[2];  // per ear, 7168 taps from the direct sound on
+  for (int ear = 0; ear < 2; ++ear) {
+    tail[ear].assign(7 * 1024, 0.0);
+    for (int p = 0; p < 6; ++p) {
+      const std::vector<float> t = randomTaps(0.004f);
+      Serve("LiveRoom/" + std::to_string(p) + (ear ? "R" : "L") + ".data", t);
+      for (int j = 0; j < 1024; ++j) tail[ear][static_cast<size_t>((p + 1) * 1024 + j)] = t[j];
+    }
+  }
+  const char* speakers[5] = {"FL", "FC", "FR", "BL", "BR"};
+  std::vector<float> direct[5][2];
+  for (int s = 0; s < 5; ++s)
+    for (int ear = 0; ear < 2; ++ear) {
+      direct[s][ear] = randomTaps(0.02f);
+      Serve(std::string("LiveRoom/") + speakers[s] + (ear ? "_R" : "_L") + ".data", direct[s][ear]);
+    }
+
+  const int frames = 7000;
+  const std::vector<float> in = Noise(frames, 6, 0.1f, 11);
+  const std::vector<float> out = Render(NewHeadphone(), 6, in);
+  ASSERT_GE(out.size(), static_cast<size_t>(2 * frames));
+
+  // Speaker signals in plane order from the 5.1 frame FL FR FC LFE BL BR.
+  auto speaker = [&](int s, int n) {
+    const float* x = &in[static_cast<size_t>(n) * 6];
+    const double lfe = 0.1 * x[3];
+    switch (s) {
+      case 0: return x[0] + lfe;
+      case 1: return static_cast<double>(x[2]);
+      case 2: return x[1] + lfe;
+      case 3: return static_cast<double>(x[4]);
+      default: return static_cast<double>(x[5]);
+    }
+  };
+  double worst = 0.0, peak = 0.0;
+  for (int n = 0; n + kLimiterDelay < frames; ++n) {
+    for (int ear = 0; ear < 2; ++ear) {
+      double y = 0.0;
+      for (int j = 0; j <= n && j < 7 * 1024; ++j) {
+        double sum = 0.0;
+        for (int s = 0; s < 5; ++s) {
+          const double x = speaker(s, n - j);
+          sum += x;
+          if (j < 1024) y += direct[s][ear][static_cast<size_t>(j)] * x;
+        }
+        y += tail[ear][static_cast<size_t>(j)] * sum;
+      }
+      const double got = out[static_cast<size_t>(2 * (n + kLimiterDelay) + ear)];
+      worst = std::max(worst, std::fabs(got - kPathGain * y));
+      peak = std::max(peak, std::fabs(y));
+    }
+  }
+  EXPECT_GT(peak, 0.05);  // the limiter stays idle below full scale
+  EXPECT_LT(peak, 0.9);
+  EXPECT_LT(worst, 2e-5);
+  for (int n = 0; n < kLimiterDelay; ++n) EXPECT_EQ(out[static_cast<size_t>(2 * n)], 0.0f);
+}
+
+// The remix matrices, as users of each layout expect them (rows FL FR FC
+// LFE BL BR, columns in the input's channel order).
+TEST_F(HeadphoneTest, RemixMatrices) {
+  const float h = 0.70710678f, s = 1.0f / 1.70710678f;
+  const std::map<int, std::vector<std::vector<float>>> want = {
+      {1, {{0}, {0}, {1}, {0}, {0}, {0}}},
+      {2, {{1, 0}, {0, 1}, {0.70710677f, 0.70710677f}, {0, 0}, {0.9f, 0.4f}, {0.4f, 0.9f}}},
+      {3, {{1, 0, 0}, {0, 1, 0}, {0, 0, 0}, {0, 0, 1}, {0, 0, 0}, {0, 0, 0}}},
+      {4, {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 0}, {0, 0, 0, h}, {0, 0, 0, h}}},
+      {5,
+       {{1, 0, 0, 0, 0},
+        {0, 1, 0, 0, 0},
+        {0, 0, 1, 0, 0},
+        {0, 0, 0, 0, 0},
+        {0, 0, 0, 1, 0},
+        {0, 0, 0, 0, 1}}},
+      {7,
+       {{s, 0, 0, 0, 0, 0, 0},
+        {0, s, 0, 0, 0, 0, 0},
+        {0, 0, s, 0, 0, 0, 0},
+        {0, 0, 0, s, 0, 0, 0},
+        {0, 0, 0, 0, h * s, s, 0},
+        {0, 0, 0, 0, h * s, 0, s}}},
+      {8,
+       {{s, 0, 0, 0, 0, 0, 0, 0},
+        {0, s, 0, 0, 0, 0, 0, 0},
+        {0, 0, s, 0, 0, 0, 0, 0},
+        {0, 0, 0, s, 0, 0, 0, 0},
+        {0, 0, 0, 0, s, 0, h * s, 0},
+        {0, 0, 0, 0, 0, s, 0, h * s}}},
+  };
+  for (const auto& [channels, rows] : want) {
+    HeadphoneRoomEngine engine;
+    ASSERT_TRUE(engine.Init(44100, channels)) << channels;
+    ASSERT_NE(engine.remixer, nullptr);
+    ASSERT_EQ(engine.remixer->outputChannels, 6);
+    ASSERT_EQ(engine.remixer->inputChannels, channels);
+    for (int o = 0; o < 6; ++o)
+      for (int i = 0; i < channels; ++i)
+        EXPECT_NEAR(engine.remixer->At(o, i), rows[o][i], 1e-7)
+            << channels << ": " << o << "," << i;
+  }
+  // 16 channels: a usable layout, the extra speakers dropped, no row above
+  // unity; no remixer for 5.1 itself; nothing for counts without a layout.
+  HeadphoneRoomEngine sixteen, six, nine;
+  ASSERT_TRUE(sixteen.Init(44100, 16));
+  for (int o = 0; o < 6; ++o) {
+    double sum = 0.0;
+    for (int i = 0; i < 16; ++i) sum += std::fabs(sixteen.remixer->At(o, i));
+    EXPECT_LE(sum, 1.0 + 1e-6);
+  }
+  EXPECT_EQ(sixteen.remixer->At(2, 2), sixteen.remixer->At(0, 0));  // FC like FL
+  EXPECT_TRUE(six.Init(44100, 6));
+  EXPECT_EQ(six.remixer, nullptr);
+  EXPECT_FALSE(nine.Init(44100, 9));
+  EXPECT_EQ(nine.remixer, nullptr);
+}
+
+// Unit impulses in single files route the input exactly: a centre-only
+// signal reaches both ears alike, stereo spreads as its matrix says, and a
+// tail file hears the speaker sum one block late.
+TEST_F(HeadphoneTest, ImpulseRoutes) {
+  const int frames = 5000;
+  const std::vector<float> mono = Noise(frames, 1, 0.3f, 3);
+  Serve("LiveRoom/FC_L.data", Impulse(1.0f));
+  Serve("LiveRoom/FC_R.data", Impulse(1.0f));
+  std::vector<float> out = Render(NewHeadphone(), 1, mono);
+  ASSERT_GE(out.size(), static_cast<size_t>(2 * frames));
+  for (int n = 0; n + kLimiterDelay < frames; ++n) {
+    const size_t at = static_cast<size_t>(2 * (n + kLimiterDelay));
+    ASSERT_EQ(out[at], out[at + 1]) << n;
+    ASSERT_NEAR(out[at], kPathGain * mono[static_cast<size_t>(n)], 1e-6) << n;
+  }
+
+  // Stereo, left only: each speaker's share of the left input.
+  const std::vector<float> left = Noise(frames, 1, 0.3f, 5);
+  std::vector<float> stereo(2 * static_cast<size_t>(frames), 0.0f);
+  for (int n = 0; n < frames; ++n)
+    stereo[2 * static_cast<size_t>(n)] = left[static_cast<size_t>(n)];
+  const std::map<std::string, double> share = {
+      {"FL", 1.0}, {"FR", 0.0}, {"FC", 0.70710677}, {"BL", 0.9}, {"BR", 0.4}};
+  for (const auto& [name, gain] : share) {
+    g_served.files.clear();
+    Serve("LiveRoom/" + name + "_L.data", Impulse(1.0f));
+    out = Render(NewHeadphone(), 2, stereo);
+    double worst = 0.0;
+    for (int n = 0; n + kLimiterDelay < frames; ++n)
+      worst = std::max(worst, std::fabs(out[static_cast<size_t>(2 * (n + kLimiterDelay))] -
+                                        kPathGain * gain * left[static_cast<size_t>(n)]));
+    EXPECT_LT(worst, 1e-6) << name;
+  }
+
+  // Tail block 0 of the right ear: the speaker sum 1024 frames later; block 5
+  // 6144 frames later.
+  for (int p : {0, 5}) {
+    g_served.files.clear();
+    Serve("LiveRoom/" + std::to_string(p) + "R.data", Impulse(0.5f));
+    const int delay = (p + 1) * 1024 + kLimiterDelay;
+    const int longer = frames + 6144;
+    std::vector<float> x = Noise(longer, 1, 0.3f, 9);
+    out = Render(NewHeadphone(), 1, x);
+    ASSERT_GE(out.size(), static_cast<size_t>(2 * longer));
+    double worst = 0.0;
+    for (int n = 0; n < longer; ++n) {
+      const double want = n >= delay ? 0.5 * kPathGain * x[static_cast<size_t>(n - delay)] : 0.0;
+      worst = std::max(worst, std::fabs(out[static_cast<size_t>(2 * n + 1)] - want));
+      ASSERT_EQ(out[static_cast<size_t>(2 * n)], 0.0f);
+    }
+    EXPECT_LT(worst, 1e-6) << p;
+  }
+}
+
+// Without room files the effect renders silence, not the dry signal; a
+// channel count without a layout fails to set up and passes blocks on.
+TEST_F(HeadphoneTest, MissingRoomsAndUnusableLayouts) {
+  const std::vector<float> in = Noise(4096, 6, 0.5f, 1);
+  const std::vector<float> out = Render(NewHeadphone(), 6, in);
+  ASSERT_GE(out.size(), 2u * 4096u);
+  for (float v : out) ASSERT_EQ(v, 0.0f);
+  EXPECT_EQ(g_served.opened.size(), 22u);
+  EXPECT_EQ(g_served.opened.front(), "LiveRoom/0L.data");
+  EXPECT_EQ(g_served.opened.back(), "LiveRoom/BR_R.data");
+
+  HeadphoneEffect nine;
+  nine.SetChannels(9, 0);
+  nine.SetSampleRate(44100.0f);
+  EXPECT_EQ(nine.UpdateParams(), ONDREL_E_INVALID);
+  std::vector<float> block(9 * 1024, 0.5f);
+  AudioEffect::ChannelVector bufs;
+  for (int c = 0; c < 9; ++c) bufs.push_back(block.data() + c * 1024);
+  int frames = 1024;
+  EXPECT_EQ(nine.ProcessBlock(bufs, &frames), 0);
+  EXPECT_EQ(frames, 1024);
+  for (float v : block) ASSERT_EQ(v, 0.5f);
+}
+
+// Rooms differ in their centre gain. A room other than the build room 2 is
+// loaded at every update; going back to 2 keeps the last room until the
+// format changes.
+TEST_F(HeadphoneTest, RoomChangesAndTheBuildRoom) {
+  const char* folders[3] = {"ReferenceRoom/", "LiveRoom/", "MovieTheater/"};
+  for (int r = 0; r < 3; ++r)
+    Serve(std::string(folders[r]) + "FC_L.data", Impulse(0.5f / (1 << r)));
+  HeadphoneEffect fx;
+  fx.SetChannels(1, 0);
+  fx.SetSampleRate(44100.0f);
+  ASSERT_EQ(fx.Resume(), 0);
+  std::vector<float> ones(4096, 0.25f), out(2 * 4096);
+  // Steady left-ear level of a constant centre signal.
+  auto level = [&]() {
+    int available = 0, got = 0;
+    float* in = ones.data();
+    EXPECT_EQ(fx.ProcessInput({in}, 4096, &available), 0);
+    EXPECT_EQ(fx.ProcessOutput({out.data(), out.data() + 4096}, available, &got), 0);
+    return static_cast<double>(out[static_cast<size_t>(got - 1)]) / (0.25 * kPathGain);
+  };
+  EXPECT_NEAR(level(), 0.25, 1e-6);
+  fx.SetParam(0, 3.0f);
+  EXPECT_NEAR(level(), 0.125, 1e-6);
+  const size_t opens = g_served.opened.size();
+  fx.paramsDirty = true;
+  EXPECT_NEAR(level(), 0.125, 1e-6);
+  EXPECT_EQ(g_served.opened.size(), opens + 22);
+  EXPECT_EQ(g_served.opened.back(), "MovieTheater/BR_R.data");
+  fx.SetParam(0, 2.0f);
+  EXPECT_NEAR(level(), 0.125, 1e-6);
+  fx.SetParam(0, 1.0f);
+  EXPECT_NEAR(level(), 0.5, 1e-6);
+  fx.SetParam(0, 2.0f);
+  EXPECT_NEAR(level(), 0.5, 1e-6);
+  fx.SetSampleRate(48000.0f);  // rebuild: the build room again
+  EXPECT_NEAR(level(), 0.25, 1e-6);
+}
+
+}  // namespace
+}  // namespace HEADPHONE
+}  // namespace ONDREL2
