@@ -95,13 +95,14 @@ class DfxAmbience {
   bool tablesBuilt_ = false;
 };
 
-// Dynamic boost: a gain of up to 8.9 dB (the amount times 0.7 picks a
-// 0.1/0.2/0.5 dB step), pulled back when the slow level of the left channel
-// (which governs both channels) times the gain passes 0.32, then a 33-frame
-// look-ahead peak envelope per channel that holds the output at or below
-// 0.966. The look-ahead delays the audio by 33 frames; the effect reports
-// no latency all the same, and flushed streams are cut to that length.
-// Time constants are fixed for 44.1 kHz.
+// Dynamic boost: a gain of up to 11.6 dB (the amount times 0.7 picks a step
+// of a table rising by 0.1, 0.2 and 0.5 dB), pulled back when the slow level
+// of the left channel (which governs both channels) times the gain passes
+// 0.32, then a 33-frame look-ahead peak envelope per channel that holds the
+// output at or below 0.966. The look-ahead delays the audio by 33 frames;
+// the effect reports no latency all the same, so flushed streams keep their
+// input length and lose the last 33 frames. Time constants are fixed for
+// 44.1 kHz.
 class DfxDynamicBoost {
  public:
   using PARAM = DfxParam;
