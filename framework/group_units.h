@@ -9,7 +9,8 @@
 // groups beyond the vector (a mask that claims more speakers than the stream
 // carries) and groups without a unit are left alone.
 //
-// Rebuild and Clear allocate and free; Run and ForEach do neither.
+// Rebuild and Clear allocate and free; Update allocates only what its
+// function does; Run and ForEach do neither.
 #pragma once
 
 #include <cstdint>
@@ -68,6 +69,28 @@ class GroupUnits {
     if (g.context == unit) return;
     Release(g.context);
     g.context = unit;
+  }
+
+  // True when a grouping exists and was built from `channels` and `mask`.
+  bool Matches(int32_t channels, uint64_t mask) const {
+    return layout_ != nullptr && layout_->channels == channels && layout_->layout == mask;
+  }
+
+  // Walks every group in order with its unit slot:
+  // fn(Unit*& unit, const ChannelGroup&) returns a status and may fill an
+  // empty slot or delete the unit and empty the slot. The first non-zero
+  // status stops the walk and is returned. For effects that keep their
+  // units (and their state) across a parameter change.
+  template <class Fn>
+  int32_t Update(Fn&& fn) {
+    if (layout_ == nullptr) return ONDREL_OK;
+    for (ChannelGroup& g : layout_->groups) {
+      Unit* unit = static_cast<Unit*>(g.context);
+      const int32_t status = fn(unit, static_cast<const ChannelGroup&>(g));
+      g.context = unit;
+      if (status != ONDREL_OK) return status;
+    }
+    return ONDREL_OK;
   }
   LayoutUtils* layout() const { return layout_; }
 

@@ -118,6 +118,33 @@ TEST(SteadyPath, EveryBuiltTypeAllocatesNothingOnceSizesAreStable) {
   }
 }
 
+// The enhancers that keep state across parameter moves (Dfx family,
+// Fidelity, DfxHyperbass), all switched on in one chain.
+TEST(SteadyPath, EnhancersAllocateNothingOnceRunning) {
+  ondrel_test::SilenceLog();
+  void* inst = ondrel_create_inst();
+  const ONDREL_EFFECT_TYPE types[6] = {EFFECT_FIDELITY,       EFFECT_DFX_HYPERBASS,
+                                       EFFECT_DFX_3DSURROUND, EFFECT_DFX_HEADPHONE,
+                                       EFFECT_AMBIENCE,       EFFECT_DYNAMICBOOST};
+  AEffect* list[6] = {};
+  for (int i = 0; i < 6; ++i) {
+    ASSERT_EQ(ondrel_create_effect(types[i], &list[i]), 0);
+    list[i]->dispatcher(list[i], ONDREL_OP_SET_PARAM, 0, 0, nullptr, 1.0f);
+  }
+  ASSERT_EQ(ondrel_set_params(inst, list, 6), 0);
+  std::vector<float> in(2 * 1500, 0.1f), out(2 * 8192);
+  int avail = 0, written = 0;
+  auto run = [&] {
+    ASSERT_EQ(ondrel_processf_input(inst, in.data(), static_cast<int>(in.size()), &avail), 0);
+    ASSERT_EQ(ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &written), 0);
+  };
+  for (int i = 0; i < 8; ++i) run();
+  const long before = g_allocations;
+  for (int i = 0; i < 50; ++i) run();
+  EXPECT_EQ(g_allocations - before, 0);
+  ondrel_destroy_inst(inst);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {

@@ -1,0 +1,48 @@
+// Fidelity through the public interface: table and names, identity at 0,
+// and at small levels (where the sine shaper is linear) the response
+// 1 + 0.566929 * drive * H(f) against the cookbook high pass in double;
+// a sample-rate change follows the corner.
+#include "effects/fidelity/fidelity.h"
+
+#include <gtest/gtest.h>
+
+#include <complex>
+
+#include "effects/dfx/tone_util.h"
+#include "effects/effect_test_util.h"
+
+namespace {
+
+using namespace ONDREL2;
+using namespace ondrel_test;
+
+TEST_F(EffectTest, FidelityTableAndIdentityAtZero) {
+  AEffect* fx = NewEffect(EFFECT_FIDELITY);
+  ASSERT_NE(fx, nullptr);
+  ExpectParams(*fx->object, {{"Fidelity", 0.0f, 0.0f, 127.0f, "0"}});
+  char buf[64];
+  EXPECT_STREQ(fx->object->GetEffectName(buf), "高保真度");
+  const std::vector<float> in = TestSignal(3000, 3, 44100.0f);
+  const StreamResult r = RunStream(fx, 44100.0f, 3, in);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(FirstDifference(r.output, in), in.size());
+}
+
+TEST_F(EffectTest, FidelityAddsHighPassedBandAtSmallLevels) {
+  for (double rate : {44100.0, 96000.0}) {
+    for (double hz : {200.0, 1737.0, 6000.0}) {
+      const double amp = 1e-3;
+      const std::vector<float> in = Tone(static_cast<int>(rate) + 9600, 2, rate, hz, amp);
+      const StreamResult r = RunStream(NewEffect(EFFECT_FIDELITY, {{"Fidelity", 127.0f}}),
+                                       static_cast<float>(rate), 2, in);
+      // sin(v) * 1.5 * 0.377953 with drive 3.39292 at full amount.
+      const double k = 1.5 * 0.377953 * 3.39292;
+      const double want = amp * std::abs(1.0 + k * CookbookHighPass(1736.58, 0.70710677, hz, rate));
+      EXPECT_NEAR(ToneAmplitude(r.output, 2, 1, 9600, static_cast<int>(rate), rate, hz), want,
+                  want * 1e-3)
+          << hz << " Hz at " << rate;
+    }
+  }
+}
+
+}  // namespace
