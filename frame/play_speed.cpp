@@ -97,6 +97,7 @@ void PlaySpeedController::CreateEngine() {
   // The replaced engine goes with the samples it held.
   delete engine;
   engine = nullptr;
+  engineChannels = 0;
   soundtouch::SoundTouch* fresh = nullptr;
   {
     try {
@@ -109,6 +110,7 @@ void PlaySpeedController::CreateEngine() {
       fresh->setSetting(SETTING_USE_AA_FILTER, 0);
       if (Playable(multiple)) fresh->setTempoChange(TempoChange(multiple));
       engine = fresh;
+      engineChannels = channels;
     } catch (const std::exception&) {
       // A channel count or rate the engine refuses: no engine, and audio
       // that needs one is refused by Input.
@@ -125,13 +127,13 @@ int PlaySpeedController::AllocateBuffers() {
   const int32_t need = channels * kBlockFrames;
   if (blockSize < need) {
     blockSize = need;
+    blockVector.clear();
     std::free(block);
     block = static_cast<float*>(std::calloc(static_cast<size_t>(need), sizeof(float)));
     if (block == nullptr) {
       blockSize = 0;
       return ONDREL_E_NOMEM;
     }
-    blockVector.clear();
   }
   if (static_cast<int32_t>(blockVector.size()) != channels) {
     blockVector.clear();
@@ -171,18 +173,20 @@ uint64_t PlaySpeedController::BytesOf(int frames) const {
 
 int PlaySpeedController::ReceiveBlock(int limit) {
   const int n = static_cast<int>(engine->receiveSamples(interleaved.data(), limit));
-  for (int c = 0; c < channels; ++c) {
+  const int width = engineChannels;
+  for (int c = 0; c < width; ++c) {
     float* dst = blockVector[c];
-    for (int i = 0; i < n; ++i) dst[i] = interleaved[static_cast<size_t>(i * channels + c)];
+    for (int i = 0; i < n; ++i) dst[i] = interleaved[static_cast<size_t>(i * width + c)];
   }
   return n;
 }
 
 int PlaySpeedController::Stretch(int frames) {
   if (std::fabs(static_cast<double>(multiple) - 1.0) <= 1e-6) return frames;
-  for (int c = 0; c < channels; ++c) {
+  const int width = engineChannels;
+  for (int c = 0; c < width; ++c) {
     const float* src = blockVector[c];
-    for (int i = 0; i < frames; ++i) interleaved[static_cast<size_t>(i * channels + c)] = src[i];
+    for (int i = 0; i < frames; ++i) interleaved[static_cast<size_t>(i * width + c)] = src[i];
   }
   engine->putSamples(interleaved.data(), static_cast<unsigned>(frames));
   // At most what went in comes back now; the rest waits in the engine for
@@ -215,7 +219,10 @@ int PlaySpeedController::Input(const std::vector<float*>& vec, int frames, int* 
   if (blockSize == 0 || frames < 0 || channels < 1) return ONDREL_E_INVALID;
   if (!Playable(multiple)) return ONDREL_E_SPEED;
   const bool bypass = std::fabs(static_cast<double>(multiple) - 1.0) <= 1e-6;
-  if (engine == nullptr && !bypass) return ONDREL_E_INVALID;
+  // The engine must match the queues' width. They differ only after a
+  // channel change that a later setter replaced before it was applied.
+  const bool engineFits = engine != nullptr && engineChannels == inQueue.channels;
+  if (!bypass && !engineFits) return ONDREL_E_INVALID;
   if (int rc = inQueue.PutPlanar(vec, frames, 0)) return rc;
   const int width = inQueue.channels;
   if (static_cast<int>(vec.size()) > width) {
@@ -227,7 +234,7 @@ int PlaySpeedController::Input(const std::vector<float*>& vec, int frames, int* 
     }
     if (int rc = dryQueue.PutPlanar(vec, frames, width)) return rc;
   }
-  if (engine != nullptr) {
+  if (engineFits) {
     for (;;) {
       const int n = ReceiveBlock(kBlockFrames);
       if (n <= 0) break;
@@ -237,7 +244,7 @@ int PlaySpeedController::Input(const std::vector<float*>& vec, int frames, int* 
   }
   while (inQueue.Count() >= kBlockFrames) {
     int n = 0;
-    inQueue.GetPlanar(blockVector, kBlockFrames, &n, 0);
+    if (int rc = inQueue.GetPlanar(blockVector, kBlockFrames, &n, 0)) return rc;
     n = Stretch(n);
     if (n >= 1) {
       if (int rc = outQueue.PutPlanar(blockVector, n, 0)) return rc;

@@ -109,6 +109,7 @@ class PlaySpeedController {
   // Moves up to one block of what the engine holds into blockVector.
   int ReceiveBlock(int limit);
 
+  int32_t engineChannels = 0;      // what the engine was built for; 0 without one
   std::vector<float> interleaved;  // engine-side scratch, channels * 512
 };
 
