@@ -2,7 +2,8 @@
 // effect at 44.1 kHz stereo. Counter "rtf": seconds of audio processed per
 // second of wall time.
 //  - play speed through the psctrl functions in calls of 2048 planar frames:
-//    1.0 (the bypass: two queue copies), 1.25 and 0.8;
+//    1.0 (the bypass: two queue copies, beside two plain memcpy of the
+//    same frames), 1.25 and 0.8;
 //  - the pitch shifter in an instance, Key 0 (default) and +3 semitones;
 //  - the resampler effect in an instance (its blocks stop at the status, so
 //    this is the cost of the queues), and the converters it sets up run
@@ -13,6 +14,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cmath>
+#include <cstring>
 #include <memory>
 #include <random>
 #include <vector>
@@ -70,6 +72,26 @@ void BM_PlaySpeed(benchmark::State& state) {
   ondrel_destroy_inst(inst);
 }
 BENCHMARK(BM_PlaySpeed)->Arg(100)->Arg(125)->Arg(80)->UseRealTime();
+
+// What the bypass at speed 1.0 is measured against: the same frames copied
+// twice (into a queue and out of it) with plain memcpy.
+void BM_TwoPlainCopies(benchmark::State& state) {
+  std::vector<std::vector<float>> queue(kChannels, std::vector<float>(kFrames)),
+      out(kChannels, std::vector<float>(kFrames));
+  int at = 0;
+  for (auto _ : state) {
+    if (at + kFrames > kSourceFrames) at = 0;
+    for (int c = 0; c < kChannels; ++c) {
+      std::memcpy(queue[c].data(), Source()[c].data() + at, kFrames * sizeof(float));
+      std::memcpy(out[c].data(), queue[c].data(), kFrames * sizeof(float));
+    }
+    at += kFrames;
+    benchmark::DoNotOptimize(out[0].data());
+    benchmark::ClobberMemory();
+  }
+  SetRtf(state);
+}
+BENCHMARK(BM_TwoPlainCopies)->UseRealTime();
 
 void RunChain(benchmark::State& state, ONDREL_EFFECT_TYPE type, int param, float value) {
   set_xlog_level(7);
