@@ -7,6 +7,7 @@
 
 #include "frame/log.h"
 #include "frame/modulators.h"
+#include "frame/play_speed.h"
 #include "framework/audio_effect.h"
 #include "framework/catalogue.h"
 
@@ -21,8 +22,7 @@ ProcessingInstance::~ProcessingInstance() {
   }
   effects.clear();
   AllocBlockBuffers(0, 0);
-  // The play-speed controller is created by its own functions and is never
-  // set in this build.
+  delete speedController;
   speedController = nullptr;
 }
 

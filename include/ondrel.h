@@ -42,6 +42,8 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include <vector>
+
 #if defined(_WIN32)
 #define ONDREL_API __declspec(dllexport)
 #else
@@ -266,6 +268,35 @@ ONDREL_API int ondrel_processf_output(void* instance, float* samples, int count,
 ONDREL_API void ondrel_flush_out(void* instance);
 /* Pushes the effects' tails out at the end of a stream. */
 ONDREL_API int ondrel_flush_to_buf(void* instance, int* available);
+
+/* ---- Play-speed control: tempo without a change of pitch ------------- */
+
+/* A controller of the instance, beside its chain; replaces any earlier one.
+ * `position` is the output byte position the accounting starts from.
+ * 2001 if it cannot be built. All psctrl calls give 2000 for a null
+ * instance and 2003 (except init) when it has no controller. */
+ONDREL_API int ondrel_psctrl_init(void* instance, unsigned sampleRate, unsigned bitsPerSample,
+                                  unsigned channels, float multiple, uint64_t position);
+/* Setters record the change; the next ondrel_psctrl_input applies it, takes
+ * no audio and returns 2000 (call it again). Only the last setter before
+ * that call is applied. The same value again changes nothing. */
+ONDREL_API int ondrel_psctrl_set_multiple(void* instance, float multiple);
+ONDREL_API int ondrel_psctrl_set_samplerate(void* instance, unsigned sampleRate);
+ONDREL_API int ondrel_psctrl_set_channels(void* instance, int channels);
+/* Planar frames in, one pointer per channel; channels beyond the
+ * controller's pass through untouched. *available receives the frames ready.
+ * frames 0 only polls. A speed of 0 or below refuses audio with 2002. */
+ONDREL_API int ondrel_psctrl_input(void* instance, const std::vector<float*>& channels, int frames,
+                                   int* available);
+/* Up to `frames` stretched frames out; *got counts the frames delivered (of
+ * the pass-through channels, when the vector has any). */
+ONDREL_API int ondrel_psctrl_output(void* instance, const std::vector<float*>& channels, int frames,
+                                    int* got);
+/* Source byte position of an output byte position; 2003 outside the map. */
+ONDREL_API int ondrel_psctrl_getActualBytes(void* instance, uint64_t position, uint64_t& actual);
+/* Restarts the byte accounting at 0 at the present speed; audio queued and
+ * inside the stretcher stays. 2002 for a speed of 0 or below. */
+ONDREL_API int ondrel_psctrl_seek(void* instance);
 
 /* ---- Modulators: global named values that scripts read -------------- */
 

@@ -7,6 +7,7 @@ if(TARGET ondrel_tool AND Python3_Interpreter_FOUND)
   find_program(ONDREL_TOOL_TEST_FLATC flatc)
   set(tool_test_cases
     effects_and_params process_float process_s16 process_passthrough process_layout process_upmix
+    process_speed
     preset_round_trip
     error_exits response script scramble demo reverb_preset resources headphone)
   foreach(case ${tool_test_cases})

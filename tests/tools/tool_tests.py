@@ -353,6 +353,29 @@ def flatc_json(binary):
         return json.load(f)
 
 
+def case_process_speed():
+    """--speed 1.25: a quarter shorter, same pitch, the end's source byte
+    from the speed map (factor 1.25 + 0.0025)."""
+    rate, frames = 44100, 88200
+    x = []
+    for n in range(frames):
+        v = 0.4 * math.sin(2 * math.pi * 440.0 * n / rate)
+        x += [v, -v]
+    write_wav("tone.wav", rate, 2, x, "f32")
+    out, _ = run("process", "tone.wav", "fast.wav", "--speed", "1.25", "--format", "f32")
+    r, c, kind, got = read_wav("fast.wav")
+    check((r, c, kind) == (rate, 2, "f32"), "output format %s" % ((r, c, kind),))
+    check(len(got) == 2 * 70560, "stretched length %d frames" % (len(got) // 2))
+    left = got[0::2][10000:60000]
+    rises = sum(1 for a, b in zip(left, left[1:]) if a < 0 <= b)
+    pitch = rises * rate / len(left)
+    check(abs(pitch - 440.0) < 4.0, "pitch moved to %.1f Hz" % pitch)
+    out_bytes = 70560 * 2 * 4
+    source = int(f32(f32(out_bytes) * f32((1.25 - 0.5) / 1.5 * 0.005 + 1.25)))
+    check("speed 1.25: 88200 -> 70560 frames; output byte %d plays source byte %d (32-bit)"
+          % (out_bytes, source) in out, out)
+
+
 def case_preset_round_trip():
     preset = {"text": "Hall — 大厅",
               "effects": [{"type": "amplifier", "params": {"Gain": -7.5}, "scripts": {"Gain": "in*0.5"}},

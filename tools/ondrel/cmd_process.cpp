@@ -3,11 +3,13 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <memory>
 
 #include "audio.h"
 #include "commands.h"
 #include "layouts.h"
 #include "preset.h"
+#include "speed.h"
 
 namespace ondrel_tool {
 
@@ -109,13 +111,13 @@ struct Totals {
 
 // Reads, processes and writes in chunks of the sample type `Sample`.
 template <typename Sample>
-void Stream(AudioReader& reader, Chain& chain, AudioWriter& writer, Progress& progress, float scale,
-            Totals* totals) {
+void Stream(AudioReader& reader, Chain& chain, SpeedStage* speed, AudioWriter& writer,
+            Progress& progress, float scale, Totals* totals) {
   const int64_t chunk = 8192;
   const int inChannels = reader.channels();
   const int outChannels = chain.OutChannels();
   std::vector<Sample> in(static_cast<size_t>(chunk * inChannels));
-  std::vector<Sample> out;
+  std::vector<Sample> out, stretched;
   for (;;) {
     int64_t got = reader.Read(in.data(), chunk);
     if (got <= 0) break;
@@ -124,6 +126,11 @@ void Stream(AudioReader& reader, Chain& chain, AudioWriter& writer, Progress& pr
         std::max(totals->peakIn, Peak(in.data(), static_cast<size_t>(got * inChannels), scale));
     out.clear();
     chain.Process(in.data(), got, &out);
+    if (speed != nullptr) {
+      stretched.clear();
+      speed->Process(out.data(), static_cast<int64_t>(out.size()) / outChannels, &stretched);
+      out.swap(stretched);
+    }
     int64_t frames = static_cast<int64_t>(out.size()) / outChannels;
     totals->peakOut = std::max(totals->peakOut, Peak(out.data(), out.size(), scale));
     writer.Write(out.data(), frames);
@@ -132,6 +139,12 @@ void Stream(AudioReader& reader, Chain& chain, AudioWriter& writer, Progress& pr
   }
   out.clear();
   chain.Flush(&out);
+  if (speed != nullptr) {
+    stretched.clear();
+    speed->Process(out.data(), static_cast<int64_t>(out.size()) / outChannels, &stretched);
+    speed->Flush(&stretched);
+    out.swap(stretched);
+  }
   int64_t frames = static_cast<int64_t>(out.size()) / outChannels;
   totals->peakOut = std::max(totals->peakOut, Peak(out.data(), out.size(), scale));
   writer.Write(out.data(), frames);
@@ -199,13 +212,17 @@ int RunProcess(const CommonOptions& common, const ProcessOptions& options) {
     Note(common,
          "'" + options.output + "' (" + FormatText(outFormat) + ") cannot carry the speaker map " +
              MaskText(EffectiveMask(outChannels, outLayout)) + "; it is written without one");
+  std::unique_ptr<SpeedStage> speed;
+  if (options.speed != 1.0)
+    speed = std::make_unique<SpeedStage>(static_cast<float>(options.speed), outRate, outChannels,
+                                         options.format == "s16" ? 16 : 32);
   Progress progress(!options.quiet && StderrIsTerminal(), reader.frames());
   Totals totals;
   auto start = std::chrono::steady_clock::now();
   if (options.format == "s16") {
-    Stream<int16_t>(reader, chain, writer, progress, 1.0f / 32768.0f, &totals);
+    Stream<int16_t>(reader, chain, speed.get(), writer, progress, 1.0f / 32768.0f, &totals);
   } else {
-    Stream<float>(reader, chain, writer, progress, 1.0f, &totals);
+    Stream<float>(reader, chain, speed.get(), writer, progress, 1.0f, &totals);
   }
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   writer.Commit();
@@ -219,9 +236,9 @@ int RunProcess(const CommonOptions& common, const ProcessOptions& options) {
          "' (write a float file with --format f32 to keep them)");
   if (!options.quiet) {
     double audioSeconds = static_cast<double>(totals.framesIn) / reader.rate();
-    std::string speed = "n/a";
+    std::string rtf = "n/a";
     if (audioSeconds > 0.0 && seconds > 0.0)
-      speed = Format("%.4f (%.0fx real time)", seconds / audioSeconds, audioSeconds / seconds);
+      rtf = Format("%.4f (%.0fx real time)", seconds / audioSeconds, audioSeconds / seconds);
     std::printf(
         "%s%s%s | in %s %d Hz %d ch%s | out %s %d Hz %d ch%s | frames %lld -> %lld | peak %s -> %s "
         "| real-time factor %s\n",
@@ -231,7 +248,8 @@ int RunProcess(const CommonOptions& common, const ProcessOptions& options) {
         FormatText(outFormat).c_str(), outRate, outChannels,
         LayoutSuffix(outChannels, outLayout).c_str(), static_cast<long long>(totals.framesIn),
         static_cast<long long>(totals.framesOut), PeakText(totals.peakIn).c_str(),
-        PeakText(totals.peakOut).c_str(), speed.c_str());
+        PeakText(totals.peakOut).c_str(), rtf.c_str());
+    if (speed) std::printf("%s\n", speed->Report().c_str());
   }
   return kExitOk;
 }

@@ -26,6 +26,7 @@ struct ProcessOptions {
   std::vector<std::string> effects;
   std::vector<std::string> modulators;
   std::string format = "same";  // same | s16 | f32
+  double speed = 1.0;           // tempo factor through the play-speed controller
   bool quiet = false;
 };
 int RunProcess(const CommonOptions& common, const ProcessOptions& options);

@@ -95,6 +95,12 @@ int main(int argc, char** argv) {
                    "format when the container allows it), s16 (16-bit processing and output), f32 "
                    "(float processing and output)")
       ->check(CLI::IsMember({"same", "s16", "f32"}));
+  processCmd
+      ->add_option("--speed,-s", process.speed,
+                   "Play the chain's output faster or slower without a change of pitch (1.25: "
+                   "a quarter faster); reports the output length and where its end lies in the "
+                   "source")
+      ->check(CLI::PositiveNumber);
   processCmd->add_flag("--quiet,-q", process.quiet, "No progress bar and no summary");
   AddLocale(processCmd, &common);
   processCmd->footer(
@@ -102,6 +108,7 @@ int main(int argc, char** argv) {
       "  ondrel process in.wav out.wav --effect \"amplifier Gain=-6\"\n"
       "  ondrel process in.flac out.flac --preset presets/demo.json\n"
       "  ondrel process in.wav out.wav -e \"limiter Limit=-1 Release Time=80\" --format s16\n"
+      "  ondrel process in.wav fast.wav --speed 1.25\n"
       "  ondrel process in.wav out.wav -p room.json -r /usr/share/ondrel/ -m GENRE_ZKV=9");
 
   // demo

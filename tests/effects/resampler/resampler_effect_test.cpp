@@ -1,0 +1,132 @@
+// Resampler effect: table, words and ratio texts, the target rate rules,
+// the converter it holds against the converters built directly, and the
+// block status a chain sees.
+#include "effects/resampler/resampler_effect.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "effects/effect_test_util.h"
+
+namespace ONDREL2 {
+namespace RESAMPLER {
+namespace {
+
+using ResamplerEffectTest = ondrel_test::EffectTest;
+
+std::string Display(ResamplerEffect& fx, int index) {
+  char buf[128];
+  fx.GetParamDisplay(index, buf);
+  return buf;
+}
+
+void SetAlgorithm(ResamplerEffect& fx, int32_t value) { fx.SetParamData(4, &value, sizeof(value)); }
+
+TEST_F(ResamplerEffectTest, WordsAndRatioTexts) {
+  ResamplerEffect fx;
+  const char* names[] = {"Method", "Multiplier", "SampleRate", "Max", "Algorithm"};
+  const char* shown[] = {"指定", "1:1", "96000", "192000", "线性"};
+  ASSERT_EQ(fx.GetAEffect()->numParams, 5);
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_STREQ(fx.params[static_cast<size_t>(i)].name, names[i]);
+    EXPECT_EQ(Display(fx, i), shown[i]) << names[i];
+    EXPECT_EQ(fx.ParamNeedsRebuild(i), i >= 1 && i <= 3) << names[i];  // the rate-setting ones
+  }
+  EXPECT_TRUE(fx.IsParamBinary(4));
+  EXPECT_EQ(fx.GetScriptVersion(), 3);
+  const std::vector<std::pair<float, const char*>> ratios = {
+      {-3.0f, "1/4"}, {-1.0f, "1/2"}, {-0.5f, "1/2"}, {0.99f, "1:1"}, {1.0f, "2 X"}, {3.5f, "4 X"}};
+  for (const auto& r : ratios) {
+    fx.SetParam(1, r.first);
+    EXPECT_EQ(Display(fx, 1), r.second) << r.first;
+  }
+  char buf[128];
+  fx.SetParam(0, 1.5f);
+  EXPECT_EQ(Display(fx, 0), "倍率");
+  ondrel_set_locale("ja", "JP");
+  EXPECT_STREQ(fx.GetEffectName(buf), "サンプリング周波数変換");
+  EXPECT_EQ(Display(fx, 4), "ライニア");
+  ondrel_set_locale("zh", "HK");
+  fx.GetParamLabel(2, buf);
+  EXPECT_STREQ(buf, "采樣率");
+  ondrel_set_locale("en", "GB");
+  EXPECT_EQ(Display(fx, 0), "Multiplier");
+  SetAlgorithm(fx, 1);
+  EXPECT_EQ(Display(fx, 4), "Sinc");
+  ondrel_set_locale("zh", "CN");
+  EXPECT_EQ(Display(fx, 4), "Sinc");  // no other locale has a word for it
+}
+
+TEST_F(ResamplerEffectTest, TargetRateAndConverter) {
+  ResamplerEffect fx;
+  fx.SetSampleRate(44100.0f);
+  EXPECT_EQ(fx.GetSampleRate(), 44100.0f);  // reported rate moves only at the update
+  fx.UpdateParams();
+  EXPECT_EQ(fx.GetSampleRate(), 96000.0f);
+
+  fx.SetParam(0, 1.0f);  // Multiplier
+  fx.SetParam(1, -1.0f);
+  fx.UpdateParams();
+  EXPECT_EQ(fx.GetSampleRate(), 22050.0f);
+  fx.SetParam(1, 3.0f);
+  fx.UpdateParams();
+  EXPECT_EQ(fx.GetSampleRate(), 176400.0f);
+  fx.SetParam(3, 96000.0f);  // Max
+  fx.UpdateParams();
+  EXPECT_EQ(fx.GetSampleRate(), 96000.0f);
+  fx.SetParam(0, 0.0f);
+  fx.SetParam(2, 192000.0f);
+  fx.UpdateParams();
+  EXPECT_EQ(fx.GetSampleRate(), 96000.0f);
+
+  // "Linear": the polyphase converter for the pair, giving what one built
+  // directly gives on the same input.
+  fx.SetParam(3, 192000.0f);
+  fx.SetParam(2, 48000.0f);
+  fx.UpdateParams();
+  auto* src = dynamic_cast<CResampler_SRC*>(fx.resampler.get());
+  ASSERT_NE(src, nullptr);
+  CResampler_SRC direct;
+  ASSERT_TRUE(direct.Init(44100, 48000, 2, true));
+  const std::vector<float> in = ondrel_test::TestSignal(4410, 2, 44100.0f);
+  std::vector<float> a(10000), b(10000);
+  const int na = src->Process(in.data(), static_cast<int>(in.size()), a.data(), 10000);
+  const int nb = direct.Process(in.data(), static_cast<int>(in.size()), b.data(), 10000);
+  EXPECT_GT(na, 9000);
+  ASSERT_EQ(na, nb);
+  EXPECT_EQ(0, std::memcmp(a.data(), b.data(), sizeof(float) * static_cast<size_t>(na)));
+
+  // "Sinc": the two-stage converter, ready for a pair it serves.
+  SetAlgorithm(fx, 1);
+  fx.UpdateParams();
+  auto* ssrc = dynamic_cast<CResampler_SSRC*>(fx.resampler.get());
+  ASSERT_NE(ssrc, nullptr);
+  EXPECT_NE(ssrc->Converter(), nullptr);
+  SetAlgorithm(fx, 5);
+  fx.UpdateParams();
+  EXPECT_NE(dynamic_cast<CResampler_SRC*>(fx.resampler.get()), nullptr);
+}
+
+TEST_F(ResamplerEffectTest, ChainReportsTheTargetAndTheBlockStatus) {
+  AEffect* fx = ondrel_test::NewEffect(EFFECT_RESAMPLER);
+  void* inst = ondrel_create_inst();
+  ASSERT_EQ(ondrel_set_params(inst, &fx, 1), 0);
+  float rate = 0.0f;
+  ASSERT_EQ(ondrel_get_samplerate(inst, &rate), 0);
+  EXPECT_EQ(rate, 96000.0f);
+  std::vector<float> in(2 * 1000, 0.25f);
+  int available = -1;
+  // Less than a block: queued, no status.
+  EXPECT_EQ(ondrel_processf_input(inst, in.data(), 2 * 300, &available), 0);
+  // The first whole block stops the pass with its frame count.
+  EXPECT_EQ(ondrel_processf_input(inst, in.data(), 2 * 1000, &available), 512);
+  ondrel_destroy_inst(inst);
+}
+
+}  // namespace
+}  // namespace RESAMPLER
+}  // namespace ONDREL2
