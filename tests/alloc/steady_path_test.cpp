@@ -47,6 +47,9 @@ void* operator new(size_t size, const std::nothrow_t&) noexcept {
   ++g_allocations;
   return std::malloc(size ? size : 1);
 }
+void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {
+  return operator new(size, tag);
+}
 void operator delete(void* p) noexcept { std::free(p); }
 void operator delete[](void* p) noexcept { std::free(p); }
 void operator delete(void* p, size_t) noexcept { std::free(p); }
