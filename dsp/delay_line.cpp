@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <new>
 
+#include "framework/alloc.h"
 #include "ondrel.h"
 
 namespace ONDREL2 {
@@ -30,7 +31,7 @@ int32_t DelayLine::Resize(int32_t newLength) {
   if (newLength < 0 || newLength > (1 << 29)) return ONDREL_E_NOMEM;
   uint32_t size = 1;
   while (size <= static_cast<uint32_t>(newLength)) size <<= 1;
-  float* ring = new (std::nothrow) float[size]();
+  float* ring = NewArray<float>(size);
   if (ring == nullptr) return ONDREL_E_NOMEM;
 
   if (samples != nullptr) {

@@ -1,4 +1,5 @@
 #include "dsp/dsp_wrapper.h"
+#include "framework/alloc.h"
 
 #include <algorithm>
 #include <new>
@@ -66,9 +67,7 @@ int32_t DspWrapperRunner::UpdateParams() {
   const size_t blockFloats =
       static_cast<size_t>(std::max(channels, 0)) * static_cast<size_t>(GetBlockSize());
   if (interleaved_.size() < blockFloats) {
-    try {
-      interleaved_.resize(blockFloats);
-    } catch (const std::bad_alloc&) {
+    if (!TryAllocating([&] { interleaved_.resize(blockFloats); })) {
       return ONDREL_E_NOMEM;
     }
   }

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "framework/alloc.h"
 #include "ondrel.h"
 
 namespace ONDREL2 {
@@ -34,11 +35,11 @@ int OndrelFastConvolution::Init(int newBlockSize, int newPadSize) {
   padSize = newPadSize;
   fftSize = blockSize + padSize;
   fft.reset();
-  try {
-    fft = std::make_unique<OndrelKissFFT>();
-    overlap.assign(static_cast<size_t>(blockSize), 0.0f);
-    work.assign(static_cast<size_t>(fftSize), 0.0f);
-  } catch (const std::bad_alloc&) {
+  if (!TryAllocating([&] {
+        fft = std::make_unique<OndrelKissFFT>();
+        overlap.assign(static_cast<size_t>(blockSize), 0.0f);
+        work.assign(static_cast<size_t>(fftSize), 0.0f);
+      })) {
     fft.reset();
     return ONDREL_E_NOMEM;
   }
@@ -60,10 +61,10 @@ int OndrelFastConvolution::SetImpulseResponse(const float* samples, int length) 
     current = 0;
     std::vector<float>().swap(partitions);
     std::vector<float>().swap(accumulators);
-    try {
-      partitions.assign(spectrum * static_cast<size_t>(count), 0.0f);
-      accumulators.assign(spectrum * static_cast<size_t>(count), 0.0f);
-    } catch (const std::bad_alloc&) {
+    if (!TryAllocating([&] {
+          partitions.assign(spectrum * static_cast<size_t>(count), 0.0f);
+          accumulators.assign(spectrum * static_cast<size_t>(count), 0.0f);
+        })) {
       std::vector<float>().swap(partitions);
       std::vector<float>().swap(accumulators);
       return ONDREL_E_NOMEM;
@@ -164,9 +165,7 @@ void OndrelStereoConvolution::Reset() {
 int OndrelStereoConvolution::InitPath(int blockSize, int padSize, int path) {
   if (path < 0 || path >= kPaths) return ONDREL_E_INVALID;
   if (!paths[path]) {
-    try {
-      paths[path] = std::make_unique<OndrelFastConvolution>();
-    } catch (const std::bad_alloc&) {
+    if (!TryAllocating([&] { paths[path] = std::make_unique<OndrelFastConvolution>(); })) {
       return ONDREL_E_NOMEM;
     }
   }
@@ -209,13 +208,13 @@ int OndrelStereoConvolution::Process(float* samples, int* count) {
     if (paths[path]) scratchFrames = std::max(scratchFrames, pathBlockSize[path]);
   }
   const size_t stride = static_cast<size_t>(scratchFrames);
-  try {
-    if (planar.size() < stride * step) planar.resize(stride * step);
-    if (ownScratch.size() < stride) {
-      ownScratch.resize(stride);
-      partnerScratch.resize(stride);
-    }
-  } catch (const std::bad_alloc&) {
+  if (!TryAllocating([&] {
+        if (planar.size() < stride * step) planar.resize(stride * step);
+        if (ownScratch.size() < stride) {
+          ownScratch.resize(stride);
+          partnerScratch.resize(stride);
+        }
+      })) {
     return ONDREL_E_NOMEM;
   }
 

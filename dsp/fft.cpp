@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "framework/alloc.h"
 #include "ondrel.h"
 
 namespace ONDREL2 {
@@ -27,8 +28,7 @@ int OndrelKissFFT::Init(int n) {
   size = 0;
   forwardCfg = kiss_fftr_alloc(n, 0, nullptr, nullptr);
   inverseCfg = kiss_fftr_alloc(n, 1, nullptr, nullptr);
-  scratch = static_cast<kiss_fft_cpx*>(
-      std::malloc(sizeof(kiss_fft_cpx) * (static_cast<size_t>(n) / 2 + 1)));
+  scratch = AllocBlock<kiss_fft_cpx>(static_cast<size_t>(n) / 2 + 1);
   if (forwardCfg == nullptr || inverseCfg == nullptr || scratch == nullptr) return ONDREL_E_NOMEM;
   // A defined bin N/2 for an Inverse that comes before any Forward.
   std::memset(scratch, 0, sizeof(kiss_fft_cpx) * (static_cast<size_t>(n) / 2 + 1));

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "framework/alloc.h"
 #include "ondrel.h"
 
 namespace ONDREL2 {
@@ -79,9 +80,9 @@ int32_t LookaheadLimiter::SetFormat(int32_t rate, int32_t chns) {
   if (needed > bufferCapacity) {
     FreeArrays();
     bufferCapacity = 0;
-    buffer = static_cast<float*>(std::malloc(sizeof(float) * static_cast<size_t>(needed)));
-    nextDelta = static_cast<float*>(std::malloc(sizeof(float) * static_cast<size_t>(needed)));
-    nextPos = static_cast<int32_t*>(std::malloc(sizeof(int32_t) * static_cast<size_t>(needed)));
+    buffer = AllocBlock<float>(static_cast<size_t>(needed));
+    nextDelta = AllocBlock<float>(static_cast<size_t>(needed));
+    nextPos = AllocBlock<int32_t>(static_cast<size_t>(needed));
     if (buffer == nullptr || nextDelta == nullptr || nextPos == nullptr) {
       FreeArrays();
       bufferSize = 0;

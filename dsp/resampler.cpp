@@ -7,6 +7,7 @@
 
 #include "dsp/resampler_kaiser.h"
 #include "dsp/resampler_ssrc.h"
+#include "framework/alloc.h"
 
 namespace ONDREL2 {
 
@@ -59,10 +60,10 @@ int PolyphaseFilter::Setup(int newChannels, int outRate, int inRate,
 
   std::vector<float> coef;
   std::vector<float> hist;
-  try {
-    coef.assign(static_cast<size_t>(N), 0.0f);
-    hist.assign(static_cast<size_t>(t * newChannels), 0.0f);
-  } catch (const std::bad_alloc&) {
+  if (!TryAllocating([&] {
+        coef.assign(static_cast<size_t>(N), 0.0f);
+        hist.assign(static_cast<size_t>(t * newChannels), 0.0f);
+      })) {
     return -1;
   }
 

@@ -1,4 +1,5 @@
 #include "dsp/resampler_fft.h"
+#include "framework/alloc.h"
 
 #include <new>
 
@@ -17,9 +18,9 @@ void ResamplerRealFft::Release() {
 bool ResamplerRealFft::Init(int n) {
   Release();
   if (n < 4 || (n & (n - 1)) != 0) return false;
-  try {
-    bins.assign(static_cast<size_t>(n / 2 + 1), kiss_fft_cpx{0.0f, 0.0f});
-  } catch (const std::bad_alloc&) {
+  if (!TryAllocating([&] {
+        bins.assign(static_cast<size_t>(n / 2 + 1), kiss_fft_cpx{0.0f, 0.0f});
+      })) {
     return false;
   }
   forwardCfg = kiss_fftr_alloc(n, 0, nullptr, nullptr);

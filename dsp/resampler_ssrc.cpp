@@ -7,6 +7,7 @@
 #include <new>
 
 #include "dsp/resampler_kaiser.h"
+#include "framework/alloc.h"
 
 namespace ONDREL2 {
 
@@ -74,7 +75,7 @@ bool ResamplerGrowingBuffer::Reserve(int64_t needed) {
   int64_t next = capacity > 0 ? capacity : 1;
   while (next < needed) next *= 2;
   if (next > INT_MAX) return false;
-  float* grown = new (std::nothrow) float[static_cast<size_t>(next)];
+  float* grown = NewArray<float>(static_cast<size_t>(next));
   if (!grown) return false;
   if (used > 0) std::memcpy(grown, data.get(), sizeof(float) * static_cast<size_t>(used));
   data.reset(grown);
@@ -152,11 +153,11 @@ bool SsrcPolyphaseStage::Build(int64_t fsHigh, int64_t rowCount, int64_t step, i
   if (rowCount < 1 || step < 1 || cycle < 1 || taps < 1 || rowCount * colCount > kMaxTableEntries ||
       cycle > kMaxTableEntries)
     return false;
-  try {
-    table.assign(static_cast<size_t>(rowCount * colCount), 0.0f);
-    order.assign(static_cast<size_t>(cycle), 0);
-    advance.assign(static_cast<size_t>(cycle), 0);
-  } catch (const std::bad_alloc&) {
+  if (!TryAllocating([&] {
+        table.assign(static_cast<size_t>(rowCount * colCount), 0.0f);
+        order.assign(static_cast<size_t>(cycle), 0);
+        advance.assign(static_cast<size_t>(cycle), 0);
+      })) {
     return false;
   }
   length = static_cast<int>(taps);
@@ -211,11 +212,11 @@ bool SsrcLongFilter::Build(int channelCount, int taps, double corner, double fs,
   length = taps;
   nb = static_cast<int>(n);
   if (!fft.Init(nb)) return false;
-  try {
-    spectrum.assign(static_cast<size_t>(nb), 0.0f);
-    overlap.assign(static_cast<size_t>(nb / 2) * channelCount, 0.0f);
-    work.assign(static_cast<size_t>(nb), 0.0f);
-  } catch (const std::bad_alloc&) {
+  if (!TryAllocating([&] {
+        spectrum.assign(static_cast<size_t>(nb), 0.0f);
+        overlap.assign(static_cast<size_t>(nb / 2) * channelCount, 0.0f);
+        work.assign(static_cast<size_t>(nb), 0.0f);
+      })) {
     return false;
   }
   const int halfLen = taps / 2;
@@ -288,11 +289,11 @@ Upsampler::Upsampler(int inputRate, int outputRate, int channelCount, bool fast)
   // first input frame, to the nearest frame.
   primeFrames = static_cast<int>((firstLength - 1) / 2.0 / static_cast<double>(rows) + 0.5);
   dropFrames = static_cast<int64_t>((len * 0.5) / static_cast<double>(fs2 / outRate));
-  try {
-    stageIn.assign(static_cast<size_t>(needFrames) * channels, 0.0f);
-    stageOut.assign(static_cast<size_t>(halfBlock) * channels, 0.0f);
-    block.assign(static_cast<size_t>(halfBlock), 0.0f);
-  } catch (const std::bad_alloc&) {
+  if (!TryAllocating([&] {
+        stageIn.assign(static_cast<size_t>(needFrames) * channels, 0.0f);
+        stageOut.assign(static_cast<size_t>(halfBlock) * channels, 0.0f);
+        block.assign(static_cast<size_t>(halfBlock), 0.0f);
+      })) {
     return;
   }
   ready = true;
@@ -414,11 +415,11 @@ Downsampler::Downsampler(int inputRate, int outputRate, int channelCount, bool f
   if (capacity > INT_MAX / 4 / channels) return;
   middleCapacity = static_cast<int>(capacity);
   middleUsed = primeFrames;
-  try {
-    block.assign(static_cast<size_t>(halfBlock), 0.0f);
-    middle.assign(static_cast<size_t>(middleCapacity) * channels, 0.0f);
-    frame.assign(static_cast<size_t>(channels), 0.0f);
-  } catch (const std::bad_alloc&) {
+  if (!TryAllocating([&] {
+        block.assign(static_cast<size_t>(halfBlock), 0.0f);
+        middle.assign(static_cast<size_t>(middleCapacity) * channels, 0.0f);
+        frame.assign(static_cast<size_t>(channels), 0.0f);
+      })) {
     return;
   }
   ready = true;
@@ -490,19 +491,18 @@ ssrc_resampler* CreateSsrcResampler(int inRate, int outRate, int channels, bool 
   const int64_t g = ResamplerGcd(inRate, outRate);
   const int64_t r = (outRate <= inRate) ? outRate / g : inRate / g;
   if (!(inRate == outRate || r == 1 || r % 2 == 0 || r % 3 == 0)) return nullptr;
-  try {
-    if (inRate < outRate) {
-      std::unique_ptr<Upsampler> up(new Upsampler(inRate, outRate, channels, fast));
-      return up->Ready() ? up.release() : nullptr;
-    }
-    if (inRate > outRate) {
-      std::unique_ptr<Downsampler> down(new Downsampler(inRate, outRate, channels, fast));
-      return down->Ready() ? down.release() : nullptr;
-    }
-  } catch (const std::bad_alloc&) {
+  ssrc_resampler* made = nullptr;
+  if (!TryAllocating([&] {
+        if (inRate < outRate) {
+          std::unique_ptr<Upsampler> up(new Upsampler(inRate, outRate, channels, fast));
+          if (up->Ready()) made = up.release();
+        } else if (inRate > outRate) {
+          std::unique_ptr<Downsampler> down(new Downsampler(inRate, outRate, channels, fast));
+          if (down->Ready()) made = down.release();
+        }
+      }))
     return nullptr;
-  }
-  return nullptr;
+  return made;
 }
 
 }  // namespace ONDREL2

@@ -1,7 +1,6 @@
 // The factory rows of every built effect type, expanded from the effect list.
-#include <new>
-
 #include "effect_list_headers.h"  // generated: the headers the rows name
+#include "framework/alloc.h"
 #include "framework/effect_types.h"
 #include "ondrel.h"
 
@@ -10,7 +9,7 @@ namespace {
 
 template <typename T>
 AudioEffect* Make() {
-  return new (std::nothrow) T();
+  return NewObject<T>();
 }
 
 const EffectTypeRow kRows[] = {

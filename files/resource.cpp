@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "frame/log.h"
+#include "framework/alloc.h"
 
 namespace ONDREL2 {
 namespace {
@@ -46,7 +47,7 @@ ScrambleStatus ScrambleFile(const char* source, const char* target) {
   ScrambleStatus status = in == nullptr    ? ScrambleStatus::kReadFailed
                           : out == nullptr ? ScrambleStatus::kWriteFailed
                                            : ScrambleStatus::kOk;
-  uint8_t* buffer = static_cast<uint8_t*>(std::malloc(kScrambleBlockBytes));
+  uint8_t* buffer = AllocBlock<uint8_t>(kScrambleBlockBytes);
   if (buffer == nullptr && status == ScrambleStatus::kOk) status = ScrambleStatus::kNoMemory;
   if (status == ScrambleStatus::kOk) {
     for (;;) {
@@ -79,14 +80,14 @@ void remove_utf8(const char* path) {
 char* xplatform_pathname(char* path, bool inPlace) {
   if (path == nullptr) {
     if (inPlace) return nullptr;
-    char* empty = static_cast<char*>(std::malloc(1));
+    char* empty = AllocBlock<char>(1);
     if (empty != nullptr) empty[0] = '\0';
     return empty;
   }
   char* work = path;
   size_t length = std::strlen(path);
   if (!inPlace) {
-    work = static_cast<char*>(std::malloc(length + 1));
+    work = AllocBlock<char>(length + 1);
     if (work == nullptr) return nullptr;
     std::memcpy(work, path, length + 1);
   }

@@ -7,6 +7,7 @@
 #include "frame/log.h"
 #include "frame/modulators.h"
 #include "frame/processing_instance.h"
+#include "framework/alloc.h"
 #include "framework/audio_effect.h"
 #include "ondrel.h"
 
@@ -57,7 +58,7 @@ int ProcessInput(void* instance, Sample* samples, int count, int* available,
 }  // namespace
 
 void* ondrel_create_inst() {
-  ProcessingInstance* inst = new (std::nothrow) ProcessingInstance();
+  ProcessingInstance* inst = NewObject<ProcessingInstance>();
   if (inst == nullptr) return nullptr;
   if (inst->input.SetChannelCount(1) != 0 || inst->output.SetChannelCount(1) != 0 ||
       inst->ConfigureChain() != 0) {

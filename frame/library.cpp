@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "frame/log.h"
+#include "framework/alloc.h"
 #include "framework/catalogue.h"
 #include "framework/script.h"
 #include "ondrel.h"
@@ -54,7 +55,7 @@ void DropResourceRoots() {
 char* CopyText(const char* text) {
   if (text == nullptr) text = "";
   size_t n = std::strlen(text) + 1;
-  char* copy = static_cast<char*>(std::malloc(n));
+  char* copy = AllocBlock<char>(n);
   if (copy != nullptr) std::memcpy(copy, text, n);
   return copy;
 }
@@ -111,7 +112,7 @@ int ondrel_set_resource_root(const char** roots, int count) {
   if (roots == nullptr) count = 0;
   LibraryState& s = State();
   s.rootCount = count + 1;
-  s.roots = static_cast<char**>(std::calloc(static_cast<size_t>(count + 1), sizeof(char*)));
+  s.roots = AllocBlock<char*>(static_cast<size_t>(count + 1));
   if (s.roots == nullptr) {
     s.rootCount = -1;
     return ONDREL_E_NOMEM;

@@ -1,4 +1,5 @@
 #include "frame/modulators.h"
+#include "framework/alloc.h"
 
 #include <algorithm>
 #include <cmath>
@@ -182,8 +183,7 @@ int lock_modulators(xvariable** list) {
   ModulatorMap& user = UserModulators();
   ModulatorMap& system = SystemModulators();
   int count = static_cast<int>(user.size() + system.size()) + kModulatorFunctionCount;
-  auto* records =
-      static_cast<xvariable*>(std::calloc(static_cast<size_t>(count), sizeof(xvariable)));
+  auto* records = AllocBlock<xvariable>(static_cast<size_t>(count));
   if (records != nullptr) {
     int i = 0;
     for (auto& kv : user) {

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "frame/log.h"
+#include "framework/alloc.h"
 #include "framework/audio_effect.h"
 #include "framework/catalogue.h"
 #include "ondrel.h"
@@ -166,7 +167,7 @@ int ondrel_params2stream(void** out, int* size, AEffect** effects, int count, co
   fbb.Finish(root.Finish());
 
   const size_t bytes = fbb.GetSize();
-  void* buffer = std::malloc(bytes);
+  void* buffer = AllocBlock<uint8_t>(bytes);
   if (buffer == nullptr) return ONDREL_E_NOMEM;
   std::memcpy(buffer, fbb.GetBufferPointer(), bytes);
   *out = buffer;
@@ -208,7 +209,7 @@ int ondrel_stream2params(AEffect*** out, int* count, const void* data, int size,
   // Too new: the host still learns how many effects the stream holds.
   if (version > kParamStreamMaxVersion) return ONDREL_E_STREAM;
 
-  AEffect** list = new (std::nothrow) AEffect*[static_cast<size_t>(n)]();
+  AEffect** list = NewArray<AEffect*>(static_cast<size_t>(n));
   if (list == nullptr) {
     *count = 0;
     return ONDREL_E_NOMEM;

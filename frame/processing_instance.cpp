@@ -8,6 +8,7 @@
 #include "frame/log.h"
 #include "frame/modulators.h"
 #include "frame/play_speed.h"
+#include "framework/alloc.h"
 #include "framework/audio_effect.h"
 #include "framework/catalogue.h"
 
@@ -34,7 +35,7 @@ int ProcessingInstance::AllocBlockBuffers(int channels, int frames) {
     return ONDREL_OK;
   }
   const size_t total = static_cast<size_t>(channels) * static_cast<size_t>(frames);
-  float* block = static_cast<float*>(std::calloc(total, sizeof(float)));
+  float* block = AllocBlock<float>(total);
   if (block == nullptr) {
     maxBlockSize = 0;
     return ONDREL_E_NOMEM;

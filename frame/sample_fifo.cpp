@@ -1,5 +1,6 @@
 #include "frame/sample_fifo.h"
 
+#include "framework/alloc.h"
 #include "ondrel.h"
 
 #include <algorithm>
@@ -10,9 +11,7 @@
 namespace ONDREL2 {
 namespace {
 
-float* AllocZeroed(int frames) {
-  return static_cast<float*>(std::calloc(static_cast<size_t>(frames), sizeof(float)));
-}
+float* AllocZeroed(int frames) { return AllocBlock<float>(static_cast<size_t>(frames)); }
 
 // Float to int16 as the host sees it: scale by 32767 in float, round half
 // away from zero in double, keep the low 16 bits (wraps above full scale).

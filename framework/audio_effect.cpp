@@ -9,6 +9,7 @@
 
 #include "frame/library.h"
 #include "frame/log.h"
+#include "framework/alloc.h"
 #include "framework/script.h"
 
 namespace ONDREL2 {
@@ -147,7 +148,7 @@ int32_t AudioEffect::SetParamData(int32_t index, const void* data, int32_t size)
   if (data == nullptr && bytes > 0) return 0;
   if (bytes > p.valueSize) {
     std::free(p.value);
-    p.value = std::malloc(static_cast<size_t>(bytes));
+    p.value = AllocBlock<char>(static_cast<size_t>(bytes));
     if (p.value == nullptr) throw std::bad_alloc();
     // A fresh buffer always differs from what was stored.
     p.valueSize = bytes;
@@ -318,7 +319,7 @@ void AudioEffect::SetParamTable(const ParamDesc* table) {
       p.value = nullptr;
       p.valueSize = 0;
     } else {
-      p.value = std::malloc(sizeof(float));
+      p.value = AllocBlock<float>(1);
       if (p.value == nullptr) throw std::bad_alloc();
       std::memcpy(p.value, &p.defaultValue, sizeof(float));
       p.valueSize = 4;

@@ -3,6 +3,7 @@
 #include <map>
 #include <new>
 
+#include "framework/alloc.h"
 #include "framework/effect_types.h"
 
 namespace ONDREL2 {
@@ -25,7 +26,7 @@ AudioEffect* CreateEffectObject(int type) {
 
 bool EnsureRegistry() {
   Registry*& registry = RegistryPtr();
-  if (registry == nullptr) registry = new (std::nothrow) Registry();
+  if (registry == nullptr) registry = NewObject<Registry>();
   return registry != nullptr;
 }
 

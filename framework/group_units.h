@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "frame/layouts.h"
+#include "framework/alloc.h"
 #include "ondrel.h"
 
 namespace ONDREL2 {
@@ -45,7 +46,7 @@ class GroupUnits {
   template <class Factory>
   int32_t Rebuild(int32_t channels, uint64_t mask, Factory&& make) {
     Clear();
-    layout_ = new (std::nothrow) LayoutUtils(channels, mask, &Release);
+    layout_ = NewObject<LayoutUtils>(channels, mask, &Release);
     if (layout_ == nullptr) return ONDREL_E_NOMEM;
     for (ChannelGroup& g : layout_->groups) {
       int32_t status = ONDREL_OK;

@@ -1,4 +1,5 @@
 #include "framework/ondrel2.h"
+#include "framework/alloc.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -54,7 +55,7 @@ int32_t IOndrel2::SetupBuffers() {
   if (scratchSize < need) {
     scratchSize = need;
     std::free(scratch);
-    scratch = static_cast<float*>(std::malloc(sizeof(float) * static_cast<size_t>(need)));
+    scratch = AllocBlock<float>(static_cast<size_t>(need));
     if (scratch == nullptr) return ONDREL_E_NOMEM;
   }
   // The channel pointers are laid out again whenever the count, the block

@@ -1,4 +1,5 @@
 #include "effects/amplifier/amplifier.h"
+#include "framework/alloc.h"
 
 #include <cmath>
 #include <new>
@@ -38,7 +39,7 @@ AmplifierEffect::AmplifierEffect() {
 
 AmplifierEffect::~AmplifierEffect() = default;
 
-AudioEffect* AmplifierEffect::CreateInstance() { return new (std::nothrow) AmplifierEffect(); }
+AudioEffect* AmplifierEffect::CreateInstance() { return NewObject<AmplifierEffect>(); }
 
 int32_t AmplifierEffect::UpdateParams() {
   gain = GainOf(GetScriptedParamByName("Gain"));

@@ -1,4 +1,5 @@
 #include "effects/biquad/biquad_effects.h"
+#include "framework/alloc.h"
 
 #include <new>
 
@@ -109,7 +110,7 @@ LPFilterEffect::LPFilterEffect() : BiquadEffectBase(true) {
   LPFilterEffect::UpdateParams();
 }
 
-AudioEffect* LPFilterEffect::CreateInstance() { return new (std::nothrow) LPFilterEffect(); }
+AudioEffect* LPFilterEffect::CreateInstance() { return NewObject<LPFilterEffect>(); }
 
 int32_t LPFilterEffect::UpdateParams() {
   filters.clear();
@@ -133,7 +134,7 @@ HPFilterEffect::HPFilterEffect() : BiquadEffectBase(true) {
   HPFilterEffect::UpdateParams();
 }
 
-AudioEffect* HPFilterEffect::CreateInstance() { return new (std::nothrow) HPFilterEffect(); }
+AudioEffect* HPFilterEffect::CreateInstance() { return NewObject<HPFilterEffect>(); }
 
 int32_t HPFilterEffect::UpdateParams() {
   filters.clear();
@@ -158,7 +159,7 @@ BPFilterEffect::BPFilterEffect() : BiquadEffectBase(true) {
   BPFilterEffect::UpdateParams();
 }
 
-AudioEffect* BPFilterEffect::CreateInstance() { return new (std::nothrow) BPFilterEffect(); }
+AudioEffect* BPFilterEffect::CreateInstance() { return NewObject<BPFilterEffect>(); }
 
 int32_t BPFilterEffect::UpdateParams() {
   filters.clear();
@@ -191,7 +192,7 @@ NTFilterEffect::NTFilterEffect() : BiquadEffectBase(true) {
   NTFilterEffect::UpdateParams();
 }
 
-AudioEffect* NTFilterEffect::CreateInstance() { return new (std::nothrow) NTFilterEffect(); }
+AudioEffect* NTFilterEffect::CreateInstance() { return NewObject<NTFilterEffect>(); }
 
 int32_t NTFilterEffect::UpdateParams() {
   filters.clear();
@@ -234,7 +235,7 @@ LSFilterEffect::LSFilterEffect() : BiquadEffectBase(false) {
   LSFilterEffect::UpdateParams();
 }
 
-AudioEffect* LSFilterEffect::CreateInstance() { return new (std::nothrow) LSFilterEffect(); }
+AudioEffect* LSFilterEffect::CreateInstance() { return NewObject<LSFilterEffect>(); }
 
 int32_t LSFilterEffect::UpdateParams() { return UpdateShelf<BiquadFilter::LSFilter>(); }
 
@@ -243,7 +244,7 @@ HSFilterEffect::HSFilterEffect() : BiquadEffectBase(false) {
   HSFilterEffect::UpdateParams();
 }
 
-AudioEffect* HSFilterEffect::CreateInstance() { return new (std::nothrow) HSFilterEffect(); }
+AudioEffect* HSFilterEffect::CreateInstance() { return NewObject<HSFilterEffect>(); }
 
 int32_t HSFilterEffect::UpdateParams() { return UpdateShelf<BiquadFilter::HSFilter>(); }
 
@@ -260,7 +261,7 @@ PKFilterEffect::PKFilterEffect() : BiquadEffectBase(true) {
   PKFilterEffect::UpdateParams();
 }
 
-AudioEffect* PKFilterEffect::CreateInstance() { return new (std::nothrow) PKFilterEffect(); }
+AudioEffect* PKFilterEffect::CreateInstance() { return NewObject<PKFilterEffect>(); }
 
 int32_t PKFilterEffect::UpdateParams() {
   filters.clear();
@@ -288,7 +289,7 @@ APFilterEffect::APFilterEffect() : BiquadEffectBase(false) {
   APFilterEffect::UpdateParams();
 }
 
-AudioEffect* APFilterEffect::CreateInstance() { return new (std::nothrow) APFilterEffect(); }
+AudioEffect* APFilterEffect::CreateInstance() { return NewObject<APFilterEffect>(); }
 
 int32_t APFilterEffect::UpdateParams() {
   filters.clear();

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "frame/modulators.h"
+#include "framework/alloc.h"
 
 namespace ONDREL2 {
 namespace CHAOS {
@@ -74,7 +75,7 @@ ChaosEffect::ChaosEffect() {
 
 ChaosEffect::~ChaosEffect() { delete[] scratchBlock_; }
 
-AudioEffect* ChaosEffect::CreateInstance() { return new (std::nothrow) ChaosEffect(); }
+AudioEffect* ChaosEffect::CreateInstance() { return NewObject<ChaosEffect>(); }
 
 // Only records the source format; the counts of both sides are set by
 // UpdateParams from it.
@@ -155,7 +156,7 @@ int32_t ChaosEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
   const int32_t K = static_cast<int32_t>(bufs.size());
   const int32_t block = GetBlockSize();
   if (static_cast<int32_t>(scratch.size()) < K) {
-    float* fresh = new (std::nothrow) float[static_cast<size_t>(block) * static_cast<size_t>(K)];
+    float* fresh = NewArray<float>(static_cast<size_t>(block) * static_cast<size_t>(K));
     if (fresh == nullptr) return ONDREL_E_NOMEM;
     delete[] scratchBlock_;
     scratchBlock_ = fresh;

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "dsp/denormal.h"
+#include "framework/alloc.h"
 
 namespace ONDREL2 {
 namespace COMPRESSOR {
@@ -48,7 +49,7 @@ MultiBandCompressorEffect::MultiBandCompressorEffect() {
 MultiBandCompressorEffect::~MultiBandCompressorEffect() = default;
 
 AudioEffect* MultiBandCompressorEffect::CreateInstance() {
-  return new (std::nothrow) MultiBandCompressorEffect();
+  return NewObject<MultiBandCompressorEffect>();
 }
 
 int32_t MultiBandCompressorEffect::UpdateParams() {

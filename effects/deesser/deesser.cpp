@@ -5,6 +5,7 @@
 #include <new>
 
 #include "dsp/denormal.h"
+#include "framework/alloc.h"
 
 namespace ONDREL2 {
 namespace DEESSER_EFFECT {
@@ -42,7 +43,7 @@ DeEsserEffect::DeEsserEffect() {
 
 DeEsserEffect::~DeEsserEffect() = default;
 
-AudioEffect* DeEsserEffect::CreateInstance() { return new (std::nothrow) DeEsserEffect(); }
+AudioEffect* DeEsserEffect::CreateInstance() { return NewObject<DeEsserEffect>(); }
 
 int32_t DeEsserEffect::UpdateParams() {
   envelope = 0.0f;

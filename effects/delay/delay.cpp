@@ -1,4 +1,5 @@
 #include "effects/delay/delay.h"
+#include "framework/alloc.h"
 
 #include <algorithm>
 #include <cmath>
@@ -59,7 +60,7 @@ DelayEffect::DelayEffect() {
 
 DelayEffect::~DelayEffect() = default;
 
-AudioEffect* DelayEffect::CreateInstance() { return new (std::nothrow) DelayEffect(); }
+AudioEffect* DelayEffect::CreateInstance() { return NewObject<DelayEffect>(); }
 
 void DelayEffect::FreeUnits() { units.Clear(); }
 
@@ -77,7 +78,7 @@ int32_t DelayEffect::UpdateParams() {
 
   return units.Rebuild(
       GetChannels(), handle.inputMask, [&](const ChannelGroup& g, int32_t* status) -> DelayUnit* {
-        DelayUnit* unit = new (std::nothrow) DelayUnit();
+        DelayUnit* unit = NewObject<DelayUnit>();
         if (unit == nullptr) {
           *status = ONDREL_E_NOMEM;
           return nullptr;
@@ -91,7 +92,7 @@ int32_t DelayEffect::UpdateParams() {
           const size_t bytes =
               static_cast<size_t>((time[i] * static_cast<double>(rate) / 1000.0 + 1.0) * 4.0);
           const size_t slots = static_cast<size_t>(RingLength(time[i], rate)) + 1;
-          unit->buffer[i] = static_cast<float*>(std::calloc(std::max(bytes / 4, slots), 4));
+          unit->buffer[i] = AllocBlock<float>(std::max(bytes / 4, slots));
           if (unit->buffer[i] == nullptr) {
             delete unit;
             *status = ONDREL_E_NOMEM;

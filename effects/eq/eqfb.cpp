@@ -8,6 +8,7 @@
 #include <string>
 
 #include "frame/sample_fifo.h"
+#include "framework/alloc.h"
 
 namespace ONDREL2 {
 namespace IIR_EQ_FIXED_BANDS {
@@ -72,8 +73,7 @@ EqfbEffect::EqfbEffect(int32_t bands, const float* list) {
 EqfbEffect::~EqfbEffect() = default;
 
 AudioEffect* EqfbEffect::CreateInstance() {
-  return new (std::nothrow)
-      EqfbEffect(static_cast<int32_t>(frequencies.size()), frequencies.data());
+  return NewObject<EqfbEffect>(static_cast<int32_t>(frequencies.size()), frequencies.data());
 }
 
 int32_t EqfbEffect::GetBlockSize() { return 1024; }
@@ -130,11 +130,11 @@ int32_t EqfbEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
 
 IirEQ10Effect::IirEQ10Effect() : EqfbEffect(10, kTenBands) { effectType = EFFECT_IIR_EQ10; }
 IirEQ10Effect::~IirEQ10Effect() = default;
-AudioEffect* IirEQ10Effect::CreateInstance() { return new (std::nothrow) IirEQ10Effect(); }
+AudioEffect* IirEQ10Effect::CreateInstance() { return NewObject<IirEQ10Effect>(); }
 
 IirEQ30Effect::IirEQ30Effect() : EqfbEffect(30) { effectType = EFFECT_IIR_EQ30; }
 IirEQ30Effect::~IirEQ30Effect() = default;
-AudioEffect* IirEQ30Effect::CreateInstance() { return new (std::nothrow) IirEQ30Effect(); }
+AudioEffect* IirEQ30Effect::CreateInstance() { return NewObject<IirEQ30Effect>(); }
 
 }  // namespace IIR_EQ_FIXED_BANDS
 }  // namespace ONDREL2

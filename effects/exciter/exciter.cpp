@@ -1,4 +1,5 @@
 #include "effects/exciter/exciter.h"
+#include "framework/alloc.h"
 
 #include <algorithm>
 #include <cmath>
@@ -40,7 +41,7 @@ ExciterEffect::ExciterEffect() {
 
 ExciterEffect::~ExciterEffect() { ClearState(); }
 
-AudioEffect* ExciterEffect::CreateInstance() { return new (std::nothrow) ExciterEffect(); }
+AudioEffect* ExciterEffect::CreateInstance() { return NewObject<ExciterEffect>(); }
 
 void ExciterEffect::ClearState() {
   std::fill(inState, inState + kMaxChannels, 0.0f);

@@ -1,4 +1,5 @@
 #include "effects/growl/growl.h"
+#include "framework/alloc.h"
 
 #include <algorithm>
 #include <cmath>
@@ -45,7 +46,7 @@ GrowlDspWrapper::GrowlDspWrapper(float sampleRate, int32_t chns) : channels(chns
 GrowlDspWrapper::~GrowlDspWrapper() = default;
 
 ON_DSP_WRAPPERS::IDspWrapper* GrowlDspWrapper::Create(float sampleRate, int32_t chns, uint64_t) {
-  return new (std::nothrow) GrowlDspWrapper(sampleRate, chns);
+  return NewObject<GrowlDspWrapper>(sampleRate, chns);
 }
 
 void GrowlDspWrapper::SetRate(float sampleRate) {
@@ -190,7 +191,7 @@ GrowlEffect::GrowlEffect() : DspWrapperRunner(new GrowlDspWrapper()) {
 
 GrowlEffect::~GrowlEffect() = default;
 
-AudioEffect* GrowlEffect::CreateInstance() { return new (std::nothrow) GrowlEffect(); }
+AudioEffect* GrowlEffect::CreateInstance() { return NewObject<GrowlEffect>(); }
 
 }  // namespace GROWL
 }  // namespace ONDREL2

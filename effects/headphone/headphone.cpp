@@ -1,4 +1,5 @@
 #include "effects/headphone/headphone.h"
+#include "framework/alloc.h"
 
 #include <algorithm>
 #include <cmath>
@@ -50,7 +51,7 @@ HeadphoneEffect::HeadphoneEffect() {
 
 HeadphoneEffect::~HeadphoneEffect() = default;
 
-AudioEffect* HeadphoneEffect::CreateInstance() { return new (std::nothrow) HeadphoneEffect(); }
+AudioEffect* HeadphoneEffect::CreateInstance() { return NewObject<HeadphoneEffect>(); }
 
 void HeadphoneEffect::SetChannels(int32_t chns, uint64_t mask) {
   AudioEffect::SetChannels(chns, mask);
@@ -70,7 +71,7 @@ int32_t HeadphoneEffect::UpdateParams() {
     engineOutChannels = GetOutChannels();
     engineRate = Whole(GetSampleRate());
     engine.reset();
-    engine.reset(new (std::nothrow) HeadphoneRoomEngine());
+    engine.reset(NewObject<HeadphoneRoomEngine>());
     if (engine == nullptr) return ONDREL_E_NOMEM;
     if (!engine->Init(engineRate, engineChannels)) return ONDREL_E_INVALID;
     engine->lfeGain = lfeGain;

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "framework/alloc.h"
 #include "ondrel.h"
 
 namespace ONDREL2 {
@@ -90,13 +91,13 @@ bool HeadphoneRoomEngine::Init(int32_t rate, int32_t chns) {
   sampleRate = rate;
   channels = chns;
   LookaheadLimiterParams params;  // levelOut 0.9765625, limit 1, 5 ms, 50 ms, auto level
-  limiter.reset(new (std::nothrow) LookaheadLimiter(&params));
+  limiter.reset(NewObject<LookaheadLimiter>(&params));
   limiterReady = limiter != nullptr && limiter->SetFormat(rate, 2) == ONDREL_OK;
   remixer.reset();
   if (chns == 6) return true;
 
   const uint64_t mask = InputMaskFor(chns);
-  remixer.reset(new (std::nothrow) ChannelRemixer(mask, 0x3F));
+  remixer.reset(NewObject<ChannelRemixer>(mask, 0x3F));
   if (remixer == nullptr || mask == 0 || !remixer->BuildMatrix()) {
     remixer.reset();
     return false;
@@ -131,8 +132,8 @@ void HeadphoneRoomEngine::ReleaseTransforms() {
 bool HeadphoneRoomEngine::MakeTransforms() {
   // Every load plans afresh; what an earlier load made is released first.
   ReleaseTransforms();
-  fftIn = static_cast<fftwf_complex*>(std::malloc(sizeof(fftwf_complex) * N));
-  fftOut = static_cast<fftwf_complex*>(std::malloc(sizeof(fftwf_complex) * N));
+  fftIn = AllocBlock<fftwf_complex>(N);
+  fftOut = AllocBlock<fftwf_complex>(N);
   if (fftIn == nullptr || fftOut == nullptr) {
     ReleaseTransforms();
     return false;
@@ -196,7 +197,7 @@ int32_t HeadphoneRoomEngine::Process(float* samples, int32_t count) {
     const int32_t need = frames * 6;
     if (remixCapacity < need) {
       std::free(remixBuffer);
-      remixBuffer = static_cast<float*>(std::malloc(sizeof(float) * static_cast<size_t>(need)));
+      remixBuffer = AllocBlock<float>(static_cast<size_t>(need));
       remixCapacity = remixBuffer != nullptr ? need : 0;
       if (remixBuffer == nullptr) return 0;
     }

@@ -1,4 +1,5 @@
 #include "effects/hyperbass/hyperbass.h"
+#include "framework/alloc.h"
 
 #include <algorithm>
 #include <new>
@@ -45,7 +46,7 @@ HyperBassEffect::HyperBassEffect() {
 
 HyperBassEffect::~HyperBassEffect() = default;
 
-AudioEffect* HyperBassEffect::CreateInstance() { return new (std::nothrow) HyperBassEffect(); }
+AudioEffect* HyperBassEffect::CreateInstance() { return NewObject<HyperBassEffect>(); }
 
 int32_t HyperBassEffect::UpdateParams() {
   ResetDsp();
@@ -59,8 +60,8 @@ int32_t HyperBassEffect::UpdateParams() {
     builtRate = rate;
     bands.reset();
     voices.reset();
-    bands.reset(new (std::nothrow) EqfbBand[static_cast<size_t>(channels) * kTiltBands]);
-    voices.reset(new (std::nothrow) Voice[static_cast<size_t>(channels)]);
+    bands.reset(NewArray<EqfbBand>(static_cast<size_t>(channels) * kTiltBands));
+    voices.reset(NewArray<Voice>(static_cast<size_t>(channels)));
     if (!bands || !voices) {
       bands.reset();
       voices.reset();

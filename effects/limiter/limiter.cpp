@@ -1,4 +1,5 @@
 #include "effects/limiter/limiter.h"
+#include "framework/alloc.h"
 
 #include <cmath>
 #include <new>
@@ -63,7 +64,7 @@ LimiterEffect::LimiterEffect() {
 
 LimiterEffect::~LimiterEffect() = default;
 
-AudioEffect* LimiterEffect::CreateInstance() { return new (std::nothrow) LimiterEffect(); }
+AudioEffect* LimiterEffect::CreateInstance() { return NewObject<LimiterEffect>(); }
 
 int32_t LimiterEffect::UpdateParams() {
   LookaheadLimiterParams block;
@@ -83,7 +84,7 @@ int32_t LimiterEffect::UpdateParams() {
       hostRate >= 0.0f && hostRate < 2147483648.0f ? static_cast<int32_t>(hostRate) : 0;
   return units.Rebuild(GetChannels(), handle.inputMask,
                        [&](const ChannelGroup& g, int32_t* status) -> LookaheadLimiter* {
-                         LookaheadLimiter* kernel = new (std::nothrow) LookaheadLimiter(&block);
+                         LookaheadLimiter* kernel = NewObject<LookaheadLimiter>(&block);
                          if (kernel == nullptr) {
                            *status = ONDREL_E_NOMEM;
                            return nullptr;

@@ -1,4 +1,5 @@
 #include "effects/reverb/reverb.h"
+#include "framework/alloc.h"
 
 #include <cmath>
 #include <new>
@@ -67,7 +68,7 @@ AlreverbEffect::AlreverbEffect() {
 
 AlreverbEffect::~AlreverbEffect() = default;
 
-AudioEffect* AlreverbEffect::CreateInstance() { return new (std::nothrow) AlreverbEffect(); }
+AudioEffect* AlreverbEffect::CreateInstance() { return NewObject<AlreverbEffect>(); }
 
 int32_t AlreverbEffect::UpdateParams() {
   units.Clear();
@@ -100,7 +101,7 @@ int32_t AlreverbEffect::UpdateParams() {
                 [&](const ChannelGroup& g, int32_t*) -> AlreverbUnit* {
                   if (g.count == 1 && (units.layout()->channelMap[g.first] & kDryPositions) != 0)
                     return nullptr;
-                  AlreverbUnit* unit = new (std::nothrow) AlreverbUnit();
+                  AlreverbUnit* unit = NewObject<AlreverbUnit>();
                   if (unit == nullptr) return nullptr;
                   ReverbSettings own = s;
                   own.channelsIn = own.channelsOut = g.count;

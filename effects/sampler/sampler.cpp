@@ -6,6 +6,7 @@
 #include <new>
 
 #include "files/resource.h"
+#include "framework/alloc.h"
 
 namespace ONDREL2 {
 namespace STEREO_SAMPLER {
@@ -22,10 +23,10 @@ StereoSampler::StereoSampler(const std::string& path, int channelCount, int rate
       // would be read out of step or past its end, so it is refused.
       if (wave.GetChannels() == 2 && total > 0 &&
           total <= static_cast<uint32_t>(std::numeric_limits<int>::max() / 2)) {
-        try {
-          samples.assign(2 * static_cast<size_t>(total), 0.0f);
-          frames = static_cast<int>(total);
-        } catch (const std::bad_alloc&) {
+        if (!TryAllocating([&] {
+              samples.assign(2 * static_cast<size_t>(total), 0.0f);
+              frames = static_cast<int>(total);
+            })) {
           samples.clear();
         }
         if (frames > 0) {
@@ -94,7 +95,7 @@ SamplerEffect::SamplerEffect() {
 
 SamplerEffect::~SamplerEffect() { units.Clear(); }
 
-AudioEffect* SamplerEffect::CreateInstance() { return new (std::nothrow) SamplerEffect(); }
+AudioEffect* SamplerEffect::CreateInstance() { return NewObject<SamplerEffect>(); }
 
 void SamplerEffect::ResetDsp() {
   units.ForEach([](StereoSampler& sampler, const ChannelGroup&) { sampler.Rewind(); });
@@ -121,9 +122,7 @@ int32_t SamplerEffect::UpdateParams() {
         if (g.count == 1 && (units.layout()->channelMap[g.first] & kDryPositions) != 0)
           return nullptr;
         StereoSampler* sampler = nullptr;
-        try {
-          sampler = new StereoSampler(path, g.count, rate, gainDb);
-        } catch (const std::bad_alloc&) {
+        if (!TryAllocating([&] { sampler = new StereoSampler(path, g.count, rate, gainDb); })) {
           *status = ONDREL_E_NOMEM;
         }
         return sampler;

@@ -1,4 +1,5 @@
 #include "effects/stereo_tools/stereo_tools.h"
+#include "framework/alloc.h"
 
 #include <cmath>
 #include <cstdio>
@@ -113,7 +114,7 @@ int32_t SwitchOf(float value) {
 int32_t BuildPairs(GroupUnits<StereoPair>& layout, int32_t channels, uint64_t mask) {
   return layout.Rebuild(channels, mask, [](const ChannelGroup& g, int32_t* status) -> StereoPair* {
     if (g.count != 2) return nullptr;
-    StereoPair* pair = new (std::nothrow) StereoPair();
+    StereoPair* pair = NewObject<StereoPair>();
     if (pair == nullptr) *status = ONDREL_E_NOMEM;
     return pair;
   });
@@ -137,7 +138,7 @@ namespace PANNER {
 
 PannerEffect::PannerEffect() : StereoToolEffect(STEREO_TOOLS::kPanner) {}
 
-AudioEffect* PannerEffect::CreateInstance() { return new (std::nothrow) PannerEffect(); }
+AudioEffect* PannerEffect::CreateInstance() { return NewObject<PannerEffect>(); }
 
 int32_t PannerEffect::UpdateParams() {
   const int32_t status = STEREO_TOOLS::BuildPairs(layout, GetChannels(), handle.inputMask);
@@ -192,7 +193,7 @@ constexpr float kQuarter = 0.7854f;
 
 RotatorEffect::RotatorEffect() : StereoToolEffect(STEREO_TOOLS::kRotator) {}
 
-AudioEffect* RotatorEffect::CreateInstance() { return new (std::nothrow) RotatorEffect(); }
+AudioEffect* RotatorEffect::CreateInstance() { return NewObject<RotatorEffect>(); }
 
 int32_t RotatorEffect::UpdateParams() {
   // The speed figure counts a third of a turn of the phase as 360 degrees
@@ -231,7 +232,7 @@ namespace MONO2DUAL {
 
 Mono2DualEffect::Mono2DualEffect() : StereoToolEffect(STEREO_TOOLS::kMono2Dual) {}
 
-AudioEffect* Mono2DualEffect::CreateInstance() { return new (std::nothrow) Mono2DualEffect(); }
+AudioEffect* Mono2DualEffect::CreateInstance() { return NewObject<Mono2DualEffect>(); }
 
 void Mono2DualEffect::SetChannels(int32_t chns, uint64_t mask) {
   AudioEffect::SetChannels(chns, mask);
@@ -266,9 +267,7 @@ namespace STEREO_ENHANCER {
 
 StereoEnhancerEffect::StereoEnhancerEffect() : StereoToolEffect(STEREO_TOOLS::kEnhancer) {}
 
-AudioEffect* StereoEnhancerEffect::CreateInstance() {
-  return new (std::nothrow) StereoEnhancerEffect();
-}
+AudioEffect* StereoEnhancerEffect::CreateInstance() { return NewObject<StereoEnhancerEffect>(); }
 
 int32_t StereoEnhancerEffect::UpdateParams() {
   const int32_t status = STEREO_TOOLS::BuildPairs(layout, GetChannels(), handle.inputMask);

@@ -10,6 +10,7 @@
 #include "dsp/resampler.h"
 #include "files/resource.h"
 #include "frame/log.h"
+#include "framework/alloc.h"
 
 namespace ONDREL2 {
 namespace STUDIO_IR {
@@ -29,9 +30,7 @@ struct Response {
   std::vector<float> data;
 
   bool Allocate(int length) {
-    try {
-      data.assign(4 * static_cast<size_t>(length), 0.0f);
-    } catch (const std::bad_alloc&) {
+    if (!TryAllocating([&] { data.assign(4 * static_cast<size_t>(length), 0.0f); })) {
       return false;
     }
     frames = length;
@@ -138,7 +137,7 @@ bool Resample(Response& r, int length, int fileRate, int streamRate) {
 bool IrLoader::SetFormat(int rate, int channelCount) {
   sampleRate = rate;
   channels = channelCount;
-  convolver.reset(new (std::nothrow) OndrelStereoConvolution());
+  convolver.reset(NewObject<OndrelStereoConvolution>());
   return convolver != nullptr && convolver->SetChannels(channelCount);
 }
 
@@ -195,21 +194,22 @@ void IrLoader::LoadRawPath(const char* path, int pathIndex) {
   if (reader == nullptr || reader->open == nullptr || !convolver) return;
   std::vector<float> buffer;
   void* h = reader->open(path);
-  try {
-    if (h != nullptr) {
-      reader->seek(h, 0, 2);
-      const long bytes = reader->tell(h, nullptr);
-      reader->seek(h, 0, 0);
-      const int size =
-          bytes > 0 && bytes < std::numeric_limits<int>::max() - 3 ? static_cast<int>(bytes) : 0;
-      buffer.assign(static_cast<size_t>(size + 3) / 4, 0.0f);
-      if (size > 0) reader->read(h, buffer.data(), size);
-      reader->close(h);
-      irFrames = size;
-    } else if (irFrames > 0) {
-      buffer.assign(static_cast<size_t>(irFrames), 0.0f);
-    }
-  } catch (const std::bad_alloc&) {
+  if (!TryAllocating([&] {
+        if (h != nullptr) {
+          reader->seek(h, 0, 2);
+          const long bytes = reader->tell(h, nullptr);
+          reader->seek(h, 0, 0);
+          const int size = bytes > 0 && bytes < std::numeric_limits<int>::max() - 3
+                               ? static_cast<int>(bytes)
+                               : 0;
+          buffer.assign(static_cast<size_t>(size + 3) / 4, 0.0f);
+          if (size > 0) reader->read(h, buffer.data(), size);
+          reader->close(h);
+          irFrames = size;
+        } else if (irFrames > 0) {
+          buffer.assign(static_cast<size_t>(irFrames), 0.0f);
+        }
+      })) {
     return;
   }
   // irFrames counts the bytes of a raw file: four to a sample.

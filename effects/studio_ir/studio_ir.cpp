@@ -1,4 +1,5 @@
 #include "effects/studio_ir/studio_ir.h"
+#include "framework/alloc.h"
 
 #include <cstring>
 #include <new>
@@ -43,13 +44,13 @@ int32_t IrConvolverUnit::Apply(const IrConfig& config) {
     current = applying;
     return ONDREL_OK;
   }
-  loader.reset(new (std::nothrow) IrLoader());
+  loader.reset(NewObject<IrLoader>());
   if (!loader) return ONDREL_E_NOMEM;
-  try {
-    interleaved.assign(
-        static_cast<size_t>(kIrBlockSize) * static_cast<size_t>(std::max(applying.inChannels, 1)),
-        0.0f);
-  } catch (const std::bad_alloc&) {
+  if (!TryAllocating([&] {
+        interleaved.assign(static_cast<size_t>(kIrBlockSize) *
+                               static_cast<size_t>(std::max(applying.inChannels, 1)),
+                           0.0f);
+      })) {
     return ONDREL_E_NOMEM;
   }
   // A refused channel count keeps the convolver, which passes such a
@@ -80,9 +81,7 @@ int32_t IrConvolverUnit::Process(float* const* bufs, const int32_t indices[2], i
   const int32_t n = *frames;
   if (in < 1 || in > 2 || out < 1 || n <= 0) return ONDREL_OK;
   if (interleaved.size() < static_cast<size_t>(n) * in) {
-    try {
-      interleaved.resize(static_cast<size_t>(n) * in);
-    } catch (const std::bad_alloc&) {
+    if (!TryAllocating([&] { interleaved.resize(static_cast<size_t>(n) * in); })) {
       return ONDREL_E_NOMEM;
     }
   }
@@ -130,7 +129,7 @@ StudioIrEffect::StudioIrEffect() {
 
 StudioIrEffect::~StudioIrEffect() { units.Clear(); }
 
-AudioEffect* StudioIrEffect::CreateInstance() { return new (std::nothrow) StudioIrEffect(); }
+AudioEffect* StudioIrEffect::CreateInstance() { return NewObject<StudioIrEffect>(); }
 
 int32_t StudioIrEffect::GetBlockSize() { return kIrBlockSize; }
 
@@ -177,7 +176,7 @@ int32_t StudioIrEffect::UpdateParams() {
       [&](const ChannelGroup& g, int32_t* status) -> IrConvolverUnit* {
         if (g.count == 1 && (units.layout()->channelMap[g.first] & kDryPositions) != 0)
           return nullptr;
-        IrConvolverUnit* unit = new (std::nothrow) IrConvolverUnit();
+        IrConvolverUnit* unit = NewObject<IrConvolverUnit>();
         if (unit == nullptr) {
           *status = ONDREL_E_NOMEM;
           return nullptr;

@@ -1,4 +1,5 @@
 #include "effects/supereq/supereq.h"
+#include "framework/alloc.h"
 
 #include <cmath>
 #include <cstdio>
@@ -58,7 +59,7 @@ SuperEQEffect::SuperEQEffect() {
 
 SuperEQEffect::~SuperEQEffect() { FreeEngine(); }
 
-AudioEffect* SuperEQEffect::CreateInstance() { return new (std::nothrow) SuperEQEffect(); }
+AudioEffect* SuperEQEffect::CreateInstance() { return NewObject<SuperEQEffect>(); }
 
 void SuperEQEffect::FreeEngine() { engine.reset(); }
 
@@ -79,7 +80,7 @@ int32_t SuperEQEffect::SetupBuffers() {
 int32_t SuperEQEffect::UpdateParams() {
   const int32_t count = TruncateWithin(GetScriptedParamByName("gain_len"), 1, kMaxGainCount);
   if (!engine) {
-    engine.reset(new (std::nothrow) SuperEqEngine());
+    engine.reset(NewObject<SuperEqEngine>());
     if (!engine) return ONDREL_E_NOMEM;
   }
   engine->SetFormat(static_cast<int>(GetSampleRate()), GetChannels());
@@ -88,13 +89,13 @@ int32_t SuperEQEffect::UpdateParams() {
   engine->SetBands(start, octave);
 
   std::vector<float> gains;
-  try {
-    gains.assign(static_cast<size_t>(count), 0.0f);
-    // Bands beyond the gain parameters stay flat.
-    for (int32_t i = 0; i < count && kFirstGain + i < handle.numParams; ++i)
-      gains[static_cast<size_t>(i)] = GetScriptedParam(kFirstGain + i);
-    engine->SetGains(gains.data(), count);
-  } catch (const std::bad_alloc&) {
+  if (!TryAllocating([&] {
+        gains.assign(static_cast<size_t>(count), 0.0f);
+        // Bands beyond the gain parameters stay flat.
+        for (int32_t i = 0; i < count && kFirstGain + i < handle.numParams; ++i)
+          gains[static_cast<size_t>(i)] = GetScriptedParam(kFirstGain + i);
+        engine->SetGains(gains.data(), count);
+      })) {
     return ONDREL_E_NOMEM;
   }
 

@@ -1,5 +1,6 @@
 #include "effects/supereq/supereq_engine.h"
 
+#include "framework/alloc.h"
 #include "ondrel.h"
 
 #include <algorithm>
@@ -37,9 +38,7 @@ int IdealLowpass::Design(float newCutoff, int newLength) {
     dirty = 1;
   }
   if (newLength != length) {
-    try {
-      taps.assign(static_cast<size_t>(newLength), 0.0f);
-    } catch (const std::bad_alloc&) {
+    if (!TryAllocating([&] { taps.assign(static_cast<size_t>(newLength), 0.0f); })) {
       length = 0;
       return ONDREL_E_NOMEM;
     }
@@ -86,21 +85,21 @@ int KaiserWindow::Design(int newLength, float attenuation) {
   }
   if (BetaKey(newBeta) != BetaKey(beta)) dirty = 1;
   beta = newBeta;
-  try {
-    if (factorials.size() != kFactorials) {
-      factorials.resize(kFactorials);
-      factorials[0] = 1.0f;
-      for (int j = 1; j < kFactorials; ++j)
-        factorials[static_cast<size_t>(j)] =
-            factorials[static_cast<size_t>(j - 1)] * static_cast<float>(j);
-      dirty = 1;
-    }
-    if (newLength != length) {
-      values.assign(static_cast<size_t>(std::max(newLength, 0)), 0.0f);
-      length = newLength;
-      dirty = 1;
-    }
-  } catch (const std::bad_alloc&) {
+  if (!TryAllocating([&] {
+        if (factorials.size() != kFactorials) {
+          factorials.resize(kFactorials);
+          factorials[0] = 1.0f;
+          for (int j = 1; j < kFactorials; ++j)
+            factorials[static_cast<size_t>(j)] =
+                factorials[static_cast<size_t>(j - 1)] * static_cast<float>(j);
+          dirty = 1;
+        }
+        if (newLength != length) {
+          values.assign(static_cast<size_t>(std::max(newLength, 0)), 0.0f);
+          length = newLength;
+          dirty = 1;
+        }
+      })) {
     length = 0;
     factorials.clear();
     return ONDREL_E_NOMEM;
@@ -172,84 +171,103 @@ int SuperEqEngine::Rebuild() {
   // A new gain count needs new corners and low passes even when start and
   // octave stayed, or the composition would read past the gains.
   const bool bandsChanged = gainCount != bandCount;
-  try {
-    if (gainsChanged != 0) {
-      for (int i = 0; i < gainCount; ++i)
-        gainsLinear[static_cast<size_t>(i)] = static_cast<float>(
-            std::pow(10.0, static_cast<double>(gainsDb[static_cast<size_t>(i)]) / 20.0));
-    }
+  // Any early status ends the lambda; a failed container leaves it by the
+  // allocation check.
+  int status = ONDREL_OK;
+  if (!TryAllocating([&] {
+        if (gainsChanged != 0) {
+          for (int i = 0; i < gainCount; ++i)
+            gainsLinear[static_cast<size_t>(i)] = static_cast<float>(
+                std::pow(10.0, static_cast<double>(gainsDb[static_cast<size_t>(i)]) / 20.0));
+        }
 
-    if (startChanged || octaveChanged || bandsChanged) {
-      if (bandsChanged) {
-        edges.assign(static_cast<size_t>(gainCount), 0.0f);
-        lowpasses.clear();
-        lowpasses.resize(static_cast<size_t>(std::max(gainCount - 1, 0)));
-        bandCount = gainCount;
-      }
-      // The step is rounded to float first; each corner is a float product.
-      const float step = static_cast<float>(std::pow(2.0, static_cast<double>(octave)));
-      for (int i = 0; i < bandCount; ++i) {
-        edges[static_cast<size_t>(i)] =
-            i == 0 ? startFrequency : step * edges[static_cast<size_t>(i - 1)];
-      }
-    }
+        if (startChanged || octaveChanged || bandsChanged) {
+          if (bandsChanged) {
+            edges.assign(static_cast<size_t>(gainCount), 0.0f);
+            lowpasses.clear();
+            lowpasses.resize(static_cast<size_t>(std::max(gainCount - 1, 0)));
+            bandCount = gainCount;
+          }
+          // The step is rounded to float first; each corner is a float product.
+          const float step = static_cast<float>(std::pow(2.0, static_cast<double>(octave)));
+          for (int i = 0; i < bandCount; ++i) {
+            edges[static_cast<size_t>(i)] =
+                i == 0 ? startFrequency : step * edges[static_cast<size_t>(i - 1)];
+          }
+        }
 
-    if (windowChanged) {
-      if (int rc = window.Design(filterLength, kAttenuation)) return rc;
-    }
+        if (windowChanged) {
+          if (int rc = window.Design(filterLength, kAttenuation)) {
+            status = rc;
+            return;
+          }
+        }
 
-    if (startChanged || octaveChanged || windowChanged || rateChanged || bandsChanged) {
-      for (int i = 0; i + 1 < bandCount; ++i) {
-        float cutoff = edges[static_cast<size_t>(i)] / static_cast<float>(sampleRate);
-        // A ladder of many bands runs past the sample rate and on to
-        // infinity; a corner at or beyond the rate is held at Nyquist, where
-        // the low pass is the whole band and its band above adds nothing.
-        // Corners below the rate keep their design exactly.
-        if (cutoff >= 1.0f) cutoff = 0.5f;
-        if (int rc = lowpasses[static_cast<size_t>(i)].Design(cutoff, filterLength)) return rc;
-      }
-    }
+        if (startChanged || octaveChanged || windowChanged || rateChanged || bandsChanged) {
+          for (int i = 0; i + 1 < bandCount; ++i) {
+            float cutoff = edges[static_cast<size_t>(i)] / static_cast<float>(sampleRate);
+            // A ladder of many bands runs past the sample rate and on to
+            // infinity; a corner at or beyond the rate is held at Nyquist, where
+            // the low pass is the whole band and its band above adds nothing.
+            // Corners below the rate keep their design exactly.
+            if (cutoff >= 1.0f) cutoff = 0.5f;
+            if (int rc = lowpasses[static_cast<size_t>(i)].Design(cutoff, filterLength)) {
+              status = rc;
+              return;
+            }
+          }
+        }
 
-    // Compose: band 0 is the lowest low pass, each middle band the
-    // difference of two neighbours, the top band what remains of the delta.
-    response.assign(static_cast<size_t>(filterLength), 0.0f);
-    const int half = filterLength / 2;
-    for (int k = 0; k < filterLength; ++k) {
-      float sum = 0.0f;
-      float last = 0.0f;
-      for (int i = 0; i + 1 < bandCount; ++i) {
-        const float value = lowpasses[static_cast<size_t>(i)].taps[static_cast<size_t>(k)];
-        sum += (value - last) * gainsLinear[static_cast<size_t>(i)];
-        last = value;
-      }
-      const float delta = k == half ? 1.0f : 0.0f;
-      if (bandCount > 0) sum += (delta - last) * gainsLinear[static_cast<size_t>(bandCount - 1)];
-      response[static_cast<size_t>(k)] = sum * window.values[static_cast<size_t>(k)];
-    }
+        // Compose: band 0 is the lowest low pass, each middle band the
+        // difference of two neighbours, the top band what remains of the delta.
+        response.assign(static_cast<size_t>(filterLength), 0.0f);
+        const int half = filterLength / 2;
+        for (int k = 0; k < filterLength; ++k) {
+          float sum = 0.0f;
+          float last = 0.0f;
+          for (int i = 0; i + 1 < bandCount; ++i) {
+            const float value = lowpasses[static_cast<size_t>(i)].taps[static_cast<size_t>(k)];
+            sum += (value - last) * gainsLinear[static_cast<size_t>(i)];
+            last = value;
+          }
+          const float delta = k == half ? 1.0f : 0.0f;
+          if (bandCount > 0)
+            sum += (delta - last) * gainsLinear[static_cast<size_t>(bandCount - 1)];
+          response[static_cast<size_t>(k)] = sum * window.values[static_cast<size_t>(k)];
+        }
 
-    const int pad = (1 << windowBits) - filterLength;
-    if (channelsChanged) {
-      convolvers.clear();
-      for (int c = 0; c < channels; ++c) {
-        convolvers.push_back(std::make_unique<OndrelFastConvolution>());
-        if (int rc = convolvers.back()->Init(filterLength, pad)) return rc;
-      }
-      convolverBlock = filterLength;
-    } else if (convolverBlock != filterLength) {
-      // A new window keeps the convolvers but must give them the new block
-      // and transform size: they read exactly one block per call.
-      for (auto& convolver : convolvers) {
-        if (int rc = convolver->Init(filterLength, pad)) return rc;
-      }
-      convolverBlock = filterLength;
-    }
+        const int pad = (1 << windowBits) - filterLength;
+        if (channelsChanged) {
+          convolvers.clear();
+          for (int c = 0; c < channels; ++c) {
+            convolvers.push_back(std::make_unique<OndrelFastConvolution>());
+            if (int rc = convolvers.back()->Init(filterLength, pad)) {
+              status = rc;
+              return;
+            }
+          }
+          convolverBlock = filterLength;
+        } else if (convolverBlock != filterLength) {
+          // A new window keeps the convolvers but must give them the new block
+          // and transform size: they read exactly one block per call.
+          for (auto& convolver : convolvers) {
+            if (int rc = convolver->Init(filterLength, pad)) {
+              status = rc;
+              return;
+            }
+          }
+          convolverBlock = filterLength;
+        }
 
-    for (auto& convolver : convolvers) {
-      if (int rc = convolver->SetImpulseResponse(response.data(), filterLength)) return rc;
-    }
-  } catch (const std::bad_alloc&) {
+        for (auto& convolver : convolvers) {
+          if (int rc = convolver->SetImpulseResponse(response.data(), filterLength)) {
+            status = rc;
+            return;
+          }
+        }
+      }))
     return ONDREL_E_NOMEM;
-  }
+  if (status != ONDREL_OK) return status;
 
   gainsChanged = 0;
   built = {sampleRate, channels, startFrequency, octave, windowBits, filterLength};

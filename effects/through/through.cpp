@@ -1,4 +1,5 @@
 #include "effects/through/through.h"
+#include "framework/alloc.h"
 
 #include <new>
 
@@ -9,7 +10,7 @@ ThroughEffect::ThroughEffect() { effectType = EFFECT_THROUGH; }
 
 ThroughEffect::~ThroughEffect() = default;
 
-AudioEffect* ThroughEffect::CreateInstance() { return new (std::nothrow) ThroughEffect(); }
+AudioEffect* ThroughEffect::CreateInstance() { return NewObject<ThroughEffect>(); }
 
 }  // namespace THROUGH
 }  // namespace ONDREL2

@@ -1,4 +1,5 @@
 #include "effects/two2six/two2six.h"
+#include "framework/alloc.h"
 
 #include <cmath>
 #include <new>
@@ -110,7 +111,7 @@ TwotoSix::TwotoSix() {
 
 TwotoSix::~TwotoSix() = default;
 
-AudioEffect* TwotoSix::CreateInstance() { return new (std::nothrow) TwotoSix(); }
+AudioEffect* TwotoSix::CreateInstance() { return NewObject<TwotoSix>(); }
 
 void TwotoSix::SetChannels(int32_t chns, uint64_t mask) {
   // The output keeps the input's mask; only the count becomes six.

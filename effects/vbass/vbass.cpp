@@ -1,4 +1,5 @@
 #include "effects/vbass/vbass.h"
+#include "framework/alloc.h"
 
 #include <new>
 
@@ -28,11 +29,9 @@ VBassDspWrapper::VBassDspWrapper(float rate, int32_t chns, uint64_t bits)
 VBassDspWrapper::~VBassDspWrapper() = default;
 
 ON_DSP_WRAPPERS::IDspWrapper* VBassDspWrapper::Create(float rate, int32_t chns, uint64_t bits) {
-  try {
-    return new VBassDspWrapper(rate, chns, bits);
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
+  VBassDspWrapper* made = nullptr;
+  TryAllocating([&] { made = new VBassDspWrapper(rate, chns, bits); });
+  return made;
 }
 
 int32_t VBassDspWrapper::UpdateParams(AudioEffect* runner) {
@@ -71,11 +70,9 @@ VirtualBassEffect::VirtualBassEffect() : DspWrapperRunner(new VBassDspWrapper())
 VirtualBassEffect::~VirtualBassEffect() = default;
 
 AudioEffect* VirtualBassEffect::CreateInstance() {
-  try {
-    return new VirtualBassEffect();
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
+  VirtualBassEffect* made = nullptr;
+  TryAllocating([&] { made = new VirtualBassEffect(); });
+  return made;
 }
 
 }  // namespace VBASS

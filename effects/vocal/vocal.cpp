@@ -1,4 +1,5 @@
 #include "effects/vocal/vocal.h"
+#include "framework/alloc.h"
 
 #include <new>
 
@@ -30,7 +31,7 @@ VocalEffect::VocalEffect() {
 
 VocalEffect::~VocalEffect() = default;
 
-AudioEffect* VocalEffect::CreateInstance() { return new (std::nothrow) VocalEffect(); }
+AudioEffect* VocalEffect::CreateInstance() { return NewObject<VocalEffect>(); }
 
 int32_t VocalEffect::UpdateParams() {
   const float hostRate = GetSampleRate();
@@ -44,8 +45,8 @@ int32_t VocalEffect::UpdateParams() {
     builtRate = rate;
     bands.reset();
     voices.reset();
-    bands.reset(new (std::nothrow) ChannelBands[static_cast<size_t>(channels)]);
-    voices.reset(new (std::nothrow) Voice[static_cast<size_t>(channels)]);
+    bands.reset(NewArray<ChannelBands>(static_cast<size_t>(channels)));
+    voices.reset(NewArray<Voice>(static_cast<size_t>(channels)));
     if (!bands || !voices) {
       bands.reset();
       voices.reset();

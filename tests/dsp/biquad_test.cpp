@@ -169,52 +169,6 @@ TEST(BiquadFilter, MagnitudeAtCharacteristicFrequencies) {
   EXPECT_NEAR(Magnitude(pk, 0.5), 1.0, tol);
 }
 
-// The recursion as the owning effects run it: float, Direct Form I, in this
-// order of evaluation.
-std::vector<float> ScalarReference(Filter f, const std::vector<float>& x) {
-  std::vector<float> y(x.size());
-  for (size_t n = 0; n < x.size(); ++n) {
-    float out = f.b0 * x[n];
-    out = out + f.b1 * f.x1;
-    out = out + f.b2 * f.x2;
-    out = out - f.a1 * f.y1;
-    out = out - f.a2 * f.y2;
-    f.x2 = f.x1;
-    f.x1 = x[n];
-    f.y2 = f.y1;
-    f.y1 = out;
-    y[n] = out;
-  }
-  return y;
-}
-
-TEST(BiquadFilter, RecursionIsSampleExactAgainstScalarLoop) {
-  std::mt19937 rng(3);
-  std::uniform_real_distribution<float> dist(-1.0f, 1.0f);
-  std::vector<float> x(2000);
-  for (float& v : x) v = dist(rng);
-  x[0] = 1.0f;  // a fresh filter answers b0 to its first sample of 1
-
-  // One low-frequency resonant design and one bell: the recursion is shared.
-  BiquadFilter::LPFilter lp(0.01, 0.7);
-  BiquadFilter::PKFilter pk(0.004, 0.008, 9.0);
-  Filter* filters[] = {&lp, &pk};
-  for (size_t i = 0; i < 2; ++i) {
-    Filter& f = *filters[i];
-    const std::vector<float> want = ScalarReference(f, x);
-    ASSERT_EQ(want[0], f.b0) << "filter " << i;
-
-    // Per sample, then the same in place on a block after clearing.
-    for (size_t n = 0; n < x.size(); ++n)
-      ASSERT_EQ(f.Process(x[n]), want[n]) << "filter " << i << " sample " << n;
-    f.ClearState();
-    std::vector<float> block = x;
-    f.Process(block.data(), static_cast<int>(block.size()));
-    for (size_t n = 0; n < x.size(); ++n)
-      ASSERT_EQ(block[n], want[n]) << "filter " << i << " block sample " << n;
-  }
-}
-
 TEST(BiquadFilter, DegenerateDesignsFollowTheirFormulas) {
   // Equal edges: zero width, alpha 0, numerator equal to denominator with
   // poles on the unit circle.

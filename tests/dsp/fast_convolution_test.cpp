@@ -94,27 +94,6 @@ TEST(OndrelFastConvolution, MatchesDirectConvolutionForManyLengths) {
   }
 }
 
-// With a unit impulse the output is the input advanced by the latency: the
-// first block loses half a block, and Reset re-arms that advance.
-TEST(OndrelFastConvolution, ResetReArmsTheAdvance) {
-  const size_t bs = 511;
-  OndrelFastConvolution conv;
-  ASSERT_EQ(conv.Init(bs, 513), 0);
-  const float one = 1.0f;
-  ASSERT_EQ(conv.SetImpulseResponse(&one, 1), 0);
-  const std::vector<float> x = Noise(bs * 2, 5);
-  for (size_t run = 0; run < 2; ++run) {
-    if (run == 1) conv.Reset();
-    std::vector<float> block(x.begin() + static_cast<long>(run * bs),
-                             x.begin() + static_cast<long>((run + 1) * bs));
-    int frames = 0;
-    ASSERT_EQ(conv.Process(block.data(), &frames), 0);
-    ASSERT_EQ(frames, 256);
-    for (size_t n = 0; n < 256; ++n)
-      ASSERT_NEAR(block[n], x[run * bs + 255 + n], 1e-6) << "run " << run << " sample " << n;
-  }
-}
-
 TEST(OndrelFastConvolution, ResponseReplacedMidStreamKeepsRunningHistory) {
   const int bs = 64;
   const int blocks = 16;
@@ -143,45 +122,6 @@ TEST(OndrelFastConvolution, ResponseReplacedMidStreamKeepsRunningHistory) {
   const std::vector<double> b = Direct(late, h2);
   for (size_t n = 0; n < b.size(); ++n) ref[n] += b[n];
   ExpectAdvancedConvolution(out, ref, bs / 2, "switch at block " + std::to_string(switchBlock));
-}
-
-TEST(OndrelFastConvolution, ShrinkingPartitionCountThenResetStartsClean) {
-  const int bs = 32;
-  OndrelFastConvolution conv;
-  ASSERT_EQ(conv.Init(bs, bs), 0);
-  const std::vector<float> longResponse = Response(static_cast<size_t>(6 * bs), 21);
-  ASSERT_EQ(conv.SetImpulseResponse(longResponse.data(), static_cast<int>(longResponse.size())), 0);
-  RunMono(conv, Noise(static_cast<size_t>(bs * 5), 22), bs);  // ring position 5 of 6
-
-  const std::vector<float> shortResponse = Response(static_cast<size_t>(bs + 3), 23);
-  ASSERT_EQ(conv.SetImpulseResponse(shortResponse.data(), static_cast<int>(shortResponse.size())),
-            0);
-  conv.Reset();
-  const std::vector<float> x = Noise(static_cast<size_t>(bs * 8), 24);
-  const std::vector<float> out = RunMono(conv, x, bs);
-  ExpectAdvancedConvolution(out, Direct(x, shortResponse), bs / 2, "after shrink");
-}
-
-TEST(OndrelFastConvolution, RefusesWorkWithoutSetup) {
-  OndrelFastConvolution conv;
-  const float one = 1.0f;
-  EXPECT_EQ(conv.SetImpulseResponse(&one, 1), 2000);  // before Init
-  EXPECT_EQ(conv.Init(0, 16), 2000);
-  EXPECT_EQ(conv.Init(64, 63), 2001);  // odd transform size
-  ASSERT_EQ(conv.Init(64, 64), 0);
-  EXPECT_EQ(conv.SetImpulseResponse(&one, 0), 2000);
-
-  std::vector<float> block(64, 0.5f);
-  int frames = 64;
-  EXPECT_EQ(conv.Process(block.data(), &frames), 2000);
-  EXPECT_EQ(frames, 0);
-  EXPECT_EQ(block[0], 0.5f);
-
-  // A new block size drops the loaded response, which was cut for the
-  // old one.
-  ASSERT_EQ(conv.SetImpulseResponse(&one, 1), 0);
-  ASSERT_EQ(conv.Init(32, 32), 0);
-  EXPECT_EQ(conv.Process(block.data(), &frames), 2000);
 }
 
 std::vector<float> Interleave(const std::vector<float>& left, const std::vector<float>& right) {

@@ -134,58 +134,6 @@ TEST_F(EffectBase, NormalisedValuesInterpolateInTheLinearDomain) {
   EXPECT_EQ(norm_center(20.0f, 10.0f, 0.0f, 5.0f, 0.3f), 1.0f);
 }
 
-TEST_F(EffectBase, TextsFollowTheLocaleChain) {
-  ProbeEffect fx;
-  char buf[128];
-  ondrel_set_locale("zh", "TW");
-  EXPECT_STREQ(fx.GetEffectName(buf), "探針");
-  fx.GetParamLabel(0, buf);
-  EXPECT_STREQ(buf, "電平");
-  ondrel_set_locale("zh", "HK");
-  EXPECT_STREQ(fx.GetEffectName(buf), "探针");
-  ondrel_set_locale("ja", "JP");
-  fx.GetParamLabel(1, buf);
-  EXPECT_STREQ(buf, "モード");
-  EXPECT_STREQ(fx.GetEffectName(buf), "Probe");
-  ondrel_set_locale("fr", "FR");
-  fx.GetParamLabel(0, buf);
-  EXPECT_STREQ(buf, "Level");  // the empty "en" text stands for the name
-  fx.GetParamLabel(1, buf);
-  EXPECT_STREQ(buf, "Operating mode");
-  fx.GetParamLabel(3, buf);
-  EXPECT_STREQ(buf, "Ratio");  // no labels: the name
-
-  // Display texts.
-  fx.GetParamDisplay(0, buf);
-  EXPECT_STREQ(buf, "-3.0 dB");
-  fx.GetParamDisplay(1, buf);
-  EXPECT_STREQ(buf, "2");
-  for (auto [value, text] : {std::pair<float, const char*>{0.5f, "1:1"},
-                             {3.2f, "4 X"},
-                             {-3.0f, "1/4"},
-                             {-0.5f, "1/2"}}) {
-    fx.SetParam(3, value);
-    fx.GetParamDisplay(3, buf);
-    EXPECT_STREQ(buf, text) << value;
-  }
-  EXPECT_TRUE(fx.GetBoolText(buf, true));
-  EXPECT_STREQ(buf, "On");
-  ondrel_set_locale("zh", "HK");
-  fx.GetBoolText(buf, false);
-  EXPECT_STREQ(buf, "関");
-  ondrel_set_locale("zh", "CN");
-  fx.GetBoolText(buf, true);
-  EXPECT_STREQ(buf, "是");
-  ondrel_set_locale("en", "US");
-
-  // Out-of-range indexes and null buffers are ignored by the text getters.
-  std::strcpy(buf, "x");
-  fx.GetParamName(4, buf);
-  fx.GetParamName(-1, buf);
-  fx.GetParamLabel(0, nullptr);
-  EXPECT_STREQ(buf, "x");
-}
-
 TEST_F(EffectBase, ScriptsVersionsAndTheScriptedRead) {
   ProbeEffect fx;
   EXPECT_EQ(fx.GetScriptVersion(), 2);

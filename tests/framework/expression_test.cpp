@@ -102,36 +102,6 @@ TEST_F(ExpressionTest, OperatorsBindAndAssociateAsDocumented) {
   });
 }
 
-TEST_F(ExpressionTest, EveryBuiltinResolvesToItsFunction) {
-  // Evaluating each name at its own sample point also proves that the
-  // binary search reaches every entry of the sorted table.
-  const Case cases[] = {
-      {"abs(-2.25)", 2.25},
-      {"acos(0.3)", std::acos(0.3)},
-      {"asin(0.3)", std::asin(0.3)},
-      {"atan(0.3)", std::atan(0.3)},
-      {"atan2(-1,-2)", std::atan2(-1.0, -2.0)},
-      {"cos(0.7)", std::cos(0.7)},
-      {"cosh(0.7)", std::cosh(0.7)},
-      {"exp(1.3)", std::exp(1.3)},
-      {"ln(7)", std::log(7.0)},
-      {"log(7)", std::log10(7.0)},
-      {"log10(7)", std::log10(7.0)},
-      {"pow(2,10)", 1024.0},
-      {"sin(0.7)", std::sin(0.7)},
-      {"sinh(0.7)", std::sinh(0.7)},
-      {"sqrt(16)", 4.0},
-      {"tan(0.7)", std::tan(0.7)},
-      {"tanh(0.7)", std::tanh(0.7)},
-      {"fac(5)", 120.0},
-      {"ncr(6,3)", 20.0},
-      {"npr(6,3)", 120.0},
-  };
-  // Within 4 ulp: the reference may be folded by the compiler, correctly
-  // rounded, while the library calls the C library at run time.
-  for (const Case& c : cases) EXPECT_DOUBLE_EQ(Value(c.text), c.expected) << c.text;
-}
-
 TEST_F(ExpressionTest, FloorCeilAndCombinatoricsKeepTheirThirtyTwoBitForms) {
   ExpectValues({
       // floor and ceil read the low word of the double: 2.5 and 3.0 have a
@@ -325,17 +295,6 @@ TEST_F(ExpressionTest, PureFunctionsWithConstantArgumentsFoldOnce) {
 }
 
 // ---- Number parsing and its locale ---------------------------------------
-
-TEST_F(ExpressionTest, ParsingWithoutEngineLogsAndRecovers) {
-  ondrel_test::LogCapture log;
-  te_uninit();
-  EXPECT_EQ(Value("2.5"), 2.5);
-  EXPECT_EQ(Value("0.5"), 0.5);  // logged once: the locale now exists
-  te_init();
-  ASSERT_EQ(log.lines().size(), 1u);
-  EXPECT_EQ(log.lines()[0].level, 6);
-  EXPECT_EQ(log.lines()[0].text, "[ON2L]:te_uninit might not be invoked ....");
-}
 
 // Makes a decimal-comma locale current: an installed German one, or one
 // compiled from the system's locale sources into the build directory.

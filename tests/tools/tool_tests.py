@@ -571,6 +571,8 @@ def case_script():
     check(out.startswith("result: 6 ") and "errors: none" in out, out)
     out, _ = run("script", "#x=in*2\nout+1", "--in", "3")
     check(out.startswith("result: 7 ") and " x=6" in out, out)
+    out, _ = run("script", ">0-1\nin", "--in", "3")
+    check("runs: 2 (two-pass)" in out and "ondrel_tool" not in out, out)
     out, _ = run("script", "in*(", "--in", "3", expect=1)
     check(out.startswith("result: 3 ") and "errors: 1" in out and "LINE 1" in out, out)
     # GENRE_ZKV 9 maps to genre class 1.

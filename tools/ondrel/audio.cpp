@@ -262,11 +262,13 @@ std::string Chain::Describe() const {
   return count == 0 ? "(empty chain)" : out;
 }
 
-bool Chain::Empty() const {
+int Chain::Size() const {
   int count = 0;
   ONDREL2::ondrel_get_params(inst_, nullptr, 0, &count);
-  return count == 0;
+  return count;
 }
+
+bool Chain::Empty() const { return Size() == 0; }
 
 int Chain::OutChannels() const {
   int channels = 0;

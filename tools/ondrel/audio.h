@@ -95,6 +95,8 @@ class Chain {
   // A description of the running chain ("amplifier > limiter").
   std::string Describe() const;
   bool Empty() const;
+  // How many effects the instance kept after configuring.
+  int Size() const;
   int OutChannels() const;
   // The output's speaker mask as the chain reports it (0: the default).
   uint64_t OutLayout() const;

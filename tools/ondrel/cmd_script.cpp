@@ -12,31 +12,18 @@ namespace ondrel_tool {
 
 namespace {
 
-struct ScriptCapture {
-  int runs = 0;
-  double output = 0.0;
-  double input = 0.0;
-  std::vector<std::string> errors;
-};
+// A probe in front of the amplifier counts the configuring passes: its
+// script adds one to a system variable of its own at every run, and the
+// amplifier's Gain is read exactly once per pass. System variables survive
+// from the first pass into the second and are cleared only by the next
+// configuration, so after installing the chain the variable holds the
+// number of times the amplifier's script ran.
+constexpr const char* kPassCounter = "ondrel_tool_passes";
 
-ScriptCapture* g_capture = nullptr;
-
-// GetScriptedParam logs "<p/NAME>: out <-- raw" after each run of a script:
-// the arguments carry the script's result at full precision.
-void CaptureLog(void* context, int, const char* format, va_list args) {
-  auto* capture = static_cast<ScriptCapture*>(context);
-  if (std::strcmp(format, "[ON2L]:<p/%s>: %g <-- %g") != 0) return;
-  const char* name = va_arg(args, const char*);
-  double out = va_arg(args, double);
-  double raw = va_arg(args, double);
-  if (name == nullptr || std::strcmp(name, "Gain") != 0) return;
-  capture->runs++;
-  capture->output = out;
-  capture->input = raw;
-}
+std::vector<std::string>* g_errors = nullptr;
 
 void CaptureError(const char* message) {
-  if (g_capture != nullptr) g_capture->errors.push_back(message != nullptr ? message : "");
+  if (g_errors != nullptr) g_errors->push_back(message != nullptr ? message : "");
 }
 
 struct Variable {
@@ -77,12 +64,15 @@ int RunScript(const CommonOptions& common, const ScriptOptions& options) {
   ApplyModulators(options.modulators);
   std::vector<Variable> before = Variables();
 
-  ScriptCapture capture;
-  g_capture = &capture;
+  std::vector<std::string> errors;
+  g_errors = &errors;
   ONDREL2::ondrel_set_script_error_handler(&CaptureError);
-  LibrarySession::SetCapture(&CaptureLog, &capture, 4);
 
   EffectList effects;
+  ONDREL2::AEffect* probe = CreateEffect(ONDREL2::EFFECT_AMPLIFIER);
+  effects.Add(probe);
+  SetParamScript(probe, RequireParam(probe, "Gain", "amplifier"),
+                 std::string("#") + kPassCounter + "=" + kPassCounter + "+1\n0");
   ONDREL2::AEffect* amp = CreateEffect(ONDREL2::EFFECT_AMPLIFIER);
   effects.Add(amp);
   const int gain = RequireParam(amp, "Gain", "amplifier");
@@ -91,40 +81,45 @@ int RunScript(const CommonOptions& common, const ScriptOptions& options) {
   SetParamScript(amp, gain, text);
   int version = amp->dispatcher(amp, ONDREL2::ONDREL_OP_GET_SCRIPT_VERSION, 0, 0, nullptr, 0.0f);
 
-  // Installing the effect configures the chain: Resume runs UpdateParams,
-  // which reads Gain through its script.
+  // Installing the effects configures the chain: Resume runs UpdateParams,
+  // which reads Gain through its script. The amplifier's script is the
+  // last one to run in every pass, so the interpreter's `out` afterwards is
+  // its result, before the effect limits it to Gain's range.
   Chain chain(2, 48000.0f);
   chain.Install(effects);
-  bool bypassed = chain.Empty();
+  const bool bypassed = chain.Size() < 2;
   std::vector<Variable> after = Variables();
-  LibrarySession::ClearCapture();
-  g_capture = nullptr;
+  g_errors = nullptr;
+
+  int runs = 0;
+  for (const Variable& v : after)
+    if (v.system && v.name == kPassCounter) runs = static_cast<int>(v.value);
+  const double result = ONDREL2::get_modulator_user("out");
 
   float stored = static_cast<float>(options.input);
-  if (capture.runs == 0) {
+  if (runs == 0) {
     std::printf("the script did not run\n");
     return kExitFailure;
   }
   // What the effect uses: the script's result limited to Gain's range.
-  double used = capture.output > 18.0 ? 18.0 : std::max(-96.0, capture.output);
-  if (std::isnan(capture.output)) used = capture.output;
+  double used = result > 18.0 ? 18.0 : std::max(-96.0, result);
+  if (std::isnan(result)) used = result;
   if (bypassed) {
-    std::printf("result: %s (in %s; the effect left the chain)\n", Number(capture.output).c_str(),
+    std::printf("result: %s (in %s; the effect left the chain)\n", Number(result).c_str(),
                 Number(static_cast<double>(stored)).c_str());
   } else {
     std::printf("result: %s (in %s; amplifier Gain uses %s after limiting to -96..18)\n",
-                Number(capture.output).c_str(), Number(static_cast<double>(stored)).c_str(),
+                Number(result).c_str(), Number(static_cast<double>(stored)).c_str(),
                 Number(used).c_str());
   }
-  std::printf("runs: %d%s, script version %d\n", capture.runs,
-              capture.runs > 1 ? " (two-pass)" : "", version);
+  std::printf("runs: %d%s, script version %d\n", runs, runs > 1 ? " (two-pass)" : "", version);
   if (bypassed)
     std::printf("bypassed: GV_FXBYPASSED was not 0 after the run, so the effect left the chain\n");
-  if (capture.errors.empty()) {
+  if (errors.empty()) {
     std::printf("errors: none\n");
   } else {
-    std::printf("errors: %zu\n", capture.errors.size());
-    for (const std::string& e : capture.errors) {
+    std::printf("errors: %zu\n", errors.size());
+    for (const std::string& e : errors) {
       std::string indented = e;
       for (size_t p = indented.find('\n'); p != std::string::npos; p = indented.find('\n', p + 1))
         indented.insert(p + 1, "    ");
@@ -133,7 +128,7 @@ int RunScript(const CommonOptions& common, const ScriptOptions& options) {
   }
   std::string system;
   for (const Variable& v : after)
-    if (v.system) system += " " + v.name + "=" + Number(v.value);
+    if (v.system && v.name != kPassCounter) system += " " + v.name + "=" + Number(v.value);
   std::printf("system variables:%s\n", system.empty() ? " none" : system.c_str());
   std::string user;
   for (const Variable& v : after) {
@@ -146,7 +141,7 @@ int RunScript(const CommonOptions& common, const ScriptOptions& options) {
     if (changed) user += " " + v.name + "=" + Number(v.value);
   }
   std::printf("user variables set:%s\n", user.empty() ? " none" : user.c_str());
-  return capture.errors.empty() ? kExitOk : kExitFailure;
+  return errors.empty() ? kExitOk : kExitFailure;
 }
 
 }  // namespace ondrel_tool

@@ -54,9 +54,6 @@ namespace {
 struct LogState {
   int threshold = 7;
   bool verbose = false;
-  LibrarySession::LogCapture capture = nullptr;
-  void* context = nullptr;
-  int captureLevel = 7;
 };
 
 LogState& Log() {
@@ -66,7 +63,7 @@ LogState& Log() {
 
 // The library's messages carry no line end; the tool adds one and sends them
 // to standard error so that standard output stays for results.
-void LogHandler(int level, const char* format, ...) {
+void LogHandler(int /*level*/, const char* format, ...) {
   LogState& s = Log();
   if (s.verbose) {
     va_list args;
@@ -74,12 +71,6 @@ void LogHandler(int level, const char* format, ...) {
     std::vfprintf(stderr, format, args);
     va_end(args);
     std::fputc('\n', stderr);
-  }
-  if (s.capture != nullptr && level >= s.captureLevel) {
-    va_list args;
-    va_start(args, format);
-    s.capture(s.context, level, format, args);
-    va_end(args);
   }
 }
 
@@ -116,25 +107,7 @@ LibrarySession::LibrarySession(const CommonOptions& options) {
   }
 }
 
-LibrarySession::~LibrarySession() {
-  ClearCapture();
-  ONDREL2::ondrel_uninit();
-}
-
-void LibrarySession::SetCapture(LogCapture capture, void* context, int level) {
-  LogState& s = Log();
-  s.capture = capture;
-  s.context = context;
-  s.captureLevel = level;
-  set_xlog_level(std::min(level, s.threshold));
-}
-
-void LibrarySession::ClearCapture() {
-  LogState& s = Log();
-  s.capture = nullptr;
-  s.context = nullptr;
-  set_xlog_level(s.threshold);
-}
+LibrarySession::~LibrarySession() { ONDREL2::ondrel_uninit(); }
 
 int LibrarySession::QuietLevel() { return Log().threshold; }
 

@@ -56,12 +56,6 @@ class LibrarySession {
   LibrarySession(const LibrarySession&) = delete;
   LibrarySession& operator=(const LibrarySession&) = delete;
 
-  // While a capture is active, every log line at `level` or above is also
-  // handed to the capture function (after the verbose print, if any).
-  using LogCapture = void (*)(void* context, int level, const char* format, va_list args);
-  static void SetCapture(LogCapture capture, void* context, int level);
-  static void ClearCapture();
-
   // The threshold that the session chose (7 silent, 4 verbose).
   static int QuietLevel();
 };
