@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <functional>
+#include <utility>
 
 #include "audio.h"
 #include "commands.h"
@@ -13,17 +15,23 @@ namespace ondrel_tool {
 
 namespace {
 
-// A progress bar on standard error, redrawn at most a few times a second.
+// A progress bar on standard error, redrawn at most a few times a second;
+// or, for a batch worker, the same updates handed to `report`.
 class Progress {
  public:
-  Progress(bool enabled, int64_t total) : enabled_(enabled), total_(total) {}
+  Progress(bool enabled, int64_t total, std::function<void(int64_t)> report = nullptr)
+      : enabled_(enabled), total_(total), report_(std::move(report)) {}
   ~Progress() { Done(); }
   void Update(int64_t done) {
-    if (!enabled_) return;
+    if (!enabled_ && !report_) return;
     auto now = std::chrono::steady_clock::now();
     if (drawn_ && now - last_ < std::chrono::milliseconds(100)) return;
     last_ = now;
     drawn_ = true;
+    if (report_) {
+      report_(done);
+      return;
+    }
     if (total_ > 0) {
       const int width = 40;
       double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(total_));
@@ -45,6 +53,7 @@ class Progress {
  private:
   bool enabled_;
   int64_t total_;
+  std::function<void(int64_t)> report_;
   bool drawn_ = false;
   std::chrono::steady_clock::time_point last_;
 };
@@ -199,7 +208,7 @@ int RunProcess(const CommonOptions& common, const ProcessOptions& options) {
     Note(common,
          "'" + options.output + "' (" + FormatText(outFormat) + ") cannot carry the speaker map " +
              MaskText(EffectiveMask(outChannels, outLayout)) + "; it is written without one");
-  Progress progress(!options.quiet && StderrIsTerminal(), reader.frames());
+  Progress progress(!options.quiet && StderrIsTerminal(), reader.frames(), options.onFrames);
   Totals totals;
   auto start = std::chrono::steady_clock::now();
   if (options.format == "s16") {
