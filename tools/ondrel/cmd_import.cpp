@@ -167,7 +167,7 @@ EqText ParseEqText(const std::string& bytes, const std::string& source) {
   return eq;
 }
 
-std::string Number(double v) { return Format("%.17g", v); }
+std::string Number(double v) { return Format("%.15g", v); }
 
 // The band width in octaves that makes an edge-defined band (bell, notch,
 // band pass) the cookbook design with `q` at w0.
@@ -183,13 +183,14 @@ std::string EdgeScript(double fc, double q, int sign) {
 
 double Clamped(double value, double low, double high, const std::string& what,
                const std::string& where) {
-  if (value >= low && value <= high) return value;
+  // Stored as the float the effect will hold, shown in its shortest form.
+  if (value >= low && value <= high) return FloatForJson(static_cast<float>(value));
   const double c = std::min(high, std::max(low, value));
   Warn(
       Format("%s: %s %g is outside the effect's range %g to %g; %g is used, and the response "
              "differs",
              where.c_str(), what.c_str(), value, low, high, c));
-  return c;
+  return FloatForJson(static_cast<float>(c));
 }
 
 json EffectJson(const char* type, json params) {
