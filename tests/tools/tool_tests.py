@@ -884,6 +884,114 @@ def case_eq_import():
         check(message in err and not os.path.exists(path("bad.json")), "%r: %s" % (text, err))
 
 
+# ---- PipeWire filter chains ------------------------------------------------
+
+def spa_json(text):
+    """Parses PipeWire's relaxed JSON: bare words for keys and values,
+    '=' or ':' between key and value, optional commas, '#' comments, and a
+    top level that may be an object without braces."""
+    tokens, i = [], 0
+    while i < len(text):
+        c = text[i]
+        if c.isspace() or c in ",=:":
+            i += 1
+        elif c == "#":
+            end = text.find("\n", i)
+            i = len(text) if end < 0 else end
+        elif c in "{}[]":
+            tokens.append(c)
+            i += 1
+        elif c == '"':
+            j, out = i + 1, ""
+            while text[j] != '"':
+                if text[j] == "\\":
+                    j += 1
+                out += text[j]
+                j += 1
+            tokens.append(("s", out))
+            i = j + 1
+        else:
+            j = i
+            while j < len(text) and not text[j].isspace() and text[j] not in '{}[]=:,#"':
+                j += 1
+            tokens.append(("w", text[i:j]))
+            i = j
+    pos = [0]
+
+    def value():
+        t = tokens[pos[0]]
+        pos[0] += 1
+        if t == "{":
+            return members("}")
+        if t == "[":
+            items = []
+            while tokens[pos[0]] != "]":
+                items.append(value())
+            pos[0] += 1
+            return items
+        check(isinstance(t, tuple), "unexpected %r in the configuration" % (t,))
+        if t[0] == "w":
+            try:
+                return float(t[1])
+            except ValueError:
+                return {"true": True, "false": False, "null": None}.get(t[1], t[1])
+        return t[1]
+
+    def members(end):
+        obj = {}
+        while pos[0] < len(tokens) and tokens[pos[0]] != end:
+            key = tokens[pos[0]]
+            check(isinstance(key, tuple), "a key is expected, not %r" % (key,))
+            pos[0] += 1
+            obj[key[1]] = value()
+        pos[0] += 1
+        return obj
+
+    if tokens and tokens[0] == "{":
+        pos[0] = 1
+        return members("}")
+    return members(None)
+
+
+def control_symbol(name):
+    return "".join(c if c.isalnum() else "_" for c in name.lower())
+
+
+def case_pipewire():
+    catalogue = {}
+    for conf in ("ondrel-eq.conf", "ondrel-eq-headphone.conf"):
+        with open(os.path.join(ARGS.source, "docs", "pipewire", conf)) as f:
+            root = spa_json(f.read())
+        modules = [m for m in root["context.modules"] if m["name"] == "libpipewire-module-filter-chain"]
+        check(len(modules) == 1, "%s: %d filter-chain modules" % (conf, len(modules)))
+        args = modules[0]["args"]
+        check(args["capture.props"]["media.class"] == "Audio/Sink", conf + ": not an output device")
+        graph = args["filter.graph"]
+        names = []
+        for node in graph["nodes"]:
+            check(node["type"] == "lv2" and node["plugin"].startswith("urn:ondrel:"), "%s: node %r" % (conf, node))
+            short = node["plugin"][len("urn:ondrel:"):]
+            if short not in catalogue:
+                out, _ = run("params", short, "--json")
+                catalogue[short] = {control_symbol(p["name"]): p for p in json.loads(out)["params"]}
+            for symbol, v in node.get("control", {}).items():
+                check(symbol in catalogue[short], "%s: %s has no control %r; it has %s" %
+                      (conf, short, symbol, sorted(catalogue[short])))
+                p = catalogue[short][symbol]
+                check(p["min"] <= v <= p["max"], "%s: %s %s=%g outside %g..%g" % (conf, short, symbol, v, p["min"], p["max"]))
+            names.append(node["name"])
+        ports = [l["output"] for l in graph["links"]] + [l["input"] for l in graph["links"]] + graph["inputs"] + graph["outputs"]
+        for port in ports:
+            check(port.split(":")[0] in names, "%s: port %s of no node" % (conf, port))
+        # The chain runs from the first node to the last, through every one.
+        check([p.split(":")[0] for p in graph["inputs"]] == [names[0]] * 2 and
+              [p.split(":")[0] for p in graph["outputs"]] == [names[-1]] * 2, conf + ": ends")
+        for a, b in zip(names, names[1:]):
+            check(sum(1 for l in graph["links"] if l["output"].startswith(a + ":") and l["input"].startswith(b + ":")) == 2,
+                  "%s: %s is not linked to %s on both channels" % (conf, a, b))
+    check({"eq10", "limiter", "headphone"} <= set(catalogue), sorted(catalogue))
+
+
 CASES = {name[5:]: fn for name, fn in globals().items() if name.startswith("case_")}
 
 
