@@ -288,6 +288,9 @@ class Batch {
     if (pid < 0) Failure(std::string("cannot start a worker process: ") + std::strerror(errno));
     if (pid == 0) {
       for (int s : {SIGINT, SIGTERM, SIGHUP}) std::signal(s, SIG_DFL);
+      // Should the parent go away, a progress write fails instead of
+      // killing the worker before it removes its temporary file.
+      std::signal(SIGPIPE, SIG_IGN);
       ::close(progress[0]);
       ::close(messages[0]);
       for (const Worker& w : workers_) {

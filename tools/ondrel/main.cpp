@@ -253,6 +253,8 @@ int main(int argc, char** argv) {
     if (paramsCmd->parsed()) return RunParams(common, params);
     if (processCmd->parsed()) {
       if (!process.outDir.empty()) return RunBatch(common, process);
+      if (process.jobs != 0 || !process.extension.empty() || process.skipExisting)
+        UsageError("--jobs, --ext and --skip-existing go with --out-dir DIR");
       if (process.files.size() == 1)
         UsageError("OUT is required (or give --out-dir DIR to process one or more inputs)");
       if (process.files.size() > 2)
