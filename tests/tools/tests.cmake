@@ -9,7 +9,8 @@ if(TARGET ondrel_tool AND Python3_Interpreter_FOUND)
     effects_and_params process_float process_s16 process_passthrough process_layout process_upmix
     process_speed
     preset_round_trip
-    error_exits response script scramble demo reverb_preset resources headphone)
+    error_exits response script scramble demo reverb_preset resources headphone
+    batch eq_import pipewire)
   foreach(case ${tool_test_cases})
     add_test(NAME tool_${case}
       COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/tools/tool_tests.py

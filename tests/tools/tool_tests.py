@@ -157,7 +157,7 @@ def first_difference(got, want, what):
 
 
 def leftovers():
-    return [n for n in os.listdir(ARGS.work) if ".part" in n]
+    return [os.path.join(root, n) for root, _, names in os.walk(ARGS.work) for n in names if ".part" in n]
 
 
 # ---- cases ---------------------------------------------------------------
@@ -726,6 +726,295 @@ def case_resources():
         want = f32(x[i] + loop[(i // 2) % 2 * 2 + i % 2])
         if y[i] != want:
             fail("sampler sample %d: %r, want %r" % (i, y[i], want))
+
+
+# ---- batch processing ------------------------------------------------------
+
+def case_batch():
+    # A library of mixed containers, a sub-folder, a file that is no sound,
+    # and things the walk must leave alone.
+    os.makedirs(path(os.path.join("lib", "disc 2")))
+    write_wav(os.path.join("lib", "one.wav"), 44100, 2, noise(5000, 0.5, 1), "f32")
+    write_wav(os.path.join("lib", "disc 2", "two.wav"), 48000, 1, noise(3001, 0.5, 2), "f32")
+    with open(path(os.path.join("lib", "broken.wav")), "wb") as f:
+        f.write(b"RIFF nothing here" * 4)
+    with open(path(os.path.join("lib", "cover.jpg")), "wb") as f:
+        f.write(b"\xff\xd8 not audio")
+    sox = shutil.which("sox")
+    if sox:
+        subprocess.run([sox, path(os.path.join("lib", "one.wav")), path(os.path.join("lib", "three.flac"))], check=True)
+        subprocess.run([sox, path(os.path.join("lib", "one.wav")), path(os.path.join("lib", "disc 2", "four.ogg"))],
+                       check=True)
+    write_wav("single.wav", 44100, 2, noise(777, 0.5, 3), "f32")
+    gain = amplifier_gain(-6.0)
+
+    out, err = run("process", "lib", "single.wav", "--out-dir", "out", "-e", "amplifier Gain=-6", "-j", "3",
+                   expect=1)
+    check(err.count("ondrel: skipped") == 1 and "skipped 'lib/broken.wav'" in err, err)
+    want = {"one.wav", os.path.join("disc 2", "two.wav"), "single.wav"}
+    if sox:
+        want |= {"three.flac", os.path.join("disc 2", "four.ogg")}
+    got = set()
+    for root, _, files in os.walk(path("out")):
+        got |= {os.path.relpath(os.path.join(root, n), path("out")) for n in files}
+    check(got == want, "outputs %s, want %s" % (sorted(got), sorted(want)))
+    check("%d of %d files processed, 1 failed" % (len(want), len(want) + 1) in out, out)
+    # Each result is its input through the chain, in its own format.
+    for name in ("one.wav", os.path.join("disc 2", "two.wav")):
+        _, _, _, x = read_wav(os.path.join("lib", name))
+        rate, _, kind, y = read_wav(os.path.join("out", name))
+        check(kind == "f32" and len(y) == len(x), "%s: %s, %d samples" % (name, kind, len(y)))
+        for i in range(len(x)):
+            if y[i] != f32(x[i] * gain):
+                fail("%s sample %d: %r, want %r" % (name, i, y[i], f32(x[i] * gain)))
+    if sox:
+        info = subprocess.run([sox, "--i", "-t", path(os.path.join("out", "disc 2", "four.ogg"))],
+                              capture_output=True, text=True).stdout.strip()
+        check(info == "vorbis", "four.ogg written as %r" % info)
+    check(not leftovers(), "temporary files left: %s" % leftovers())
+
+    # Kept results are not touched again; a container change; a wrong chain
+    # stops everything before work.
+    before = os.path.getmtime(path(os.path.join("out", "one.wav")))
+    out, _ = run("process", "lib/one.wav", "--out-dir", "out", "--skip-existing", "-e", "amplifier")
+    check("1 kept as they were" in out and os.path.getmtime(path(os.path.join("out", "one.wav"))) == before, out)
+    run("process", "lib/one.wav", "single.wav", "--out-dir", "flac", "--ext", "flac", "-q")
+    check(sorted(os.listdir(path("flac"))) == ["one.flac", "single.flac"], os.listdir(path("flac")))
+    _, err = run("process", "lib", "--out-dir", "none", "-e", "amplifier Gian=1", expect=2)
+    check("no parameter 'Gian'" in err and not os.path.exists(path("none")), err)
+    _, err = run("process", "lib/one.wav", "single.wav", "lib/one.wav", "--out-dir", "twice", expect=2)
+    check("would both be written" in err, err)
+    _, err = run("process", "lib", "--out-dir", "lib", expect=2)
+    check("is the input file" in err, err)
+    # The results may live inside the library: they are not taken as inputs.
+    run("process", "single.wav", "lib/one.wav", "--out-dir", "lib/eq", "-e", "amplifier")
+    run("process", "lib", "--out-dir", "lib/eq", "--ext", "w64", "-e", "amplifier", expect=1)
+    check(not os.path.exists(path(os.path.join("lib", "eq", "eq"))), "the output folder was taken as input")
+    check(not leftovers(), "temporary files left: %s" % leftovers())
+
+
+# ---- headphone equaliser import --------------------------------------------
+
+def cookbook(kind, fc, q, gain, rate):
+    """(b, a) of the cookbook biquad `kind` in double."""
+    w0 = 2 * math.pi * fc / rate
+    c, s = math.cos(w0), math.sin(w0)
+    alpha = s / (2 * q)
+    A = 10 ** (gain / 40)
+    if kind == "PK":
+        return [1 + alpha * A, -2 * c, 1 - alpha * A], [1 + alpha / A, -2 * c, 1 - alpha / A]
+    if kind in ("LS", "HS"):
+        k = 2 * math.sqrt(A) * alpha
+        sg = 1 if kind == "LS" else -1
+        b = [A * ((A + 1) - sg * (A - 1) * c + k), sg * 2 * A * ((A - 1) - sg * (A + 1) * c),
+             A * ((A + 1) - sg * (A - 1) * c - k)]
+        a = [(A + 1) + sg * (A - 1) * c + k, -sg * 2 * ((A - 1) + sg * (A + 1) * c), (A + 1) + sg * (A - 1) * c - k]
+        return b, a
+    if kind == "LP":
+        return [(1 - c) / 2, 1 - c, (1 - c) / 2], [1 + alpha, -2 * c, 1 - alpha]
+    if kind == "HP":
+        return [(1 + c) / 2, -(1 + c), (1 + c) / 2], [1 + alpha, -2 * c, 1 - alpha]
+    if kind == "NO":
+        return [1, -2 * c, 1], [1 + alpha, -2 * c, 1 - alpha]
+    if kind == "AP":
+        return [1 - alpha, -2 * c, 1 + alpha], [1 + alpha, -2 * c, 1 - alpha]
+    raise ValueError(kind)
+
+
+def chain_db(filters, preamp, freq, rate):
+    z = complex(math.cos(2 * math.pi * freq / rate), -math.sin(2 * math.pi * freq / rate))
+    total = preamp
+    for kind, fc, q, gain in filters:
+        b, a = cookbook(kind, fc, q, gain, rate)
+        h = (b[0] + b[1] * z + b[2] * z * z) / (a[0] + a[1] * z + a[2] * z * z)
+        total += 20 * math.log10(abs(h))
+    return total
+
+
+def response_rows(preset, rate, *extra):
+    run("response", preset, "--out", "r.png", "--csv", "r.csv", "--channels", "1", "--rate", rate, *extra)
+    with open(path("r.csv")) as f:
+        return [[float(v) for v in line.split(",")] for line in f.read().splitlines()[1:]]
+
+
+def worst_deviation(rows, want, floor=-40.0):
+    """Largest |dB difference| from 20 Hz to 20 kHz where the reference is
+    above `floor`: deeper in a notch the float coefficients set the depth."""
+    worst, at = 0.0, 0.0
+    for freq, db in rows:
+        ref = want(freq) if 20.0 <= freq <= 20000.0 else floor
+        if ref > floor and abs(db - ref) > worst:
+            worst, at = abs(db - ref), freq
+    return worst, at
+
+
+def case_eq_import():
+    filters = [("LS", 105, 0.7, 5.5), ("PK", 180, 0.7, -2.1), ("PK", 2800, 2.5, 4.0), ("HS", 10000, 0.7, -3.5),
+               ("PK", 6100, 4.0, -5.2), ("PK", 12000, 1.5, 6.0), ("NO", 4000, 8.0, 0.0), ("HP", 25, 0.6, 0.0),
+               ("LP", 18000, 0.9, 0.0), ("AP", 1000, 0.5, 0.0)]
+    tokens = {"LS": "LSC", "HS": "HSC"}
+    lines = ["# measured and fitted", "Preamp: -6.2 dB"]
+    for n, (kind, fc, q, gain) in enumerate(filters):
+        lines.append("Filter %d: ON %s Fc %g Hz%s Q %g" % (n + 1, tokens.get(kind, kind), fc,
+                                                            " Gain %g dB" % gain if gain else "", q))
+    lines.insert(4, "Filter 99: OFF PK Fc 500 Hz Gain 9.0 dB Q 1.00")
+    with open(path("ParametricEQ.txt"), "w") as f:
+        f.write("\r\n".join(lines) + "\r\n")
+    out, _ = run("preset", "import", "ParametricEQ.txt", "eq.json")
+    check("10 filters, preamp -6.2 dB" in out, out)
+    with open(path("eq.json")) as f:
+        types = [fx["type"] for fx in json.load(f)["effects"]]
+    check(types == ["amplifier", "lowshelf", "peak", "peak", "highshelf", "peak", "peak", "notch", "highpass",
+                    "lowpass", "allpass"], types)
+    preamp = 20 * math.log10(amplifier_gain(-6.2))
+    # The chain follows the cookbook filters at the rate the edges were
+    # stored for, and (through their scripts) at another rate.
+    for rate in (48000, 44100):
+        worst, at = worst_deviation(response_rows("eq.json", rate), lambda f: chain_db(filters, preamp, f, rate))
+        check(worst < 0.1, "%d Hz: imported chain off by %.4f dB at %g Hz" % (rate, worst, at))
+    run("preset", "import", "ParametricEQ.txt", "fixed.json", "--no-scripts")
+    worst, _ = worst_deviation(response_rows("fixed.json", 44100), lambda f: chain_db(filters, preamp, f, 44100))
+    check(worst > 0.1, "edges stored for 48 kHz match at 44.1 kHz too (%.4f dB): the scripts test nothing" % worst)
+
+    # A graphic curve is fitted with bells: the chain follows the curve.
+    points = [(20 * 2 ** (k / 6.0), 6.0 / (1 + (20 * 2 ** (k / 6.0) / 120.0) ** 2) - 4.0 *
+               math.exp(-math.log2(20 * 2 ** (k / 6.0) / 3000.0) ** 2)) for k in range(60)]
+    with open(path("GraphicEQ.txt"), "w") as f:
+        f.write("GraphicEQ: " + "; ".join("%.1f %.2f" % p for p in points) + "\n")
+    out, _ = run("preset", "import", "GraphicEQ.txt", "g.json")
+    check("curve points fitted by" in out, out)
+
+    def curve(freq):
+        if freq <= points[0][0]:
+            return round(points[0][1], 2)
+        for (f0, g0), (f1, g1) in zip(points, points[1:]):
+            if f0 <= freq <= f1:
+                f0, f1 = float("%.1f" % f0), float("%.1f" % f1)
+                t = math.log(freq / f0) / math.log(f1 / f0)
+                return round(g0, 2) + t * (round(g1, 2) - round(g0, 2))
+        return round(points[-1][1], 2)
+
+    worst, at = worst_deviation(response_rows("g.json", 48000), curve)
+    check(worst < 0.5, "graphic curve off by %.3f dB at %g Hz" % (worst, at))
+
+    # Faults are usage errors naming the line.
+    for text, message in (("Filter 1: ON XX Fc 100 Hz Gain 1 dB Q 1", ":1: unknown filter type 'XX'"),
+                          ("Preamp: -3 dB\nFilter 1: ON PK Gain 1 dB Q 1", ":2: the filter has no positive 'Fc'"),
+                          ("Filter 1: ON PK Fc 100 Hz Q 1", ":1: the filter has no 'Gain'"),
+                          ("Filter 1: ON PK Fc 30000 Hz Gain 3 dB Q 1", "is not below half of 48000 Hz"),
+                          ("Preamp: -3 dB", "no 'Filter' lines")):
+        with open(path("bad.txt"), "w") as f:
+            f.write(text + "\n")
+        _, err = run("preset", "import", "bad.txt", "bad.json", expect=2)
+        check(message in err and not os.path.exists(path("bad.json")), "%r: %s" % (text, err))
+
+
+# ---- PipeWire filter chains ------------------------------------------------
+
+def spa_json(text):
+    """Parses PipeWire's relaxed JSON: bare words for keys and values,
+    '=' or ':' between key and value, optional commas, '#' comments, and a
+    top level that may be an object without braces."""
+    tokens, i = [], 0
+    while i < len(text):
+        c = text[i]
+        if c.isspace() or c in ",=:":
+            i += 1
+        elif c == "#":
+            end = text.find("\n", i)
+            i = len(text) if end < 0 else end
+        elif c in "{}[]":
+            tokens.append(c)
+            i += 1
+        elif c == '"':
+            j, out = i + 1, ""
+            while text[j] != '"':
+                if text[j] == "\\":
+                    j += 1
+                out += text[j]
+                j += 1
+            tokens.append(("s", out))
+            i = j + 1
+        else:
+            j = i
+            while j < len(text) and not text[j].isspace() and text[j] not in '{}[]=:,#"':
+                j += 1
+            tokens.append(("w", text[i:j]))
+            i = j
+    pos = [0]
+
+    def value():
+        t = tokens[pos[0]]
+        pos[0] += 1
+        if t == "{":
+            return members("}")
+        if t == "[":
+            items = []
+            while tokens[pos[0]] != "]":
+                items.append(value())
+            pos[0] += 1
+            return items
+        check(isinstance(t, tuple), "unexpected %r in the configuration" % (t,))
+        if t[0] == "w":
+            try:
+                return float(t[1])
+            except ValueError:
+                return {"true": True, "false": False, "null": None}.get(t[1], t[1])
+        return t[1]
+
+    def members(end):
+        obj = {}
+        while pos[0] < len(tokens) and tokens[pos[0]] != end:
+            key = tokens[pos[0]]
+            check(isinstance(key, tuple), "a key is expected, not %r" % (key,))
+            pos[0] += 1
+            obj[key[1]] = value()
+        pos[0] += 1
+        return obj
+
+    if tokens and tokens[0] == "{":
+        pos[0] = 1
+        return members("}")
+    return members(None)
+
+
+def control_symbol(name):
+    return "".join(c if c.isalnum() else "_" for c in name.lower())
+
+
+def case_pipewire():
+    catalogue = {}
+    for conf in ("ondrel-eq.conf", "ondrel-eq-headphone.conf"):
+        with open(os.path.join(ARGS.source, "docs", "pipewire", conf)) as f:
+            root = spa_json(f.read())
+        modules = [m for m in root["context.modules"] if m["name"] == "libpipewire-module-filter-chain"]
+        check(len(modules) == 1, "%s: %d filter-chain modules" % (conf, len(modules)))
+        args = modules[0]["args"]
+        check(args["capture.props"]["media.class"] == "Audio/Sink", conf + ": not an output device")
+        graph = args["filter.graph"]
+        names = []
+        for node in graph["nodes"]:
+            check(node["type"] == "lv2" and node["plugin"].startswith("urn:ondrel:"), "%s: node %r" % (conf, node))
+            short = node["plugin"][len("urn:ondrel:"):]
+            if short not in catalogue:
+                out, _ = run("params", short, "--json")
+                catalogue[short] = {control_symbol(p["name"]): p for p in json.loads(out)["params"]}
+            for symbol, v in node.get("control", {}).items():
+                check(symbol in catalogue[short], "%s: %s has no control %r; it has %s" %
+                      (conf, short, symbol, sorted(catalogue[short])))
+                p = catalogue[short][symbol]
+                check(p["min"] <= v <= p["max"], "%s: %s %s=%g outside %g..%g" % (conf, short, symbol, v, p["min"], p["max"]))
+            names.append(node["name"])
+        ports = [l["output"] for l in graph["links"]] + [l["input"] for l in graph["links"]] + graph["inputs"] + graph["outputs"]
+        for port in ports:
+            check(port.split(":")[0] in names, "%s: port %s of no node" % (conf, port))
+        # The chain runs from the first node to the last, through every one.
+        check([p.split(":")[0] for p in graph["inputs"]] == [names[0]] * 2 and
+              [p.split(":")[0] for p in graph["outputs"]] == [names[-1]] * 2, conf + ": ends")
+        for a, b in zip(names, names[1:]):
+            check(sum(1 for l in graph["links"] if l["output"].startswith(a + ":") and l["input"].startswith(b + ":")) == 2,
+                  "%s: %s is not linked to %s on both channels" % (conf, a, b))
+    check({"eq10", "limiter", "headphone"} <= set(catalogue), sorted(catalogue))
 
 
 CASES = {name[5:]: fn for name, fn in globals().items() if name.startswith("case_")}

@@ -3,7 +3,9 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <memory>
+#include <utility>
 
 #include "audio.h"
 #include "commands.h"
@@ -15,17 +17,23 @@ namespace ondrel_tool {
 
 namespace {
 
-// A progress bar on standard error, redrawn at most a few times a second.
+// A progress bar on standard error, redrawn at most a few times a second;
+// or, for a batch worker, the same updates handed to `report`.
 class Progress {
  public:
-  Progress(bool enabled, int64_t total) : enabled_(enabled), total_(total) {}
+  Progress(bool enabled, int64_t total, std::function<void(int64_t)> report = nullptr)
+      : enabled_(enabled), total_(total), report_(std::move(report)) {}
   ~Progress() { Done(); }
   void Update(int64_t done) {
-    if (!enabled_) return;
+    if (!enabled_ && !report_) return;
     auto now = std::chrono::steady_clock::now();
     if (drawn_ && now - last_ < std::chrono::milliseconds(100)) return;
     last_ = now;
     drawn_ = true;
+    if (report_) {
+      report_(done);
+      return;
+    }
     if (total_ > 0) {
       const int width = 40;
       double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(total_));
@@ -47,6 +55,7 @@ class Progress {
  private:
   bool enabled_;
   int64_t total_;
+  std::function<void(int64_t)> report_;
   bool drawn_ = false;
   std::chrono::steady_clock::time_point last_;
 };
@@ -216,7 +225,7 @@ int RunProcess(const CommonOptions& common, const ProcessOptions& options) {
   if (options.speed != 1.0)
     speed = std::make_unique<SpeedStage>(static_cast<float>(options.speed), outRate, outChannels,
                                          options.format == "s16" ? 16 : 32);
-  Progress progress(!options.quiet && StderrIsTerminal(), reader.frames());
+  Progress progress(!options.quiet && StderrIsTerminal(), reader.frames(), options.onFrames);
   Totals totals;
   auto start = std::chrono::steady_clock::now();
   if (options.format == "s16") {

@@ -3,6 +3,8 @@
 #ifndef ONDREL_TOOL_COMMANDS_H
 #define ONDREL_TOOL_COMMANDS_H
 
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,7 @@ struct ParamsOptions {
 int RunParams(const CommonOptions& common, const ParamsOptions& options);
 
 struct ProcessOptions {
+  std::vector<std::string> files;  // as given: IN OUT, or inputs with --out-dir
   std::string input;
   std::string output;
   std::string preset;
@@ -28,8 +31,20 @@ struct ProcessOptions {
   std::string format = "same";  // same | s16 | f32
   double speed = 1.0;           // tempo factor through the play-speed controller
   bool quiet = false;
+  // Batch use: a directory for the results, worker processes (0: one per
+  // core), the output container's extension (empty: the input's), and
+  // whether results that exist already are kept.
+  std::string outDir;
+  int jobs = 0;
+  std::string extension;
+  bool skipExisting = false;
+  // Frames read so far, a few times a second, instead of the progress bar.
+  std::function<void(int64_t)> onFrames;
 };
 int RunProcess(const CommonOptions& common, const ProcessOptions& options);
+// Several inputs (files or directories) into `outDir`, each in a worker
+// process of its own.
+int RunBatch(const CommonOptions& common, const ProcessOptions& options);
 
 struct DemoOptions {
   std::string outDir = "demo";
@@ -67,6 +82,14 @@ struct PresetOptions {
 };
 int RunPresetEncode(const CommonOptions& common, const PresetOptions& options);
 int RunPresetDecode(const CommonOptions& common, const PresetOptions& options);
+
+struct ImportOptions {
+  std::string input;
+  std::string output;
+  int rate = 48000;
+  bool noScripts = false;
+};
+int RunPresetImport(const CommonOptions& common, const ImportOptions& options);
 
 // Pieces that demo shares with process and response.
 struct Response {

@@ -75,10 +75,25 @@ int main(int argc, char** argv) {
   ProcessOptions process;
   CLI::App* processCmd =
       app.add_subcommand("process", "Run a sound file through a chain of effects");
-  processCmd->add_option("IN", process.input, "Input sound file (anything libsndfile reads)")
+  processCmd
+      ->add_option("FILES", process.files,
+                   "IN OUT: input sound file (anything libsndfile reads) and output file, whose "
+                   "extension picks the container. With --out-dir: any number of input files and "
+                   "directories (searched recursively for sound files)")
       ->required();
-  processCmd->add_option("OUT", process.output, "Output file; the extension picks the container")
-      ->required();
+  processCmd->add_option("--out-dir,-o", process.outDir,
+                         "Process every input into this directory, keeping names (and the "
+                         "layout below an input directory) and each file's container");
+  processCmd
+      ->add_option("--jobs,-j", process.jobs,
+                   "With --out-dir: files processed at once, each in a worker process of its own "
+                   "(default: one per core)")
+      ->check(CLI::Range(1, 256));
+  processCmd->add_option("--ext", process.extension,
+                         "With --out-dir: write this container (flac, wav, ogg, ...) instead of "
+                         "each input's own");
+  processCmd->add_flag("--skip-existing", process.skipExisting,
+                       "With --out-dir: leave results that exist already alone");
   processCmd->add_option("--preset,-p", process.preset,
                          "Preset file: JSON or a binary parameter stream");
   processCmd
@@ -109,7 +124,12 @@ int main(int argc, char** argv) {
       "  ondrel process in.flac out.flac --preset presets/demo.json\n"
       "  ondrel process in.wav out.wav -e \"limiter Limit=-1 Release Time=80\" --format s16\n"
       "  ondrel process in.wav fast.wav --speed 1.25\n"
-      "  ondrel process in.wav out.wav -p room.json -r /usr/share/ondrel/ -m GENRE_ZKV=9");
+      "  ondrel process in.wav out.wav -p room.json -r /usr/share/ondrel/ -m GENRE_ZKV=9\n"
+      "  ondrel process ~/Music --out-dir ~/Music-eq -p headphones.json -j 4\n"
+      "  ondrel process a.flac b.ogg c.wav -o out/ --ext flac -e \"limiter Limit=-1\"\n"
+      "A batch shows one progress bar on a terminal (files, hours of audio, real-time factor),\n"
+      "reports each file that fails and goes on with the rest; the exit code is 1 if any failed.\n"
+      "Results are written under a temporary name and renamed when complete.");
 
   // demo
   DemoOptions demo;
@@ -196,6 +216,27 @@ int main(int argc, char** argv) {
   decodeCmd->add_option("IN", presetOpts.input, "Binary stream")->required();
   decodeCmd->add_option("OUT", presetOpts.output,
                         "JSON file to write (standard output if left out)");
+  ImportOptions importOpts;
+  CLI::App* importCmd = presetCmd->add_subcommand(
+      "import", "Headphone equaliser text (ParametricEQ.txt, GraphicEQ.txt) to a JSON preset");
+  importCmd->add_option("IN", importOpts.input, "Equaliser text file")->required();
+  importCmd->add_option("OUT", importOpts.output, "JSON preset to write")->required();
+  importCmd
+      ->add_option("--rate", importOpts.rate,
+                   "Sample rate for the stored bell and notch edges; their scripts recompute "
+                   "them for the rate the chain runs at")
+      ->capture_default_str()
+      ->check(CLI::Range(8000, 384000));
+  importCmd->add_flag("--no-scripts", importOpts.noScripts,
+                      "Store the edges for --rate only, without scripts");
+  importCmd->footer(
+      "Reads 'Preamp: -6.2 dB' and 'Filter 1: ON PK Fc 105 Hz Gain -2.1 dB Q 0.70' lines (types\n"
+      "PK, LS, HS, LSC, HSC, LP, HP, LPQ, HPQ, NO, AP; OFF filters are skipped), or a\n"
+      "'GraphicEQ: 20 -1.2; 21 -1.3; ...' curve, which is fitted with 31 bells. The preset holds\n"
+      "one biquad effect per filter and an amplifier for the preamp.\n"
+      "Examples:\n"
+      "  ondrel preset import \"HD 600 ParametricEQ.txt\" hd600.json\n"
+      "  ondrel process song.flac out.flac -p hd600.json");
   presetCmd->footer(
       "JSON form: {\"text\": \"name\", \"effects\": [{\"type\": \"limiter\", \"params\": "
       "{\"Limit\": -1},\n"
@@ -217,13 +258,25 @@ int main(int argc, char** argv) {
   try {
     if (effects->parsed()) return RunEffects(common);
     if (paramsCmd->parsed()) return RunParams(common, params);
-    if (processCmd->parsed()) return RunProcess(common, process);
+    if (processCmd->parsed()) {
+      if (!process.outDir.empty()) return RunBatch(common, process);
+      if (process.jobs != 0 || !process.extension.empty() || process.skipExisting)
+        UsageError("--jobs, --ext and --skip-existing go with --out-dir DIR");
+      if (process.files.size() == 1)
+        UsageError("OUT is required (or give --out-dir DIR to process one or more inputs)");
+      if (process.files.size() > 2)
+        UsageError("several inputs need --out-dir DIR for their results");
+      process.input = process.files[0];
+      process.output = process.files[1];
+      return RunProcess(common, process);
+    }
     if (demoCmd->parsed()) return RunDemo(common, demo);
     if (scriptCmd->parsed()) return RunScript(common, script);
     if (responseCmd->parsed()) return RunResponse(common, response);
     if (scrambleCmd->parsed()) return RunScramble(common, scramble);
     if (encodeCmd->parsed()) return RunPresetEncode(common, presetOpts);
     if (decodeCmd->parsed()) return RunPresetDecode(common, presetOpts);
+    if (importCmd->parsed()) return RunPresetImport(common, importOpts);
   } catch (const ToolError& e) {
     std::fflush(stdout);
     std::fprintf(stderr, "ondrel: %s\n", e.what());
