@@ -79,6 +79,7 @@ struct Plugin {
   LV2_Atom_Sequence* notify = nullptr;
 
   Engine* engine = nullptr;
+  bool starting = true;  // no cycle has run since activation
   // The paths asked for last, for state save (which may run beside run()).
   std::mutex pathsLock;
   std::vector<std::string> paths;
@@ -181,10 +182,9 @@ void ConnectPort(LV2_Handle handle, uint32_t port, void* data) {
   }
 }
 
-void Activate(LV2_Handle handle) {
-  Plugin* p = static_cast<Plugin*>(handle);
-  // Hosts usually set the controls before activating: an engine built with
-  // them reports the latency that goes with them.
+// Rebuilds the engine when the control ports hold other values than it was
+// built with; true if it did.
+bool RebuildForPorts(Plugin* p) {
   Settings s = p->CurrentSettings();
   bool changed = false;
   for (size_t i = 0; i < p->controls.size() && i < s.values.size(); ++i) {
@@ -195,12 +195,18 @@ void Activate(LV2_Handle handle) {
       changed = true;
     }
   }
-  if (changed) {
-    delete p->engine;
-    p->engine = p->Build(s);
-  } else {
-    p->engine->Reset();
-  }
+  if (!changed) return false;
+  delete p->engine;
+  p->engine = p->Build(s);
+  return true;
+}
+
+void Activate(LV2_Handle handle) {
+  Plugin* p = static_cast<Plugin*>(handle);
+  // An engine built with the host's values reports the latency that goes
+  // with them.
+  if (!RebuildForPorts(p)) p->engine->Reset();
+  p->starting = true;
 }
 
 // A patch:Set of one of our path parameters: its index and the path.
@@ -275,6 +281,15 @@ void Run(LV2_Handle handle, uint32_t frames) {
       p->notify->body.unit = 0;
       p->notify->body.pad = 0;
     }
+  }
+  if (p->starting) {
+    // Some hosts (GStreamer) write their control values only for the first
+    // cycle. Before any audio has passed, the engine is built again for them
+    // (deliberately, once per activation): a change on the fly would let
+    // effects such as the limiter start from the defaults' state, and the
+    // stream would differ from one processed with these values offline.
+    p->starting = false;
+    RebuildForPorts(p);
   }
   p->engine->ApplyControls(p->controls.data(), p->controls.size());
   p->engine->Run(p->in.data(), p->out.data(), static_cast<int>(p->out.size()), frames);

@@ -204,13 +204,55 @@ void WriteControlPort(std::ostream& o, AEffect* fx, const ControlParam& c, uint3
   o << "  ] ;\n";
 }
 
-void WriteAudioPorts(std::ostream& o, const Layout& l) {
+// Speaker designations of a side with `channels` channels, in the library's
+// channel order (front left, front right, centre, LFE, rear left, rear
+// right for 5.1), and the port group class they form; null where no
+// standard group fits.
+const char* GroupClass(int channels) {
+  switch (channels) {
+    case 1: return "pg:MonoGroup";
+    case 2: return "pg:StereoGroup";
+    case 6: return "pg:FivePointOneGroup";
+    default: return nullptr;
+  }
+}
+const char* Designation(int channels, int c) {
+  static const char* const kMono[] = {"pg:center"};
+  static const char* const kStereo[] = {"pg:left", "pg:right"};
+  static const char* const kSix[] = {
+      "pg:left", "pg:right", "pg:center", "pg:lowFrequencyEffects", "pg:rearLeft", "pg:rearRight"};
+  if (channels == 1) return kMono[c];
+  if (channels == 2) return kStereo[c];
+  if (channels == 6) return kSix[c];
+  return nullptr;
+}
+
+// Audio ports, grouped per side so that hosts such as GStreamer see one
+// multi-channel stream each way.
+void WriteGroups(std::ostream& o, const Variant& v, const Layout& l) {
+  for (int side = 0; side < 2; ++side) {
+    const int channels = side == 0 ? l.inChannels : l.outChannels;
+    const char* cls = GroupClass(channels);
+    if (cls == nullptr) continue;
+    o << "<" << v.Uri() << (side == 0 ? "#in" : "#out") << ">\n  a " << cls << ", "
+      << (side == 0 ? "pg:InputGroup" : "pg:OutputGroup") << " ;\n  lv2:symbol \""
+      << (side == 0 ? "in" : "out") << "\" ;\n  rdfs:label \"" << (side == 0 ? "Input" : "Output")
+      << "\" .\n\n";
+  }
+}
+
+void WriteAudioPorts(std::ostream& o, const Variant& v, const Layout& l) {
   for (int c = 0; c < l.inChannels + l.outChannels; ++c) {
     const bool in = c < l.inChannels;
     const int n = in ? c + 1 : c - l.inChannels + 1;
+    const int channels = in ? l.inChannels : l.outChannels;
     o << "  lv2:port [\n    a lv2:AudioPort, " << (in ? "lv2:InputPort" : "lv2:OutputPort")
       << " ;\n    lv2:index " << c << " ;\n    lv2:symbol \"" << (in ? "in_" : "out_") << n
-      << "\" ;\n    lv2:name \"" << (in ? "In " : "Out ") << n << "\" ;\n  ] ;\n";
+      << "\" ;\n    lv2:name \"" << (in ? "In " : "Out ") << n << "\" ;\n";
+    if (GroupClass(channels) != nullptr)
+      o << "    pg:group <" << v.Uri() << (in ? "#in" : "#out") << "> ;\n    lv2:designation "
+        << Designation(channels, n - 1) << " ;\n";
+    o << "  ] ;\n";
   }
 }
 
@@ -229,6 +271,7 @@ void WritePlugin(std::ostream& o, const Variant& v) {
     o << "<" << p.uri << ">\n  a lv2:Parameter ;\n  rdfs:label " << Quote(p.name)
       << " ;\n  rdfs:range atom:Path .\n\n";
   }
+  WriteGroups(o, v, layout);
   o << "<" << v.Uri() << ">\n  a lv2:Plugin";
   if (const char* cls = PluginClass(v.type)) o << ", " << cls;
   o << " ;\n  doap:name " << Quote("ondrel " + name + suffix);
@@ -247,7 +290,7 @@ void WritePlugin(std::ostream& o, const Variant& v) {
       o << (i ? ", " : "") << "<" << layout.paths[i].uri << ">";
     o << " ;\n";
   }
-  WriteAudioPorts(o, layout);
+  WriteAudioPorts(o, v, layout);
   for (size_t i = 0; i < layout.controls.size(); ++i)
     WriteControlPort(o, fx, layout.controls[i], layout.FirstControl() + static_cast<uint32_t>(i));
   o << "  lv2:port [\n    a lv2:OutputPort, lv2:ControlPort ;\n    lv2:index "
@@ -276,6 +319,7 @@ const char* kPrefixes =
     "@prefix doap: <http://usefulinc.com/ns/doap#> .\n"
     "@prefix lv2: <http://lv2plug.in/ns/lv2core#> .\n"
     "@prefix patch: <http://lv2plug.in/ns/ext/patch#> .\n"
+    "@prefix pg: <http://lv2plug.in/ns/ext/port-groups#> .\n"
     "@prefix rdf: <http://www.w3.org/1999/02/22-rdf-syntax-ns#> .\n"
     "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n"
     "@prefix state: <http://lv2plug.in/ns/ext/state#> .\n"
