@@ -12,7 +12,7 @@ packages=(
   libmysofa-dev libmysofa1
   python3 python3-numpy python3-scipy
   nlohmann-json3-dev libcli11-dev libcairo2-dev
-  lv2-dev lilv-utils gstreamer1.0-tools gstreamer1.0-plugins-bad
+  lv2-dev lilv-utils gstreamer1.0-tools gstreamer1.0-plugins-bad ffmpeg
 )
 
 missing=()

@@ -17,6 +17,7 @@ import importlib.util
 import json
 import math
 import os
+import re
 import random
 import shutil
 import struct
@@ -979,11 +980,36 @@ def spa_json(text):
 
 
 def control_symbol(name):
-    return "".join(c if c.isalnum() else "_" for c in name.lower())
+    """The LV2 symbol of a parameter: lower case, each run of other
+    characters one '_', none at the end, "p_" before a leading digit."""
+    out = ""
+    for c in name:
+        if c.isalnum():
+            out += c.lower()
+        elif out and not out.endswith("_"):
+            out += "_"
+    out = out.rstrip("_")
+    return "p_" + out if not out or out[0].isdigit() else out
+
+
+def lv2_port_symbols():
+    """Port symbols per plugin short name, read from the bundle this build
+    generated (None when the build has no LV2 bundle)."""
+    build = os.path.dirname(os.path.dirname(os.path.dirname(ARGS.tool)))
+    ttl = os.path.join(build, "lib", "lv2", "ondrel.lv2", "ondrel.ttl")
+    if not os.path.exists(ttl):
+        return None
+    ports = {}
+    with open(ttl, encoding="utf-8") as f:
+        for block in f.read().split("\n<urn:ondrel:")[1:]:
+            short = block[:block.index(">")]
+            ports[short] = set(re.findall(r'lv2:symbol "([^"]+)"', block))
+    return ports
 
 
 def case_pipewire():
     catalogue = {}
+    bundle = lv2_port_symbols()
     for conf in ("ondrel-eq.conf", "ondrel-eq-headphone.conf"):
         with open(os.path.join(ARGS.source, "docs", "pipewire", conf)) as f:
             root = spa_json(f.read())
@@ -1006,8 +1032,16 @@ def case_pipewire():
                 check(p["min"] <= v <= p["max"], "%s: %s %s=%g outside %g..%g" % (conf, short, symbol, v, p["min"], p["max"]))
             names.append(node["name"])
         ports = [l["output"] for l in graph["links"]] + [l["input"] for l in graph["links"]] + graph["inputs"] + graph["outputs"]
+        plugins = {n["name"]: n["plugin"][len("urn:ondrel:"):] for n in graph["nodes"]}
         for port in ports:
-            check(port.split(":")[0] in names, "%s: port %s of no node" % (conf, port))
+            node, symbol = port.split(":")
+            check(node in names, "%s: port %s of no node" % (conf, port))
+            if bundle is not None:
+                check(symbol in bundle.get(plugins[node], set()), "%s: %s has no port %r" % (conf, plugins[node], symbol))
+        for n in graph["nodes"]:
+            for symbol in n.get("control", {}):
+                if bundle is not None:
+                    check(symbol in bundle.get(plugins[n["name"]], set()), "%s: %s has no LV2 port %r" % (conf, n["plugin"], symbol))
         # The chain runs from the first node to the last, through every one.
         check([p.split(":")[0] for p in graph["inputs"]] == [names[0]] * 2 and
               [p.split(":")[0] for p in graph["outputs"]] == [names[-1]] * 2, conf + ": ends")
