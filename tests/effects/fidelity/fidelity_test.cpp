@@ -16,12 +16,9 @@ namespace {
 using namespace ONDREL2;
 using namespace ondrel_test;
 
-TEST_F(EffectTest, FidelityTableAndIdentityAtZero) {
+TEST_F(EffectTest, FidelityIdentityAtZero) {
   AEffect* fx = NewEffect(EFFECT_FIDELITY);
   ASSERT_NE(fx, nullptr);
-  ExpectParams(*fx->object, {{"Fidelity", 0.0f, 0.0f, 127.0f, "0"}});
-  char buf[64];
-  EXPECT_STREQ(fx->object->GetEffectName(buf), "高保真度");
   const std::vector<float> in = TestSignal(3000, 3, 44100.0f);
   const StreamResult r = RunStream(fx, 44100.0f, 3, in);
   EXPECT_EQ(r.status, 0);
