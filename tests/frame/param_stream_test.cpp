@@ -183,7 +183,6 @@ TEST_F(ParamStream, RoundTripKeepsTypesValuesScriptsAndText) {
   EXPECT_EQ(ParamOf(odd.list[2], 0), 3.25f);
 }
 
-
 // Removes whitespace outside string literals of flatc's JSON.
 std::string Compact(const std::string& json) {
   std::string out;

@@ -185,7 +185,7 @@ TEST(Modulators, HostMappingsAndScriptMemory) {
   m[0] = m[1] = m[2] = 0.0;
   EXPECT_EQ(put(-0.5, 4.0), 4.0);  // truncates to cell 0
   EXPECT_EQ(m[0], 4.0);
-  fill(3.0, -2, 4);           // cells -2..1: only 0 and 1 exist
+  fill(3.0, -2, 4);  // cells -2..1: only 0 and 1 exist
   EXPECT_EQ(m[0] + m[1] + m[2], 6.0);
   m[1022] = 9.0;
   m[1023] = 8.0;

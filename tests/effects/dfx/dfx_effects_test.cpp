@@ -11,8 +11,8 @@
 #include <cmath>
 #include <vector>
 
-#include "effects/dfx/tone_util.h"
 #include "effects/effect_test_util.h"
+#include "effects/tone_util.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "effects/effect_test_util.h"
-#include "effects/tone_fit.h"
+#include "effects/tone_util.h"
 
 namespace {
 
@@ -24,7 +24,7 @@ TEST(Exciter, SmallSignalWithoutHarmonicsMatchesTheLinearModel) {
                                                       {"Frequency", static_cast<float>(corner)},
                                                       {"MixBack", static_cast<float>(mixDb)},
                                                       {"ClipBoost", static_cast<float>(boostDb)}});
-    const std::vector<float> in = Tone(16384, 2, hz / rate, 0.01);
+    const std::vector<float> in = Tone(16384, 2, 1.0, hz / rate, 0.01);
     const StreamResult r = RunStream(fx, static_cast<float>(rate), 2, in);
     ASSERT_EQ(r.status, 0);
     const double c = std::exp(-6.28318530718 * corner / rate);
@@ -32,7 +32,7 @@ TEST(Exciter, SmallSignalWithoutHarmonicsMatchesTheLinearModel) {
     const std::complex<double> lp = (1.0 - c) / (1.0 - c * z1);
     const double mix = std::exp(mixDb / 8.65617), drive = std::exp(boostDb / 8.65617);
     const double want = std::abs(1.0 + mix * drive * (1.0 - lp) * (1.0 - lp));
-    const double got = ToneAmplitude(r.output, 2, 1, 8192, 8192, hz / rate) / 0.01;
+    const double got = ToneAmplitude(r.output, 2, 1, 8192, 8192, 1.0, hz / rate) / 0.01;
     EXPECT_NEAR(got, want, 2e-4) << hz << " Hz";
   }
 }

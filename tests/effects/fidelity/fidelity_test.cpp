@@ -8,8 +8,8 @@
 
 #include <complex>
 
-#include "effects/dfx/tone_util.h"
 #include "effects/effect_test_util.h"
+#include "effects/tone_util.h"
 
 namespace {
 
