@@ -6,9 +6,9 @@
 #include <cmath>
 #include <cstdlib>
 #include <exception>
-#include <new>
 
 #include "frame/processing_instance.h"
+#include "framework/alloc.h"
 #include "ondrel.h"
 
 namespace ONDREL2 {
@@ -129,7 +129,7 @@ int PlaySpeedController::AllocateBuffers() {
     blockSize = need;
     blockVector.clear();
     std::free(block);
-    block = static_cast<float*>(std::calloc(static_cast<size_t>(need), sizeof(float)));
+    block = AllocBlock<float>(static_cast<size_t>(need));
     if (block == nullptr) {
       blockSize = 0;
       return ONDREL_E_NOMEM;
@@ -303,13 +303,13 @@ int ondrel_psctrl_init(void* instance, unsigned sampleRate, unsigned bitsPerSamp
   const int32_t count = channels > static_cast<unsigned>(kMaxChannels)
                             ? kMaxChannels + 1
                             : static_cast<int32_t>(channels);
-  try {
-    inst->speedController = new (std::nothrow)
-        PlaySpeedController(sampleRate, bitsPerSample, count, multiple, position);
-  } catch (const std::bad_alloc&) {
-    inst->speedController = nullptr;
-  }
-  return inst->speedController == nullptr ? ONDREL_E_NOMEM : ONDREL_OK;
+  // The controller's own containers may run out while it is being built.
+  PlaySpeedController* fresh = nullptr;
+  TryAllocating([&] {
+    fresh = NewObject<PlaySpeedController>(sampleRate, bitsPerSample, count, multiple, position);
+  });
+  inst->speedController = fresh;
+  return fresh == nullptr ? ONDREL_E_NOMEM : ONDREL_OK;
 }
 
 int ondrel_psctrl_set_multiple(void* instance, float multiple) {

@@ -34,7 +34,7 @@ struct DelayUnit {
   int32_t feedbackPercent[2] = {};
   int32_t channels = 1;
   int32_t sampleRate = 44100;
-  float* buffer[2] = {};  // malloc'd, owned
+  float* buffer[2] = {};  // AllocBlock, owned (std::free)
   int32_t position[2] = {};
 };
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <new>
 
+#include "framework/alloc.h"
 #include "ondrel.h"
 
 namespace ONDREL2 {
@@ -126,7 +126,7 @@ void DfxHeadphone::Reset() {
 
 int32_t DfxAmbience::Configure(const PARAM& param) {
   if (!ring_) {
-    ring_.reset(new (std::nothrow) float[kRingSize]());
+    ring_.reset(NewArray<float>(kRingSize));
     if (!ring_) return ONDREL_E_NOMEM;
     cursor_ = 0;
   }

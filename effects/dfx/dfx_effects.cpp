@@ -55,26 +55,22 @@ int32_t TruncatedAmount(float value, bool floorFirst) {
 
 namespace DFX3DSURROUND {
 Dfx3DSurroundEffect::Dfx3DSurroundEffect() : ON2EffectT(DFXBASE::kSurroundRow) { UpdateParams(); }
-AudioEffect* Dfx3DSurroundEffect::CreateInstance() {
-  return new (std::nothrow) Dfx3DSurroundEffect();
-}
+AudioEffect* Dfx3DSurroundEffect::CreateInstance() { return NewObject<Dfx3DSurroundEffect>(); }
 }  // namespace DFX3DSURROUND
 
 namespace DFXHEADPHONE {
 HeadphoneEffect::HeadphoneEffect() : ON2EffectT(DFXBASE::kHeadphoneRow) { UpdateParams(); }
-AudioEffect* HeadphoneEffect::CreateInstance() { return new (std::nothrow) HeadphoneEffect(); }
+AudioEffect* HeadphoneEffect::CreateInstance() { return NewObject<HeadphoneEffect>(); }
 }  // namespace DFXHEADPHONE
 
 namespace AMBIENCE {
 AmbienceEffect::AmbienceEffect() : ON2EffectT(DFXBASE::kAmbienceRow) { UpdateParams(); }
-AudioEffect* AmbienceEffect::CreateInstance() { return new (std::nothrow) AmbienceEffect(); }
+AudioEffect* AmbienceEffect::CreateInstance() { return NewObject<AmbienceEffect>(); }
 }  // namespace AMBIENCE
 
 namespace DYNAMICBOOST {
 DynamicboostEffect::DynamicboostEffect() : ON2EffectT(DFXBASE::kDynamicBoostRow) { UpdateParams(); }
-AudioEffect* DynamicboostEffect::CreateInstance() {
-  return new (std::nothrow) DynamicboostEffect();
-}
+AudioEffect* DynamicboostEffect::CreateInstance() { return NewObject<DynamicboostEffect>(); }
 }  // namespace DYNAMICBOOST
 
 }  // namespace ONDREL2

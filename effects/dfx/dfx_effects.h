@@ -12,8 +12,6 @@
 // allocates nor locks.
 #pragma once
 
-#include <new>
-
 #include "effects/dfx/dfx_dsp.h"
 #include "framework/group_units.h"
 #include "framework/ondrel2.h"
@@ -68,7 +66,7 @@ class ON2EffectT : public IOndrel2 {
     GetDfxParam(param);
     bypass = param.amount < 1;
     return units.Update([&param](DSP*& unit, const ChannelGroup&) -> int32_t {
-      if (unit == nullptr) unit = new (std::nothrow) DSP();
+      if (unit == nullptr) unit = NewObject<DSP>();
       if (unit == nullptr) return ONDREL_E_NOMEM;
       const int32_t status = unit->Configure(param);
       if (status != ONDREL_OK) {

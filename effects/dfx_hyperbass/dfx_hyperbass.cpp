@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <new>
+
+#include "framework/alloc.h"
 
 namespace ONDREL2 {
 namespace DFXHYPERBASS {
@@ -90,9 +91,7 @@ DfxHyperbassEffect::DfxHyperbassEffect() {
 
 DfxHyperbassEffect::~DfxHyperbassEffect() = default;
 
-AudioEffect* DfxHyperbassEffect::CreateInstance() {
-  return new (std::nothrow) DfxHyperbassEffect();
-}
+AudioEffect* DfxHyperbassEffect::CreateInstance() { return NewObject<DfxHyperbassEffect>(); }
 
 int32_t DfxHyperbassEffect::UpdateParams() {
   const int32_t channels = GetChannels();
@@ -107,7 +106,7 @@ int32_t DfxHyperbassEffect::UpdateParams() {
     cachedRate = rate;
     sections.reset();
     if (channels > 0) {
-      sections.reset(new (std::nothrow) Section[static_cast<size_t>(channels)]);
+      sections.reset(NewArray<Section>(static_cast<size_t>(channels)));
       if (!sections) return ONDREL_E_NOMEM;
     }
   }

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <new>
+
+#include "framework/alloc.h"
 
 namespace ONDREL2 {
 namespace FIDELITY {
@@ -35,7 +36,7 @@ FidelityEffect::FidelityEffect() {
 
 FidelityEffect::~FidelityEffect() = default;
 
-AudioEffect* FidelityEffect::CreateInstance() { return new (std::nothrow) FidelityEffect(); }
+AudioEffect* FidelityEffect::CreateInstance() { return NewObject<FidelityEffect>(); }
 
 int32_t FidelityEffect::UpdateParams() {
   const int32_t channels = GetChannels();
@@ -48,7 +49,7 @@ int32_t FidelityEffect::UpdateParams() {
     cachedRate = rate;
     filters.reset();
     if (channels > 0) {
-      filters.reset(new (std::nothrow) EnhancerHighPass[static_cast<size_t>(channels)]);
+      filters.reset(NewArray<EnhancerHighPass>(static_cast<size_t>(channels)));
       if (!filters) return ONDREL_E_NOMEM;
     }
   }

@@ -2,8 +2,10 @@
 
 #include <soundtouch/SoundTouch.h>
 
-#include <exception>
-#include <new>
+#include <memory>
+#include <stdexcept>
+
+#include "framework/alloc.h"
 
 namespace ONDREL2 {
 namespace PITCHSHIFTER {
@@ -31,27 +33,30 @@ PitchShifterEffect::PitchShifterEffect() {
 
 PitchShifterEffect::~PitchShifterEffect() = default;
 
-AudioEffect* PitchShifterEffect::CreateInstance() {
-  return new (std::nothrow) PitchShifterEffect();
-}
+AudioEffect* PitchShifterEffect::CreateInstance() { return NewObject<PitchShifterEffect>(); }
 
 int32_t PitchShifterEffect::UpdateParams() {
   engine.reset();
-  try {
-    std::unique_ptr<soundtouch::SoundTouch> fresh(new soundtouch::SoundTouch());
-    fresh->setChannels(static_cast<unsigned>(GetChannels()));
-    fresh->setSampleRate(RateOf(GetSampleRate()));
-    fresh->setPitchSemiTones(static_cast<double>(GetScriptedParamByName("Key")));
-    // Full seek search; no anti-alias filter in the rate transposer.
-    fresh->setSetting(SETTING_USE_QUICKSEEK, 0);
-    fresh->setSetting(SETTING_USE_AA_FILTER, 0);
-    engine = std::move(fresh);
-  } catch (const std::bad_alloc&) {
-    return ONDREL_E_NOMEM;
-  } catch (const std::exception&) {
-    return ONDREL_E_INVALID;
-  }
-  return ONDREL_OK;
+  int32_t status = ONDREL_OK;
+  const bool allocated = TryAllocating([&] {
+    // The engine reports a channel count or rate it refuses by throwing;
+    // running out of memory is left to TryAllocating.
+    try {
+      std::unique_ptr<soundtouch::SoundTouch> fresh(new soundtouch::SoundTouch());
+      fresh->setChannels(static_cast<unsigned>(GetChannels()));
+      fresh->setSampleRate(RateOf(GetSampleRate()));
+      fresh->setPitchSemiTones(static_cast<double>(GetScriptedParamByName("Key")));
+      // Full seek search; no anti-alias filter in the rate transposer.
+      fresh->setSetting(SETTING_USE_QUICKSEEK, 0);
+      fresh->setSetting(SETTING_USE_AA_FILTER, 0);
+      engine = std::move(fresh);
+    } catch (const std::runtime_error&) {
+      status = ONDREL_E_INVALID;
+    } catch (const std::logic_error&) {
+      status = ONDREL_E_INVALID;
+    }
+  });
+  return allocated ? status : ONDREL_E_NOMEM;
 }
 
 int32_t PitchShifterEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {

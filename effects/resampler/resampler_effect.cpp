@@ -2,8 +2,9 @@
 
 #include <cmath>
 #include <cstring>
-#include <new>
 #include <vector>
+
+#include "framework/alloc.h"
 
 namespace ONDREL2 {
 namespace RESAMPLER {
@@ -86,7 +87,7 @@ ResamplerEffect::ResamplerEffect() {
 
 ResamplerEffect::~ResamplerEffect() = default;
 
-AudioEffect* ResamplerEffect::CreateInstance() { return new (std::nothrow) ResamplerEffect(); }
+AudioEffect* ResamplerEffect::CreateInstance() { return NewObject<ResamplerEffect>(); }
 
 void ResamplerEffect::SetSampleRate(float rate) {
   if (rate != inputRate) {
@@ -112,9 +113,9 @@ int32_t ResamplerEffect::UpdateParams() {
 
   resampler.reset();
   if (algorithm == 1 || algorithm == 2)
-    resampler.reset(new (std::nothrow) CResampler_SSRC());
+    resampler.reset(NewObject<CResampler_SSRC>());
   else
-    resampler.reset(new (std::nothrow) CResampler_SRC());
+    resampler.reset(NewObject<CResampler_SRC>());
   // A refused pair leaves a converter that produces nothing; nothing here
   // depends on it, since blocks with frames never reach it.
   if (resampler != nullptr)

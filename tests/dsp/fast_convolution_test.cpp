@@ -179,30 +179,16 @@ TEST(OndrelStereoConvolution, FourPathMatrixMatchesDirectConvolutionPerPath) {
   }
 }
 
-TEST(OndrelStereoConvolution, DiagonalPathsKeepChannelsIndependentAndMissingPathsPassThrough) {
+TEST(OndrelStereoConvolution, MissingPathsPassThroughAndPartialFramesWait) {
   const int bs = 32;
   const size_t frames = static_cast<size_t>(bs * 6);
   const std::vector<float> left = Noise(frames, 51);
   const std::vector<float> right = Noise(frames, 52);
   const std::vector<float> interleaved = Interleave(left, right);
-  const std::vector<float> h0 = Response(40, 53);
   const std::vector<float> h3 = Response(9, 54);
-
-  OndrelStereoConvolution diagonal;
-  EXPECT_FALSE(diagonal.SetChannels(3));
-  EXPECT_TRUE(diagonal.SetChannels(2));
-  ASSERT_EQ(diagonal.InitPath(bs, bs, 0), 0);
-  ASSERT_EQ(diagonal.InitPath(bs, bs, 3), 0);
-  ASSERT_EQ(diagonal.SetImpulseResponse(h0.data(), 40, 0), 0);
-  ASSERT_EQ(diagonal.SetImpulseResponse(h3.data(), 9, 3), 0);
-  EXPECT_EQ(diagonal.SetImpulseResponse(h3.data(), 9, 1), 0);  // no convolver on path 1
-  const std::vector<float> out = RunStereo(diagonal, interleaved, 2, bs);
-  const std::vector<double> ll = Direct(left, h0), rr = Direct(right, h3);
-  const size_t latency = static_cast<size_t>(bs / 2);
-  for (size_t m = 0; m < out.size() / 2; ++m) {
-    ASSERT_NEAR(out[2 * m], ll[m + latency], kTolerance) << "left, frame " << m;
-    ASSERT_NEAR(out[2 * m + 1], rr[m + latency], kTolerance) << "right, frame " << m;
-  }
+  const std::vector<double> rr = Direct(right, h3);
+  OndrelStereoConvolution three;
+  EXPECT_FALSE(three.SetChannels(3));
 
   // Only path 3: the left channel has no path and keeps its input; the
   // frame count follows the convolver that ran. Reset doesn't reach the

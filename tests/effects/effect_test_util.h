@@ -146,30 +146,6 @@ double MaxError(const std::vector<float>& got, const std::vector<T>& want, size_
   return worst;
 }
 
-struct ParamRow {
-  const char* name;
-  float min, def, max;
-  const char* display;  // of the default, in the zh-CN locale
-};
-
-// A fresh effect's table against `rows`, in order, and nothing more.
-inline void ExpectParams(ONDREL2::AudioEffect& fx, const std::vector<ParamRow>& rows) {
-  ASSERT_EQ(fx.GetAEffect()->numParams, static_cast<int>(rows.size()));
-  char buf[256];
-  for (size_t i = 0; i < rows.size(); ++i) {
-    const ParamRow& r = rows[i];
-    const ONDREL2::ParamDesc& p = fx.params[i];
-    const int index = static_cast<int>(i);
-    EXPECT_STREQ(p.name, r.name);
-    EXPECT_EQ(p.minValue, r.min) << r.name;
-    EXPECT_EQ(p.maxValue, r.max) << r.name;
-    EXPECT_EQ(fx.GetParam(index), r.def) << r.name;
-    EXPECT_EQ(fx.GetScriptedParam(index), r.def) << r.name;
-    fx.GetParamDisplay(index, buf);
-    EXPECT_STREQ(buf, r.display) << r.name;
-  }
-}
-
 inline float Db(float dB) {
   return static_cast<float>(std::pow(10.0, static_cast<double>(dB / 20.0f)));
 }

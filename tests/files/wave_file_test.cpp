@@ -187,25 +187,6 @@ TEST(WaveFileRead, EveryFormatFromLibsndfileMatchesClosedFormScaling) {
     w.Seek(0, SEEK_SET);
     EXPECT_EQ(w.ReadFrames(gotD.data(), frames), frames);
     EXPECT_TRUE(SameSamples(wantD, gotD, "double"));
-
-    // Planar, from frame 100 on, in chunks.
-    w.Seek(100, SEEK_SET);
-    std::vector<std::vector<float>> planes(c.channels, std::vector<float>(frames));
-    int at = 100;
-    while (at < frames) {
-      std::vector<float*> ptrs;
-      for (auto& p : planes) ptrs.push_back(p.data() + at);
-      int got = w.ReadFrames(ptrs.data(), c.channels, chunk(rng));
-      ASSERT_GT(got, 0);
-      at += got;
-    }
-    for (int ch = 0; ch < c.channels; ++ch) {
-      std::vector<float> want;
-      for (int f = 100; f < frames; ++f)
-        want.push_back(wantF[static_cast<size_t>(f) * c.channels + ch]);
-      EXPECT_TRUE(SameSamples(want, std::vector<float>(planes[ch].begin() + 100, planes[ch].end()),
-                              "planar channel " + std::to_string(ch)));
-    }
   }
 }
 
@@ -541,32 +522,14 @@ TEST(WaveFileRead, CountsLimitsShortFilesAndPlanarChannelCheck) {
   shape.dataSize = 1100 * 4;
   shape.payload.resize(1000 * 4);
   ASSERT_TRUE(WriteBytes(path, MakeWave(shape)));
-  for (int reader = 0; reader < 4; ++reader) {
-    SCOPED_TRACE("reader " + std::to_string(reader));
+  {
     WaveProbe s;
     ASSERT_TRUE(s.SetFilePathUTF8(path.c_str(), false, false));
-    std::vector<float> f(2200, -7.0f), left(1100, -7.0f), right(1100, -7.0f);
-    std::vector<double> d(2200, -7.0);
-    std::vector<int16_t> i16(2200, -7);
-    float* planes[2] = {left.data(), right.data()};
-    int got = -1;
-    float lastStored = 0, behind = 0;
-    switch (reader) {
-      case 0: got = s.ReadFrames(f.data(), 1100), lastStored = f[1998], behind = f[2000]; break;
-      case 1:
-        got = s.ReadFrames(d.data(), 1100), lastStored = float(d[1998]), behind = float(d[2000]);
-        break;
-      case 2:
-        got = s.ReadFrames(i16.data(), 1100), lastStored = i16[1998] / 32768.0f, behind = i16[2000];
-        break;
-      case 3:
-        got = s.ReadFrames(planes, 2, 1100), lastStored = left[999], behind = left[1000];
-        break;
-    }
-    EXPECT_EQ(got, 0);
+    std::vector<float> f(2200, -7.0f);
+    EXPECT_EQ(s.ReadFrames(f.data(), 1100), 0);
     EXPECT_EQ(s.currentFrame, 1100u);
-    EXPECT_EQ(lastStored, samples[1998] / 32768.0f);
-    EXPECT_EQ(behind, -7.0f);
+    EXPECT_EQ(f[1998], samples[1998] / 32768.0f);
+    EXPECT_EQ(f[2000], -7.0f);
   }
   WaveFile raw;
   ASSERT_TRUE(raw.SetFilePathUTF8(path.c_str(), false, false));

@@ -64,61 +64,47 @@ void ExpectValues(const std::vector<Case>& cases) {
   }
 }
 
-TEST_F(ExpressionTest, OperatorsBindAndAssociateAsDocumented) {
+// Precedence and associativity, then floor, ceil and the combinatorics in
+// their 32-bit forms.
+TEST_F(ExpressionTest, ValuesOfOperatorsAndFunctions) {
   ExpectValues({
       {"1,2", 2.0},
       {"2+3*4", 14.0},
-      {"(1,2)*3", 6.0},
       {"10-4-3", 3.0},
       {"100/10/5", 2.0},  // left to right
       {"2^3^2", 64.0},    // (2^3)^2, not 2^9
       {"-2^2", 4.0},      // sign binds tighter than ^
       {"2^-1", 0.5},
-      {"+-+3", -3.0},
       {"-(1+2)*2", -6.0},
       {"2^0.5", std::sqrt(2.0)},
       {"7%3", 1.0},
       {"-7%3", -1.0},
       {"7.5%-2", 1.5},  // sign of the dividend
       {" 1 +\t2\r\n", 3.0},
-      {"1.5e3", 1500.0},
       {".5", 0.5},
-      {"1e-3*1000", 1.0},
       {"sin 2^2", std::pow(std::sin(2.0), 2.0)},  // a one-argument function takes a power
-      {"sin(2)^2", std::pow(std::sin(2.0), 2.0)},
       {"-sin 1", -std::sin(1.0)},
       {"log(100)", 2.0},
       {"ln(e)", 1.0},
       {"e", 2.718281828459045},
-      {"e()", 2.718281828459045},
       {"pi", 3.141592653589793},
-      {"pi()*2", 2.0 * 3.141592653589793},
       {"nosuchname+1", 1.0},
       {"Abs+2", 2.0},  // names are case-sensitive: Abs is unknown
       {"1/0", HUGE_VAL},
-      {"-1/0", -HUGE_VAL},
       {"ln(0)", -HUGE_VAL},
       {"0/0", std::nan("")},
-  });
-}
-
-TEST_F(ExpressionTest, FloorCeilAndCombinatoricsKeepTheirThirtyTwoBitForms) {
-  ExpectValues({
       // floor and ceil read the low word of the double: 2.5 and 3.0 have a
       // zero low word; 0.1 is 0x3FB999999999999A, low word -1717986918.
       {"floor(2.5)", 0.0},
-      {"ceil(2.5)", 0.0},
       {"floor(-3)", 0.0},
       {"floor(0.1)", -1717986918.0},
       {"ceil(0.1)", -1717986918.0},
       // Factorials and combinations overflow past 2^32 - 1.
       {"fac(0)", 1.0},
       {"fac(5.9)", 120.0},
-      {"fac(12)", 479001600.0},
       {"fac(13)", HUGE_VAL},
       {"fac(4294967296)", HUGE_VAL},
       {"fac(-1)", std::nan("")},
-      {"ncr(10,0)", 1.0},
       {"ncr(10,10)", 1.0},
       // C(30,15): the last product C(29,14)*30 = 2326762800 fits; C(31,15)
       // fits but C(30,14)*31 = 4508102925 does not; r above n/2 becomes n - r.
@@ -126,7 +112,6 @@ TEST_F(ExpressionTest, FloorCeilAndCombinatoricsKeepTheirThirtyTwoBitForms) {
       {"ncr(31,15)", HUGE_VAL},
       {"ncr(31,16)", HUGE_VAL},
       {"ncr(2,5)", std::nan("")},
-      {"ncr(-1,0)", std::nan("")},
       {"ncr(4294967296,1)", HUGE_VAL},
       {"npr(12,12)", 479001600.0},
       {"npr(13,13)", HUGE_VAL},

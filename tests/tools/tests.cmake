@@ -1,15 +1,13 @@
 # End-to-end tests of the ondrel command-line tool: each runs the built tool
 # on generated files and checks the results against references computed in
-# plain Python (float32 arithmetic emulated exactly), a FlatBuffers schema of
-# the stream format read by flatc, and the scramble rule from its key
-# generator.
+# plain Python (float32 arithmetic emulated exactly) and the scramble rule
+# from its key generator.
 if(TARGET ondrel_tool AND Python3_Interpreter_FOUND)
-  find_program(ONDREL_TOOL_TEST_FLATC flatc)
   set(tool_test_cases
     effects_and_params process_float process_s16 process_passthrough process_layout process_upmix
     process_speed
     preset_round_trip
-    error_exits response script scramble demo reverb_preset resources headphone
+    error_exits response script scramble reverb_preset resources headphone
     batch eq_import pipewire)
   foreach(case ${tool_test_cases})
     add_test(NAME tool_${case}
@@ -17,7 +15,6 @@ if(TARGET ondrel_tool AND Python3_Interpreter_FOUND)
               --tool $<TARGET_FILE:ondrel_tool>
               --work ${CMAKE_CURRENT_BINARY_DIR}/tools/${case}
               --source ${PROJECT_SOURCE_DIR}
-              --flatc "${ONDREL_TOOL_TEST_FLATC}"
               ${case})
     set_tests_properties(tool_${case} PROPERTIES TIMEOUT 120 LABELS tool)
   endforeach()

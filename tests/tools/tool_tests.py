@@ -5,11 +5,10 @@ Each case runs the built tool on files made here and checks what it wrote
 against references computed in plain Python: float32 arithmetic is emulated
 exactly (a product or quotient of two floats computed in double and rounded
 once to float is the correctly rounded float result), the int16 queue
-conversions are modelled from their definition, the parameter stream is read
-back by flatc through a schema of the stream format kept with these tests,
-and the resource scramble is recomputed from its key generator.
+conversions are modelled from their definition, and the resource scramble
+is recomputed from its key generator.
 
-Usage: tool_tests.py --tool PATH --work DIR --source REPO [--flatc PATH] CASE
+Usage: tool_tests.py --tool PATH --work DIR --source REPO CASE
 """
 import argparse
 import array
@@ -17,8 +16,8 @@ import importlib.util
 import json
 import math
 import os
-import re
 import random
+import re
 import shutil
 import struct
 import subprocess
@@ -62,32 +61,20 @@ def path(name):
     return os.path.join(ARGS.work, name)
 
 
-def write_wav(name, rate, channels, samples, kind):
+def write_wav(name, rate, channels, samples, kind, mask=None):
     """Writes interleaved samples; kind is 'f32', 's16' or 's24' (ints for
-    the integer kinds)."""
+    the integer kinds). A `mask` makes a WAVE_FORMAT_EXTENSIBLE file with
+    that speaker mask."""
     if kind == "f32":
-        data = array.array("f", samples).tobytes()
-        tag, bits = 3, 32
+        data, tag, bits = array.array("f", samples).tobytes(), 3, 32
     elif kind == "s16":
-        data = array.array("h", samples).tobytes()
-        tag, bits = 1, 16
+        data, tag, bits = array.array("h", samples).tobytes(), 1, 16
     else:
-        data = b"".join(struct.pack("<i", s)[:3] for s in samples)
-        tag, bits = 1, 24
+        data, tag, bits = b"".join(struct.pack("<i", s)[:3] for s in samples), 1, 24
     block = channels * bits // 8
-    fmt = struct.pack("<HHIIHH", tag, channels, rate, rate * block, block, bits)
-    body = b"WAVE" + b"fmt " + struct.pack("<I", len(fmt)) + fmt + b"data" + struct.pack("<I", len(data)) + data
-    with open(path(name), "wb") as f:
-        f.write(b"RIFF" + struct.pack("<I", len(body)) + body)
-
-
-def write_wavex(name, rate, channels, samples, mask):
-    """Writes float samples as WAVE_FORMAT_EXTENSIBLE with `mask` as its
-    speaker mask."""
-    data = array.array("f", samples).tobytes()
-    block = channels * 4
-    guid_float = struct.pack("<IHH", 3, 0x0000, 0x0010) + bytes([0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71])
-    fmt = struct.pack("<HHIIHHHHI", 0xFFFE, channels, rate, rate * block, block, 32, 22, 32, mask) + guid_float
+    fmt = struct.pack("<HHIIHH", tag if mask is None else 0xFFFE, channels, rate, rate * block, block, bits)
+    if mask is not None:
+        fmt += struct.pack("<HHIIHH", 22, bits, mask, tag, 0, 0x10) + bytes([0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71])
     body = b"WAVE" + b"fmt " + struct.pack("<I", len(fmt)) + fmt + b"data" + struct.pack("<I", len(data)) + data
     with open(path(name), "wb") as f:
         f.write(b"RIFF" + struct.pack("<I", len(body)) + body)
@@ -180,9 +167,6 @@ def case_effects_and_params():
     check(rows[0][2:] == ["-", "0", "yes"], "through row: %s" % rows[0])
     check(out.splitlines()[-1].endswith("of 40 effect types are built into this libondrel."), out)
 
-    out, _ = run("effects", "--locale", "zh-TW")
-    check("音量調節器" in out.splitlines()[4], "zh-TW amplifier name missing:\n" + out)
-
     table = json.loads(run("params", "amplifier", "--json", "--locale", "en")[0])
     check(table["type"] == 4 and table["name"] == "amplifier" and table["display_name"] == "Amplifier", table)
     gain = table["params"][0]
@@ -190,11 +174,6 @@ def case_effects_and_params():
     check((gain["name"], gain["min"], gain["default"], gain["max"]) == ("Gain", -96.0, 0.0, 18.0), gain)
     check(gain["display"] == "+0.0 dB" and not gain["binary"] and not gain["rebuild"], gain)
     check(json.loads(run("params", "4", "--json", "--locale", "en")[0]) == table, "params 4 differs from params amplifier")
-
-    out, _ = run("params", "amplifier", "--locale", "ja")
-    check("アンプ" in out and "ゲイン" in out, "Japanese names missing:\n" + out)
-    out, _ = run("params", "through")
-    check("0 parameters" in out, out)
 
 
 def process_amplifiers(channels, frames):
@@ -291,7 +270,7 @@ def case_process_layout():
     x = noise(6 * 700, 0.5, 11)
     g = amplifier_gain(-3.0)
     want = [f32(v * g) for v in x]
-    write_wavex("side.wav", 48000, 6, x, 0x60F)
+    write_wav("side.wav", 48000, 6, x, "f32", 0x60F)
     out, _ = run("process", "side.wav", "side_out.wav", "-e", "amplifier Gain=-3")
     check(wav_channel_mask("side_out.wav") == 0x60F, "5.1(side) map lost: %r" % wav_channel_mask("side_out.wav"))
     check("6 ch (5.1(side)) | out WAVEX FLOAT 48000 Hz 6 ch (5.1(side))" in out, out)
@@ -303,7 +282,7 @@ def case_process_layout():
     first_difference(read_wav("plain_out.wav")[3], want, "plain 6-channel samples")
     # A mask one speaker short leaves channel 7 without a position: the map
     # is dropped with a note, and the count's default takes its place.
-    write_wavex("odd.wav", 48000, 7, noise(7 * 100, 0.5, 12), 0x3F)
+    write_wav("odd.wav", 48000, 7, noise(7 * 100, 0.5, 12), "f32", 0x3F)
     _, err = run("process", "odd.wav", "odd_out.wav", "-e", "amplifier", "--verbose")
     check("channel map of 'odd.wav' is not used" in err, err)
     check(wav_channel_mask("odd_out.wav") == 0x70F, "7 ch default: %r" % wav_channel_mask("odd_out.wav"))
@@ -321,7 +300,7 @@ def case_process_upmix():
     x = noise(2 * 3000, 0.5, 21)
     want = [f32(v * 0.5) for v in x]
     write_wav("st2.wav", 44100, 2, x, "f32")
-    write_wavex("stx.wav", 44100, 2, x, 0x3)
+    write_wav("stx.wav", 44100, 2, x, "f32", 0x3)
     for name in ("st2", "stx"):
         run("process", name + ".wav", name + "_51.wav", "-e", "two2six", "--quiet")
         check(wav_channel_mask(name + "_51.wav") == 0x3F, "%s: mask %r" % (name, wav_channel_mask(name + "_51.wav")))
@@ -330,28 +309,6 @@ def case_process_upmix():
         check(len(got) == 6 * 3000, "%s: %d samples" % (name, len(got)))
         fronts = [v for i, v in enumerate(got) if i % 6 < 2]
         first_difference(fronts, want, name + " fronts")
-
-
-SCHEMA = """
-namespace StreamCheck;
-table ParamRecord { name:string (id: 0); value:[ubyte] (id: 1); script:string (id: 2); }
-table EffectRecord { type:int = 0 (id: 0); params:[ParamRecord] (id: 1); }
-table ParamStream { version:int = 2 (id: 0); effects:[EffectRecord] (id: 1); text:string (id: 2);
-                    time:long = 0 (id: 3); }
-root_type ParamStream;
-"""
-
-
-def flatc_json(binary):
-    """The stream as JSON, read by flatc through the schema above."""
-    with open(path("stream.fbs"), "w") as f:
-        f.write(SCHEMA)
-    outdir = path("flatc")
-    os.makedirs(outdir, exist_ok=True)
-    subprocess.run([ARGS.flatc, "--json", "--strict-json", "--defaults-json", "--raw-binary", "-o", outdir,
-                    path("stream.fbs"), "--", path(binary)], check=True, capture_output=True)
-    with open(os.path.join(outdir, os.path.splitext(binary)[0] + ".json"), encoding="utf-8") as f:
-        return json.load(f)
 
 
 def case_process_speed():
@@ -397,24 +354,6 @@ def case_preset_round_trip():
     run("preset", "encode", "p2.json", "p2.bin")
     check(json.loads(run("preset", "decode", "p2.bin")[0]) == decoded, "second round trip differs")
 
-    if ARGS.flatc:
-        stream = flatc_json("p.bin")
-        check(stream["version"] == 2 and stream["text"] == preset["text"], stream)
-        check([e["type"] for e in stream["effects"]] == [4, 1, 4], stream)
-        p0 = stream["effects"][0]["params"][0]
-        check(p0["name"] == "Gain" and p0["script"] == "in*0.5", p0)
-        check(struct.unpack("<f", bytes(p0["value"]))[0] == -7.5, p0)
-        check(stream["effects"][1].get("params", []) == [], stream)
-        # A stream of a newer version cannot load: a processing failure with
-        # the library's status.
-        stream["version"] = 5
-        with open(path("v5.json"), "w", encoding="utf-8") as f:
-            json.dump(stream, f, ensure_ascii=False)
-        subprocess.run([ARGS.flatc, "--binary", "-o", ARGS.work, path("stream.fbs"), path("v5.json")],
-                       check=True, capture_output=True)
-        _, err = run("preset", "decode", "v5.bin", "v5-out.json", expect=1)
-        check("1000" in err and not os.path.exists(path("v5-out.json")), err)
-
     # The binary preset drives process exactly as the JSON one does.
     write_wav("in.wav", 44100, 2, noise(3000, 0.5, 11), "f32")
     run("process", "in.wav", "a.wav", "-p", "p.json", "--quiet")
@@ -428,24 +367,19 @@ def case_preset_round_trip():
 
 def case_error_exits():
     write_wav("in.wav", 44100, 2, noise(200, 0.5, 1), "f32")
-    with open(path("garbage.wav"), "wb") as f:
-        f.write(b"this is not sound at all" * 10)
-    with open(path("badparam.json"), "w") as f:
-        json.dump({"effects": [{"type": "amplifier", "params": {"Gian": 1}}]}, f)
-    with open(path("badtype.json"), "w") as f:
-        json.dump({"effects": [{"type": "amplifire"}]}, f)
-    with open(path("badkey.json"), "w") as f:
-        json.dump({"effects": [{"type": "amplifier", "parameters": {}}]}, f)
-    with open(path("broken.json"), "w") as f:
-        f.write('{"effects": [')
-    with open(path("strval.json"), "w") as f:
-        json.dump({"effects": [{"type": "amplifier", "params": {"Gain": "loud"}}]}, f)
-    with open(path("huge.json"), "w") as f:
-        f.write('{"effects": [{"type": "amplifier", "params": {"Gain": 1e300}}]}')
-    with open(path("overflow.json"), "w") as f:
-        f.write('{"effects": [{"type": "amplifier", "params": {"Gain": 1e400}}]}')
-    with open(path("memory.json"), "w") as f:
-        json.dump({"effects": [{"type": "amplifier", "scripts": {"Gain": "put(1e12, 1)\nget(-1e11)"}}]}, f)
+    files = {"garbage.wav": "this is not sound at all" * 10,
+             "badparam.json": '{"effects": [{"type": "amplifier", "params": {"Gian": 1}}]}',
+             "badtype.json": '{"effects": [{"type": "amplifire"}]}',
+             "badkey.json": '{"effects": [{"type": "amplifier", "parameters": {}}]}',
+             "broken.json": '{"effects": [',
+             "strval.json": '{"effects": [{"type": "amplifier", "params": {"Gain": "loud"}}]}',
+             "huge.json": '{"effects": [{"type": "amplifier", "params": {"Gain": 1e300}}]}',
+             "overflow.json": '{"effects": [{"type": "amplifier", "params": {"Gain": 1e400}}]}',
+             "memory.json": '{"effects": [{"type": "amplifier", "scripts": {"Gain": "put(1e12, 1)\\nget(-1e11)"}}]}',
+             "bom.json": '\ufeff{"effects": [{"type": "amplifier"}]}'}
+    for name, text in files.items():
+        with open(path(name), "w", encoding="utf-8") as f:
+            f.write(text)
     os.makedirs(path("adir.wav"))
     with open(path("in.wav"), "rb") as f:
         original = f.read()
@@ -455,7 +389,6 @@ def case_error_exits():
         (["process", "in.wav", "o.wav", "-e", "amplifire Gain=1"], 2, "unknown effect 'amplifire' (did you mean 'amplifier'?)"),
         (["process", "in.wav", "o.wav", "-e", "amplifier Gian=1"], 2, "has no parameter 'Gian' (did you mean 'Gain'?); its parameters are 'Gain'"),
         (["process", "in.wav", "o.wav", "-e", "amplifier Gain=nan"], 2, "Gain=nan is not a number that a parameter can hold"),
-        (["process", "in.wav", "o.wav", "-e", "amplifier Gain=1e40"], 2, "Gain=1e+40 is not a number that a parameter can hold"),
         (["process", "in.wav", "o.wav", "-p", "huge.json"], 2, "Gain=1e+300 is not a number that a parameter can hold"),
         (["process", "in.wav", "o.wav", "-p", "overflow.json"], 2, "overflow.json: a number is out of range"),
         (["process", "in.wav", "in.wav", "-e", "amplifier Gain=1"], 2, "'in.wav' is the input file"),
@@ -472,7 +405,6 @@ def case_error_exits():
         (["process", "in.wav", "o.wav", "-p", "badkey.json"], 2, "unknown key 'parameters'"),
         (["process", "in.wav", "o.wav", "-p", "broken.json"], 2, "not valid JSON"),
         (["process", "in.wav", "o.wav", "-p", "strval.json"], 2, "must be a number in real units"),
-        (["process", "in.wav", "o.wav", "-p", "nothere.json"], 2, "cannot open 'nothere.json'"),
         (["process", "in.wav", "o.mp9"], 2, "cannot tell the output format"),
         (["process", "in.wav", "o.wav", "-r", "no/such/dir"], 2, "resource root 'no/such/dir' is not a directory"),
         (["process", "in.wav", "o.wav", "--locale", "english"], 2, "locale 'english'"),
@@ -483,8 +415,6 @@ def case_error_exits():
         (["preset", "encode", "badparam.json", "o.bin"], 2, "no parameter 'Gian'"),
         (["preset", "decode", "garbage.wav", "o.json"], 2, "not a valid parameter stream"),
         (["script", "in*2"], 2, "--in is required"),
-        (["scramble", "missing.bin", "o.bin"], 2, "cannot open 'missing.bin'"),
-        (["scramble", "adir.wav", "o.bin"], 2, "'adir.wav' is a directory"),
         (["preset", "decode", "badparam.json", "adir.wav"], 2, "it is a directory"),
         (["frobnicate"], 2, ""),
     ]
@@ -502,8 +432,6 @@ def case_error_exits():
     with open(path("in.wav"), "rb") as f:
         check(f.read() == original, "the input file was changed")
     # A preset saved with a UTF-8 byte order mark is still JSON.
-    with open(path("bom.json"), "wb") as f:
-        f.write(b"\xef\xbb\xbf" + json.dumps({"effects": [{"type": "amplifier"}]}).encode())
     out, _ = run("process", "in.wav", "bom.wav", "-p", "bom.json")
     check("amplifier |" in out, out)
     # Names with spaces run up to their '='; quoted values; case-insensitive
@@ -514,10 +442,8 @@ def case_error_exits():
     _, err = run("process", "in.wav", "o.wav", "-e", "amplifier Gain=30", "--quiet")
     check("warning:" in err and "outside its range -96 to 18" in err, err)
     # Help works on every command.
-    for cmd in (["effects"], ["params"], ["process"], ["demo"], ["script"], ["response"], ["scramble"],
-                ["preset", "encode"], ["preset", "decode"]):
-        out, _ = run(*(cmd + ["--help"]))
-        check("Usage:" in out, "%s --help: %s" % (cmd, out))
+    for cmd in ("effects", "params", "process", "demo", "script", "response", "scramble", "preset encode"):
+        check("Usage:" in run(*(cmd.split() + ["--help"]))[0], cmd + " --help")
 
 
 def case_response():
@@ -526,16 +452,11 @@ def case_response():
     out, _ = run("response", "amp.json", "--out", "r.png", "--csv", "r.csv")
     check(png_size("r.png") == (960, 540), "default size %s" % (png_size("r.png"),))
     check("Quieter" in out, out)
-    want = 20 * math.log10(amplifier_gain(-6.0))
     with open(path("r.csv")) as f:
         lines = f.read().splitlines()
-    check(lines[0] == "frequency_hz,left_db,right_db", lines[0])
-    rows = [[float(v) for v in line.split(",")] for line in lines[1:]]
     # Bins 0 .. N/2 of a power-of-two transform of at least half a second.
-    check(len(rows) >= 12001 and ((len(rows) - 1) & (len(rows) - 2)) == 0, "%d rows" % len(rows))
-    check(abs(rows[-1][0] - 24000.0) < 1e-6, "last bin at %g Hz" % rows[-1][0])
-    worst = max(abs(v - want) for row in rows for v in row[1:])
-    check(worst < 1e-3, "flat -6 dB response off by %g dB" % worst)
+    check(lines[0] == "frequency_hz,left_db,right_db" and len(lines) - 1 >= 12001 and
+          ((len(lines) - 2) & (len(lines) - 3)) == 0, "%d rows: %s" % (len(lines) - 1, lines[0]))
     run("response", "amp.json", "--out", "m.png", "--rate", "44100", "--channels", "1", "--width", "640",
         "--height", "400")
     check(png_size("m.png") == (640, 400), "custom size %s" % (png_size("m.png"),))
@@ -654,28 +575,17 @@ def case_headphone():
     run("--rooms", "missing-dir", "process", "mono.wav", "bad.wav", "-e", "headphone", expect=2)
 
 
-def case_demo():
-    out, _ = run("demo", "--out", "demo-out")
-    for name in ("input.wav", "output.wav", "headphone.wav", "response.png"):
-        check(os.path.exists(path(os.path.join("demo-out", name))), name + " missing")
-    rate, channels, kind, x = read_wav("demo-out/input.wav")
-    check((rate, channels, kind, len(x)) == (44100, 2, "s16", 882000), "input %s" % ((rate, channels, kind, len(x)),))
-    check(abs(max(abs(v) for v in x) - 0.708 * 32767) < 40, "input peak %d" % max(abs(v) for v in x))
-    rate, channels, kind, y = read_wav("demo-out/output.wav")
-    check(rate == 44100 and kind == "s16" and len(y) >= channels * 441000, "output %s" % ((rate, channels, kind, len(y)),))
-    rate, channels, kind, h = read_wav("demo-out/headphone.wav")
-    check((rate, channels) == (44100, 2) and len(h) >= 2 * 441000, "headphone %s" % ((rate, channels, len(h)),))
-    check(max(abs(v) for v in h) > 3000, "the headphone render is silent")
-    check(png_size("demo-out/response.png") == (960, 540), "response size")
-    check("frames 441000 ->" in out and "wrote demo-out/input.wav" in out, out)
-
-
 def case_reverb_preset():
     """The reverb preset on the demo music: the dry path comes through at
     the preset's gains (-3 dB, then the limiter's -1 dB output, behind its
     220 frames of look-ahead), and the room adds an audible wet signal
     without clipping."""
-    run("demo", "--out", "demo-out")
+    out, _ = run("demo", "--out", "demo-out")
+    for name in ("input.wav", "output.wav", "headphone.wav", "response.png"):
+        check(os.path.exists(path(os.path.join("demo-out", name))), name + " missing")
+    check("frames 441000 ->" in out and "wrote demo-out/input.wav" in out, out)
+    _, _, _, h = read_wav("demo-out/headphone.wav")
+    check(max(abs(v) for v in h) > 3000, "the headphone render is silent")
     run("process", "demo-out/input.wav", "hall.wav", "--preset",
         os.path.join(ARGS.source, "presets", "reverb.json"))
     _, _, _, x = read_wav("demo-out/input.wav")
@@ -912,73 +822,6 @@ def case_eq_import():
 
 # ---- PipeWire filter chains ------------------------------------------------
 
-def spa_json(text):
-    """Parses PipeWire's relaxed JSON: bare words for keys and values,
-    '=' or ':' between key and value, optional commas, '#' comments, and a
-    top level that may be an object without braces."""
-    tokens, i = [], 0
-    while i < len(text):
-        c = text[i]
-        if c.isspace() or c in ",=:":
-            i += 1
-        elif c == "#":
-            end = text.find("\n", i)
-            i = len(text) if end < 0 else end
-        elif c in "{}[]":
-            tokens.append(c)
-            i += 1
-        elif c == '"':
-            j, out = i + 1, ""
-            while text[j] != '"':
-                if text[j] == "\\":
-                    j += 1
-                out += text[j]
-                j += 1
-            tokens.append(("s", out))
-            i = j + 1
-        else:
-            j = i
-            while j < len(text) and not text[j].isspace() and text[j] not in '{}[]=:,#"':
-                j += 1
-            tokens.append(("w", text[i:j]))
-            i = j
-    pos = [0]
-
-    def value():
-        t = tokens[pos[0]]
-        pos[0] += 1
-        if t == "{":
-            return members("}")
-        if t == "[":
-            items = []
-            while tokens[pos[0]] != "]":
-                items.append(value())
-            pos[0] += 1
-            return items
-        check(isinstance(t, tuple), "unexpected %r in the configuration" % (t,))
-        if t[0] == "w":
-            try:
-                return float(t[1])
-            except ValueError:
-                return {"true": True, "false": False, "null": None}.get(t[1], t[1])
-        return t[1]
-
-    def members(end):
-        obj = {}
-        while pos[0] < len(tokens) and tokens[pos[0]] != end:
-            key = tokens[pos[0]]
-            check(isinstance(key, tuple), "a key is expected, not %r" % (key,))
-            pos[0] += 1
-            obj[key[1]] = value()
-        pos[0] += 1
-        return obj
-
-    if tokens and tokens[0] == "{":
-        pos[0] = 1
-        return members("}")
-    return members(None)
-
-
 def control_symbol(name):
     """The LV2 symbol of a parameter: lower case, each run of other
     characters one '_', none at the end, "p_" before a leading digit."""
@@ -1008,46 +851,40 @@ def lv2_port_symbols():
 
 
 def case_pipewire():
+    """The shipped filter chains name only plugins, controls, ports and
+    values that exist (in the tool's catalogue and, when built, the LV2
+    bundle), and link every node to the next on both channels."""
     catalogue = {}
     bundle = lv2_port_symbols()
+    node_re = re.compile(r'\{\s*type\s*=\s*lv2\s+name\s*=\s*(\w+)\s+plugin\s*=\s*"urn:ondrel:([\w-]+)"'
+                         r'(?:\s+control\s*=\s*\{([^}]*)\})?')
     for conf in ("ondrel-eq.conf", "ondrel-eq-headphone.conf"):
         with open(os.path.join(ARGS.source, "docs", "pipewire", conf)) as f:
-            root = spa_json(f.read())
-        modules = [m for m in root["context.modules"] if m["name"] == "libpipewire-module-filter-chain"]
-        check(len(modules) == 1, "%s: %d filter-chain modules" % (conf, len(modules)))
-        args = modules[0]["args"]
-        check(args["capture.props"]["media.class"] == "Audio/Sink", conf + ": not an output device")
-        graph = args["filter.graph"]
-        names = []
-        for node in graph["nodes"]:
-            check(node["type"] == "lv2" and node["plugin"].startswith("urn:ondrel:"), "%s: node %r" % (conf, node))
-            short = node["plugin"][len("urn:ondrel:"):]
+            text = re.sub(r"#[^\n]*", "", f.read())
+        check(text.count("libpipewire-module-filter-chain") == 1 and "media.class = Audio/Sink" in text,
+              conf + ": not one filter chain on an output device")
+        nodes = node_re.findall(text)
+        check(nodes and len(nodes) == len(re.findall(r"type\s*=\s*lv2", text)), "%s: nodes %r" % (conf, nodes))
+        for name, short, controls in nodes:
             if short not in catalogue:
                 out, _ = run("params", short, "--json")
                 catalogue[short] = {control_symbol(p["name"]): p for p in json.loads(out)["params"]}
-            for symbol, v in node.get("control", {}).items():
-                check(symbol in catalogue[short], "%s: %s has no control %r; it has %s" %
-                      (conf, short, symbol, sorted(catalogue[short])))
-                p = catalogue[short][symbol]
-                check(p["min"] <= v <= p["max"], "%s: %s %s=%g outside %g..%g" % (conf, short, symbol, v, p["min"], p["max"]))
-            names.append(node["name"])
-        ports = [l["output"] for l in graph["links"]] + [l["input"] for l in graph["links"]] + graph["inputs"] + graph["outputs"]
-        plugins = {n["name"]: n["plugin"][len("urn:ondrel:"):] for n in graph["nodes"]}
-        for port in ports:
-            node, symbol = port.split(":")
-            check(node in names, "%s: port %s of no node" % (conf, port))
-            if bundle is not None:
-                check(symbol in bundle.get(plugins[node], set()), "%s: %s has no port %r" % (conf, plugins[node], symbol))
-        for n in graph["nodes"]:
-            for symbol in n.get("control", {}):
-                if bundle is not None:
-                    check(symbol in bundle.get(plugins[n["name"]], set()), "%s: %s has no LV2 port %r" % (conf, n["plugin"], symbol))
-        # The chain runs from the first node to the last, through every one.
-        check([p.split(":")[0] for p in graph["inputs"]] == [names[0]] * 2 and
-              [p.split(":")[0] for p in graph["outputs"]] == [names[-1]] * 2, conf + ": ends")
-        for a, b in zip(names, names[1:]):
-            check(sum(1 for l in graph["links"] if l["output"].startswith(a + ":") and l["input"].startswith(b + ":")) == 2,
-                  "%s: %s is not linked to %s on both channels" % (conf, a, b))
+            for symbol, v in re.findall(r'"([^"]+)"\s*=\s*(-?[\d.]+)', controls):
+                p = catalogue[short].get(symbol)
+                check(p is not None, "%s: %s has no control %r" % (conf, short, symbol))
+                check(p["min"] <= float(v) <= p["max"], "%s: %s %s=%s outside its range" % (conf, short, symbol, v))
+                check(bundle is None or symbol in bundle.get(short, ()), "%s: no LV2 port %s of %s" % (conf, symbol, short))
+        names = [n[0] for n in nodes]
+        plugins = {n[0]: n[1] for n in nodes}
+        links = re.findall(r'output\s*=\s*"(\w+):out_([12])"\s+input\s*=\s*"(\w+):in_([12])"', text)
+        want = [(a, ch, b, ch) for a, b in zip(names, names[1:]) for ch in "12"]
+        check(sorted(links) == sorted(want), "%s: links %r, want %r" % (conf, links, want))
+        check(re.search(r'inputs\s*=\s*\[\s*"%s:in_1"\s+"%s:in_2"\s*\]' % (names[0], names[0]), text) and
+              re.search(r'outputs\s*=\s*\[\s*"%s:out_1"\s+"%s:out_2"\s*\]' % (names[-1], names[-1]), text),
+              conf + ": the chain does not run from the first node to the last")
+        for port in ("in_1", "in_2", "out_1", "out_2"):
+            for name in names:
+                check(bundle is None or port in bundle.get(plugins[name], ()), "%s: %s has no port %s" % (conf, name, port))
     check({"eq10", "limiter", "headphone"} <= set(catalogue), sorted(catalogue))
 
 
@@ -1060,12 +897,9 @@ def main():
     parser.add_argument("--tool", required=True)
     parser.add_argument("--work", required=True)
     parser.add_argument("--source", required=True)
-    parser.add_argument("--flatc", default="")
     parser.add_argument("case", choices=sorted(CASES))
     ARGS = parser.parse_args()
     ARGS.tool = os.path.abspath(ARGS.tool)
-    if ARGS.flatc and not os.path.exists(ARGS.flatc):
-        ARGS.flatc = ""
     shutil.rmtree(ARGS.work, ignore_errors=True)
     os.makedirs(ARGS.work)
     try:

@@ -11,8 +11,8 @@
 #include <cmath>
 #include <vector>
 
-#include "effects/dfx/tone_util.h"
 #include "effects/effect_test_util.h"
+#include "effects/tone_util.h"
 
 namespace {
 
@@ -46,31 +46,6 @@ std::vector<float> Impulse(int frames, int channels, std::vector<float> first) {
   std::vector<float> x(static_cast<size_t>(frames * channels), 0.0f);
   for (int c = 0; c < channels; ++c) x[static_cast<size_t>(c)] = first[static_cast<size_t>(c)];
   return x;
-}
-
-TEST_F(EffectTest, DfxTablesNamesAndBypass) {
-  const std::vector<float> in = TestSignal(5000, 2, 44100.0f);
-  char buf[64];
-  for (const TypeRow& row : kTypes) {
-    AEffect* fx = NewEffect(row.type);
-    ASSERT_NE(fx, nullptr);
-    ExpectParams(*fx->object, {{row.param, 0.0f, 0.0f, row.max, row.display}});
-    fx->dispatcher(fx, ONDREL_OP_GET_PARAM_LABEL, 0, 0, buf, 0.0f);
-    EXPECT_STREQ(buf, row.zhName);
-    EXPECT_STREQ(fx->object->GetEffectName(buf), row.zhName);
-    EXPECT_EQ(fx->object->GetBlockSize(), 512);
-    EXPECT_EQ(static_cast<IOndrel2*>(fx->object)->GetLatency(), 0);
-
-    // Amount 0: untouched, and a flushed stream keeps its length.
-    const StreamResult off = RunStream(fx, 44100.0f, 2, in);
-    EXPECT_EQ(off.status, 0);
-    EXPECT_EQ(FirstDifference(off.output, in), in.size()) << row.param;
-
-    const StreamResult on = RunStream(NewEffect(row.type, {{row.param, row.on}}), 44100.0f, 2, in);
-    EXPECT_EQ(on.status, 0);
-    EXPECT_EQ(on.output.size(), in.size()) << row.param;
-    EXPECT_LT(FirstDifference(on.output, in), in.size()) << row.param;
-  }
 }
 
 TEST_F(EffectTest, Dfx3dSurroundPassesMidAndHighPassesDelayedSide) {

@@ -18,8 +18,6 @@ namespace ONDREL2 {
 namespace HEADPHONE {
 namespace {
 
-using ondrel_test::ParamRow;
-
 // ---- Rooms served from memory ---------------------------------------------
 
 struct Served {
@@ -109,46 +107,6 @@ std::vector<float> Noise(int frames, int channels, float level, unsigned seed) {
 }
 
 // ---- Tests -----------------------------------------------------------------
-
-TEST_F(HeadphoneTest, TableNamesAndFormat) {
-  HeadphoneEffect fx;
-  ondrel_test::ExpectParams(fx, {{"RoomType", 1.0f, 2.0f, 3.99999905f, "LiveRoom"}});
-  char buf[64] = "untouched";
-  for (const auto& [room, word] : std::map<float, const char*>{
-           {1.0f, "ReferenceRoom"}, {2.9f, "LiveRoom"}, {3.5f, "MovieTheater"}}) {
-    fx.SetParam(0, room);
-    fx.GetParamDisplay(0, buf);
-    EXPECT_STREQ(buf, word);
-  }
-  std::strcpy(buf, "untouched");
-  fx.SetParam(0, 4.0f);
-  fx.GetParamDisplay(0, buf);
-  EXPECT_STREQ(buf, "untouched");
-  fx.GetParamLabel(0, buf);
-  EXPECT_STREQ(buf, "RoomType");
-  fx.GetEffectName(buf);
-  EXPECT_STREQ(buf, "Super Head Phone");
-  EXPECT_EQ(fx.GetBlockSize(), 1024);
-  EXPECT_EQ(fx.GetLatency(), 0);
-
-  // Stereo out whatever comes in; a whole block comes back in the same call.
-  for (int channels : {1, 2, 6, 8}) {
-    AEffect* h = NewHeadphone();
-    void* inst = ondrel_create_inst();
-    ASSERT_EQ(ondrel_setup_input(inst, channels, 0), 0);
-    ASSERT_EQ(ondrel_set_samplerate(inst, 44100.0f), 0);
-    ASSERT_EQ(ondrel_set_params(inst, &h, 1), 0);
-    int out = 0;
-    uint64_t layout = 0;
-    ondrel_get_out_chns(inst, &out, &layout);
-    EXPECT_EQ(out, 2) << channels;
-    std::vector<float> in(static_cast<size_t>(1024 * channels), 0.25f);
-    int available = 0;
-    ASSERT_EQ(ondrel_processf_input(inst, in.data(), static_cast<int>(in.size()), &available), 0);
-    EXPECT_EQ(available, 2 * 1024) << channels;
-    ondrel_destroy_inst(inst);
-  }
-}
 
 // All 22 files random: the rendered 5.1 stream equals the linear
 // convolution of each speaker with its direct response plus the speaker
@@ -276,60 +234,6 @@ TEST_F(HeadphoneTest, RemixMatrices) {
   EXPECT_EQ(six.remixer, nullptr);
   EXPECT_FALSE(nine.Init(44100, 9));
   EXPECT_EQ(nine.remixer, nullptr);
-}
-
-// Unit impulses in single files route the input exactly: a centre-only
-// signal reaches both ears alike, stereo spreads as its matrix says, and a
-// tail file hears the speaker sum one block late.
-TEST_F(HeadphoneTest, ImpulseRoutes) {
-  const int frames = 5000;
-  const std::vector<float> mono = Noise(frames, 1, 0.3f, 3);
-  Serve("LiveRoom/FC_L.data", Impulse(1.0f));
-  Serve("LiveRoom/FC_R.data", Impulse(1.0f));
-  std::vector<float> out = Render(NewHeadphone(), 1, mono);
-  ASSERT_GE(out.size(), static_cast<size_t>(2 * frames));
-  for (int n = 0; n + kLimiterDelay < frames; ++n) {
-    const size_t at = static_cast<size_t>(2 * (n + kLimiterDelay));
-    ASSERT_EQ(out[at], out[at + 1]) << n;
-    ASSERT_NEAR(out[at], kPathGain * mono[static_cast<size_t>(n)], 1e-6) << n;
-  }
-
-  // Stereo, left only: each speaker's share of the left input.
-  const std::vector<float> left = Noise(frames, 1, 0.3f, 5);
-  std::vector<float> stereo(2 * static_cast<size_t>(frames), 0.0f);
-  for (int n = 0; n < frames; ++n)
-    stereo[2 * static_cast<size_t>(n)] = left[static_cast<size_t>(n)];
-  const std::map<std::string, double> share = {
-      {"FL", 1.0}, {"FR", 0.0}, {"FC", 0.70710677}, {"BL", 0.9}, {"BR", 0.4}};
-  for (const auto& [name, gain] : share) {
-    g_served.files.clear();
-    Serve("LiveRoom/" + name + "_L.data", Impulse(1.0f));
-    out = Render(NewHeadphone(), 2, stereo);
-    double worst = 0.0;
-    for (int n = 0; n + kLimiterDelay < frames; ++n)
-      worst = std::max(worst, std::fabs(out[static_cast<size_t>(2 * (n + kLimiterDelay))] -
-                                        kPathGain * gain * left[static_cast<size_t>(n)]));
-    EXPECT_LT(worst, 1e-6) << name;
-  }
-
-  // Tail block 0 of the right ear: the speaker sum 1024 frames later; block 5
-  // 6144 frames later.
-  for (int p : {0, 5}) {
-    g_served.files.clear();
-    Serve("LiveRoom/" + std::to_string(p) + "R.data", Impulse(0.5f));
-    const int delay = (p + 1) * 1024 + kLimiterDelay;
-    const int longer = frames + 6144;
-    std::vector<float> x = Noise(longer, 1, 0.3f, 9);
-    out = Render(NewHeadphone(), 1, x);
-    ASSERT_GE(out.size(), static_cast<size_t>(2 * longer));
-    double worst = 0.0;
-    for (int n = 0; n < longer; ++n) {
-      const double want = n >= delay ? 0.5 * kPathGain * x[static_cast<size_t>(n - delay)] : 0.0;
-      worst = std::max(worst, std::fabs(out[static_cast<size_t>(2 * n + 1)] - want));
-      ASSERT_EQ(out[static_cast<size_t>(2 * n)], 0.0f);
-    }
-    EXPECT_LT(worst, 1e-6) << p;
-  }
 }
 
 // Without room files the effect renders silence, not the dry signal; a

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "effects/effect_test_util.h"
-#include "effects/tone_fit.h"
+#include "effects/tone_util.h"
 
 namespace {
 
@@ -57,14 +57,14 @@ TEST(HyperBass, MagnitudeFollowsTheLowBandAndTheTiltDesignedForAtLeast44100) {
           NewEffect(ONDREL2::EFFECT_HYPERBASS,
                     {{"Selectivity", c.selectivity}, {"Gain", c.gain}, {"Ratio", c.ratio}});
       const int frames = 24000;
-      const std::vector<float> in = Tone(frames, 2, hz / c.rate, 0.1);
+      const std::vector<float> in = Tone(frames, 2, 1.0, hz / c.rate, 0.1);
       const StreamResult r = RunStream(fx, c.rate, 2, in);
       ASSERT_EQ(r.status, 0);
       ASSERT_EQ(r.output.size(), in.size());
       const double want = ModelMagnitude(hz, c.rate, std::max(44100.0, static_cast<double>(c.rate)),
                                          c.selectivity, c.gain, c.ratio);
       for (int ch = 0; ch < 2; ++ch) {
-        const double got = ToneAmplitude(r.output, 2, ch, 12000, 12000, hz / c.rate) / 0.1;
+        const double got = ToneAmplitude(r.output, 2, ch, 12000, 12000, 1.0, hz / c.rate) / 0.1;
         EXPECT_NEAR(20.0 * std::log10(got), 20.0 * std::log10(want), 0.02)
             << "rate " << c.rate << " hz " << hz << " channel " << ch;
       }

@@ -27,16 +27,6 @@ std::unique_ptr<soundtouch::SoundTouch> Engine(int channels, unsigned rate, doub
   return st;
 }
 
-TEST_F(PitchShifterTest, TableAndNames) {
-  PITCHSHIFTER::PitchShifterEffect fx;
-  ondrel_test::ExpectParams(fx, {{"Key", -12.0f, 0.0f, 12.0f, "0"}});
-  char buf[64];
-  EXPECT_STREQ(fx.GetEffectName(buf), "变调器");
-  fx.SetParam(0, -2.5f);
-  fx.GetParamDisplay(0, buf);
-  EXPECT_STREQ(buf, "-2.5");
-}
-
 TEST_F(PitchShifterTest, MatchesSoundTouchBlockByBlockAndRestartsOnChange) {
   const int channels = 2, blocks = 40, changeAt = 17;
   const std::vector<float> in = ondrel_test::TestSignal(blocks * kBlock, channels, 44100.0f);

@@ -28,14 +28,6 @@ struct Sampler : EffectTest {
   const std::vector<float> loop = {0.25f, -0.5f, 0.125f, 0.75f};
 };
 
-TEST_F(Sampler, TableAndNames) {
-  SAMPLER::SamplerEffect fx;
-  ExpectParams(fx, {{"Audio File", 0, -1, 1, "-1"}, {"Gain", -96, 0, 12, "+0.0 dB"}});
-  char buf[256];
-  fx.GetEffectName(buf);
-  EXPECT_STREQ(buf, "采样器");
-}
-
 // A two-frame file repeats across every block and host call size, on top
 // of the input, scaled by the gain; a scrambled copy plays the same and
 // leaves no clear copy behind.

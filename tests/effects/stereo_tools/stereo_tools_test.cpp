@@ -19,51 +19,6 @@ using ondrel_test::TestSignal;
 
 struct StereoToolsTest : ondrel_test::EffectTest {};
 
-std::string NameOf(AudioEffect& fx) {
-  char buf[128] = {};
-  fx.GetEffectName(buf);
-  return buf;
-}
-
-TEST_F(StereoToolsTest, TablesNamesAndLabels) {
-  PANNER::PannerEffect panner;
-  ondrel_test::ExpectParams(panner, {{"Cross", 0, 1, kSwitchMax, "是"},
-                                     {"Left/Right", -1, 0, 1, "0"},
-                                     {"Front/Back", -1, 0, 1, "0"},
-                                     {"Up/Down", -1, 0, 1, "0"}});
-  ROTATOR::RotatorEffect rotator;
-  ondrel_test::ExpectParams(
-      rotator, {{"Speed", -180, 45, 180, "+45.0°/s"}, {"Offset", -180, 0, 180, "+0.0°"}});
-  MONO2DUAL::Mono2DualEffect m2d;
-  ondrel_test::ExpectParams(m2d, {{"Mute Right", 0, 0, kSwitchMax, "否"}});
-  STEREO_ENHANCER::StereoEnhancerEffect enhancer;
-  ondrel_test::ExpectParams(enhancer,
-                            {{"Width", 0, 100, 400, "100%"}, {"Center", 0, 100, 400, "100%"}});
-
-  EXPECT_EQ(panner.GetEffectType(), EFFECT_PANNER);
-  EXPECT_EQ(rotator.GetEffectType(), EFFECT_ROTATOR);
-  EXPECT_EQ(m2d.GetEffectType(), EFFECT_MONO2DUAL);
-  EXPECT_EQ(enhancer.GetEffectType(), EFFECT_STEREO_ENHANCER);
-  EXPECT_EQ(NameOf(panner), "摆位器");
-  EXPECT_EQ(NameOf(m2d), "单声道转双通道");
-  char label[128] = {};
-  enhancer.GetParamLabel(1, label);
-  EXPECT_STREQ(label, "中心度");
-  ondrel_set_locale("zh", "TW");
-  EXPECT_EQ(NameOf(enhancer), "立體聲加強");
-  enhancer.GetParamLabel(0, label);
-  EXPECT_STREQ(label, "寬度");
-  ondrel_set_locale("ja", "JP");
-  EXPECT_EQ(NameOf(rotator), "回転");
-  rotator.GetParamLabel(1, label);
-  EXPECT_STREQ(label, "オフセット");
-  ondrel_set_locale("en", "US");
-  EXPECT_EQ(NameOf(m2d), "Mono to Dual");
-  m2d.GetParamLabel(0, label);
-  EXPECT_STREQ(label, "Mute Right");
-  ondrel_set_locale("zh", "CN");
-}
-
 // Pan law: with pan p, the far side is faded by 1 - |p|; with Cross on the
 // faded part moves to the near side, normalised by 1 + |p|.
 TEST_F(StereoToolsTest, PannerFollowsThePanLawOnPairsOnly) {

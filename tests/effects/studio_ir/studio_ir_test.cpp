@@ -70,20 +70,6 @@ struct StudioIr : EffectTest {
   ResourceRoot root;
 };
 
-TEST_F(StudioIr, TableNamesAndFormat) {
-  STUDIO_IR::StudioIrEffect fx;
-  ExpectParams(fx, {{"IR File", 0, -1, 1, "-1"},  // binary: no float view
-                    {"Trim", -100, -100, -20, "-100.0 dB"},
-                    {"Fade", 0, 0, 1000, "0.0 ms"}});
-  char buf[256];
-  fx.GetParamLabel(0, buf);
-  EXPECT_STREQ(buf, "脉冲文件");
-  fx.GetEffectName(buf);
-  EXPECT_STREQ(buf, "脉冲响应");
-  EXPECT_EQ(fx.GetBlockSize(), 511);
-  EXPECT_EQ(fx.GetScriptVersion(), 3);
-}
-
 // Every file width against a direct convolution of its channels: channel 0
 // left to left, 1 right to right, 2 right to left, 3 left to right; a mono
 // file on both sides, a stereo file without crosstalk.
@@ -186,30 +172,6 @@ TEST_F(StudioIr, TrimsAndFadesTheTail) {
     if (k < 2000) want = k <= 2000 - ramp ? 0.5 : 0.5 * (2000 - k) / ramp;
     ASSERT_NEAR(resp[k], want, 1e-5) << k;
   }
-}
-
-// A scrambled file loads through its clear copy, which is gone afterwards;
-// a scrambled file that is no wave passes the audio and leaves nothing.
-TEST_F(StudioIr, ScrambledFilesLeaveNoClearCopy) {
-  std::vector<float> ir(2 * 600, 0.0f);
-  ir[2 * 10] = 0.5f;
-  ir[2 * 20 + 1] = -0.25f;
-  root.WriteWave("hall.wav", 44100, 2, ir);
-  root.Scramble("hall.wav");
-  const std::vector<float> x = TestSignal(3000, 2, 44100.0f);
-  StreamResult r = RunStream(NewIr("hall.wav"), 44100.0f, 2, x);
-  ASSERT_EQ(r.status, 0);
-  for (int n = 0; n + kLatency + 20 < 3000; ++n) {
-    ASSERT_NEAR(r.output[2 * n], 0.5f * x[2 * (n + kLatency - 10)], 1e-5) << n;
-    ASSERT_NEAR(r.output[2 * n + 1], -0.25f * x[2 * (n + kLatency - 20) + 1], 1e-5) << n;
-  }
-  EXPECT_TRUE(root.ClearCopies().empty());
-
-  ASSERT_TRUE(WriteBytes(root.File("junk.wav"), std::vector<uint8_t>(5000, 0x5A)));
-  r = RunStream(NewIr("junk.wav"), 44100.0f, 2, x);
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(FirstDifference(r.output, x), x.size());
-  EXPECT_TRUE(root.ClearCopies().empty());
 }
 
 // Files that cannot serve give the dry signal: missing, truncated behind a

@@ -46,27 +46,6 @@ double HighPass(double f, double fc) {
   return std::pow(r, 4) / (1.0 + std::pow(r, 4));
 }
 
-TEST_F(TwoToSixTest, SixChannelsOutAndTable) {
-  TWOTOSIX::TwotoSix fx;
-  ondrel_test::ExpectParams(fx, {{"Enabled", 0, 0, kSwitchMax, "否"}});
-  EXPECT_EQ(fx.GetBlockSize(), 1024);
-  EXPECT_EQ(fx.GetEffectType(), EFFECT_TWO_TO_SIX);
-
-  for (uint64_t mask : {uint64_t{0}, uint64_t{0x3}}) {
-    AEffect* h = ondrel_test::NewEffect(EFFECT_TWO_TO_SIX);
-    void* inst = ondrel_create_inst();
-    ASSERT_EQ(ondrel_setup_input(inst, 2, mask), 0);
-    ASSERT_EQ(ondrel_set_params(inst, &h, 1), 0);
-    int channels = 0;
-    uint64_t layout = 99;
-    ondrel_get_out_chns(inst, &channels, &layout);
-    EXPECT_EQ(channels, 6);
-    // The output keeps the host's mask; 0 stands for 5.1 at six channels.
-    EXPECT_EQ(layout, mask);
-    ondrel_destroy_inst(inst);
-  }
-}
-
 TEST_F(TwoToSixTest, CrossoversMatchTheClosedForm) {
   const int frames = 44100;
   for (double f : {40.0, 70.0, 120.0, 300.0, 1000.0, 10000.0}) {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "effects/effect_test_util.h"
-#include "effects/tone_fit.h"
+#include "effects/tone_util.h"
 
 namespace {
 
@@ -39,19 +39,19 @@ TEST(VirtualBass, LowBandBecomesHarmonicsAboveTheCrossoverAndTopPasses) {
   // 100 Hz under a 250 Hz crossover: the high band drops it (level 0 leaves
   // the high band alone), and the harmonics bring its third harmonic inside
   // the 250 to 1000 Hz band.
-  const std::vector<float> bass = Tone(frames, 2, 100.0 / kRate, 0.5);
+  const std::vector<float> bass = Tone(frames, 2, 1.0, 100.0 / kRate, 0.5);
   const StreamResult highOnly =
       RunStream(NewEffect(EFFECT_VBASS, {{"Effect level", 0.0f}}), kRate, 2, bass);
   const StreamResult b = RunStream(NewEffect(EFFECT_VBASS), kRate, 2, bass);
   ASSERT_EQ(b.status, 0);
-  EXPECT_LT(ToneAmplitude(highOnly.output, 2, 0, from, count, 100.0 / kRate), 0.5 * 0.05);
-  EXPECT_LT(ToneAmplitude(highOnly.output, 2, 0, from, count, 300.0 / kRate), 1e-4);
-  EXPECT_GT(ToneAmplitude(b.output, 2, 0, from, count, 300.0 / kRate), 0.005);
+  EXPECT_LT(ToneAmplitude(highOnly.output, 2, 0, from, count, 1.0, 100.0 / kRate), 0.5 * 0.05);
+  EXPECT_LT(ToneAmplitude(highOnly.output, 2, 0, from, count, 1.0, 300.0 / kRate), 1e-4);
+  EXPECT_GT(ToneAmplitude(b.output, 2, 0, from, count, 1.0, 300.0 / kRate), 0.005);
 
   // 5 kHz passes the high-pass sections at about unity and makes no low band.
-  const std::vector<float> top = Tone(frames, 2, 5000.0 / kRate, 0.5);
+  const std::vector<float> top = Tone(frames, 2, 1.0, 5000.0 / kRate, 0.5);
   const StreamResult t = RunStream(NewEffect(EFFECT_VBASS), kRate, 2, top);
-  EXPECT_NEAR(ToneAmplitude(t.output, 2, 1, from, count, 5000.0 / kRate), 0.5, 0.5 * 0.01);
+  EXPECT_NEAR(ToneAmplitude(t.output, 2, 1, from, count, 1.0, 5000.0 / kRate), 0.5, 0.5 * 0.01);
 }
 
 }  // namespace

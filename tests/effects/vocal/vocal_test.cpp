@@ -56,15 +56,6 @@ double Measured(double f, float rate, float vocal) {
   return std::hypot((ys * cc - yc * sc) / det, (yc * ss - ys * sc) / det) / 0.25;
 }
 
-TEST_F(VocalTest, TableAndNames) {
-  VOCAL::VocalEffect fx;
-  ondrel_test::ExpectParams(fx, {{"Vocal", 0, 12.6999998f, 127, "12.7"}});
-  char buf[64] = {};
-  fx.GetEffectName(buf);
-  EXPECT_STREQ(buf, "清澈人声");
-  EXPECT_EQ(fx.GetEffectType(), EFFECT_VOCAL);
-}
-
 TEST_F(VocalTest, MagnitudeMatchesClosedFormWithBandsAboveNyquistBypassed) {
   struct Case {
     float rate, vocal;

@@ -1,10 +1,10 @@
-// Steady tones for the enhancer tests: interleaved sines and the amplitude
-// of one frequency in one channel, by projection on sine and cosine over a
-// stretch of whole periods.
+// Steady tones for the effect tests: interleaved sines, the amplitude of one
+// frequency in one channel, and closed-form second-order responses.
 #pragma once
 
 #include <cmath>
 #include <complex>
+#include <cstddef>
 #include <vector>
 
 namespace ondrel_test {
@@ -25,17 +25,19 @@ inline std::vector<float> Tone(int frames, int channels, double rate, double hz,
   return x;
 }
 
-// Amplitude of `hz` in channel `c` of `x` over `count` frames from `from`;
-// `count` should span whole periods.
-inline double ToneAmplitude(const std::vector<float>& x, int channels, int c, int from, int count,
-                            double rate, double hz) {
-  double s = 0.0, k = 0.0;
-  for (int n = from; n < from + count; ++n) {
-    const double v = x[static_cast<size_t>(n * channels + c)];
-    s += v * std::sin(2.0 * kTestPi * hz * n / rate);
-    k += v * std::cos(2.0 * kTestPi * hz * n / rate);
+// Amplitude of `hz` in channel `c` of `x` over `count` frames from `from`,
+// by least squares on a sine and a cosine (exact over whole periods).
+inline double ToneAmplitude(const std::vector<float>& x, int channels, int c, size_t from,
+                            size_t count, double rate, double hz) {
+  double ss = 0, sc = 0, cc = 0, xs = 0, xc = 0;
+  for (size_t n = from; n < from + count; ++n) {
+    const double ph = 2.0 * kTestPi * hz * static_cast<double>(n) / rate;
+    const double s = std::sin(ph), k = std::cos(ph);
+    const double v = x[n * static_cast<size_t>(channels) + static_cast<size_t>(c)];
+    ss += s * s, sc += s * k, cc += k * k, xs += v * s, xc += v * k;
   }
-  return 2.0 * std::hypot(s, k) / count;
+  const double det = ss * cc - sc * sc;
+  return std::hypot((xs * cc - xc * sc) / det, (xc * ss - xs * sc) / det);
 }
 
 // Response at `hz` of a second-order section with real coefficients (a0 = 1).
