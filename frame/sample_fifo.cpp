@@ -227,14 +227,7 @@ int SampleFifo::PutInterleaved16(const int16_t* buffer, int samples) {
   for (int done = 0; done < frames;) {
     const int run = std::min(frames - done, capacity - writePos);
     const int16_t* src = buffer + static_cast<size_t>(done) * static_cast<size_t>(channels);
-    if (channels == 1) {
-      Int16ToFloat(src, buffers[0] + writePos, run);
-    } else if (channels == 2) {
-      Int16ToFloat2(src, buffers[0] + writePos, buffers[1] + writePos, run);
-    } else {
-      for (int c = 0; c < channels; ++c)
-        Int16ToFloatStrided(src + c, channels, buffers[c] + writePos, run);
-    }
+    Deinterleave16(src, channels, run, buffers, writePos);
     done += run;
     AdvanceWrite(run);
   }
@@ -248,21 +241,14 @@ int SampleFifo::PutInterleavedFloat(const float* buffer, int samples) {
   for (int done = 0; done < frames;) {
     const int run = std::min(frames - done, capacity - writePos);
     const float* src = buffer + static_cast<size_t>(done) * static_cast<size_t>(channels);
-    if (channels == 1) {
-      FiniteCopy(src, buffers[0] + writePos, run);
-    } else if (channels == 2) {
-      FiniteCopy2(src, buffers[0] + writePos, buffers[1] + writePos, run);
-    } else {
-      for (int c = 0; c < channels; ++c)
-        FiniteCopyStrided(src + c, channels, buffers[c] + writePos, run);
-    }
+    DeinterleaveFloat(src, channels, run, buffers, writePos);
     done += run;
     AdvanceWrite(run);
   }
   return ONDREL_OK;
 }
 
-int SampleFifo::PutPlanar(const ChannelVector& vec, int frames, int first) {
+int SampleFifo::PutPlanar(const ChannelVector& vec, int frames, int first, int offset) {
   if (static_cast<int>(vec.size()) < channels) return ONDREL_E_INVALID;
   if (frames <= 0) return ONDREL_OK;
   if (int rc = EnsureCapacity(Count() + frames)) return rc;
@@ -277,7 +263,7 @@ int SampleFifo::PutPlanar(const ChannelVector& vec, int frames, int first) {
       }
       continue;
     }
-    const float* src = vec[static_cast<size_t>(first + c)];
+    const float* src = vec[static_cast<size_t>(first + c)] + offset;
     if (writePos + frames >= capacity) {
       const int head = capacity - writePos;
       std::memcpy(dst + writePos, src, sizeof(float) * static_cast<size_t>(head));
@@ -287,6 +273,38 @@ int SampleFifo::PutPlanar(const ChannelVector& vec, int frames, int first) {
     }
   }
   AdvanceWrite(frames);
+  return ONDREL_OK;
+}
+
+void SampleFifo::Deinterleave16(const int16_t* src, int channels, int frames, float* const* dst,
+                                int offset) {
+  if (channels == 1) {
+    Int16ToFloat(src, dst[0] + offset, frames);
+  } else if (channels == 2) {
+    Int16ToFloat2(src, dst[0] + offset, dst[1] + offset, frames);
+  } else {
+    for (int c = 0; c < channels; ++c)
+      Int16ToFloatStrided(src + c, channels, dst[c] + offset, frames);
+  }
+}
+
+void SampleFifo::DeinterleaveFloat(const float* src, int channels, int frames, float* const* dst,
+                                   int offset) {
+  if (channels == 1) {
+    FiniteCopy(src, dst[0] + offset, frames);
+  } else if (channels == 2) {
+    FiniteCopy2(src, dst[0] + offset, dst[1] + offset, frames);
+  } else {
+    for (int c = 0; c < channels; ++c)
+      FiniteCopyStrided(src + c, channels, dst[c] + offset, frames);
+  }
+}
+
+int SampleFifo::ReserveContiguous(int frames, bool* fits) {
+  *fits = false;
+  if (Count() == 0) Clear();
+  if (int rc = EnsureCapacity(Count() + frames)) return rc;
+  *fits = writePos + frames < capacity;
   return ONDREL_OK;
 }
 
