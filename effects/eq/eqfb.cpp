@@ -225,21 +225,19 @@ inline float Step(BandLanes& l, float x, int32_t t, int32_t n) {
   return _mm_cvtss_f32(_mm_shuffle_ps(last, last, _MM_SHUFFLE(3, 3, 3, 3)));
 }
 
-// Runs `n` samples of `buf` in place through the pipeline. The result of
-// sample i leaves the last lane `depth` steps after it entered.
-void RunLanes(BandLanes& l, float* buf, int32_t n) {
-  const int32_t depth = 4 * l.vectors - 1;
-  int32_t t = 0;
-  for (; t < depth && t < n; ++t) Step<true>(l, buf[t], t, n);
-  if (n > depth) {
-    for (; t < n; ++t) buf[t - depth] = Step<false>(l, buf[t], t, n);
-  } else {
-    for (; t < depth; ++t) Step<true>(l, 0.0f, t, n);
-  }
-  // Drain: the last samples still travel through the upper lanes.
-  for (; t < n + depth; ++t) {
-    const float y = Step<true>(l, 0.0f, t, n);
-    if (t - depth >= 0) buf[t - depth] = y;
+// Runs `n` samples of each buffer in place through its pipeline; all
+// pipelines have the same depth and run side by side, step by step. The
+// result of sample i leaves the last lane `depth` steps after it entered.
+template <int kCount>
+void RunLanes(BandLanes* const* l, float* const* buf, int32_t n) {
+  const int32_t depth = 4 * l[0]->vectors - 1;
+  for (int32_t t = 0; t < n + depth; ++t) {
+    const bool steady = t >= depth && t < n;
+    for (int k = 0; k < kCount; ++k) {
+      const float x = t < n ? buf[k][t] : 0.0f;
+      const float y = steady ? Step<false>(*l[k], x, t, n) : Step<true>(*l[k], x, t, n);
+      if (t >= depth) buf[k][t - depth] = y;
+    }
   }
 }
 
@@ -261,10 +259,27 @@ int32_t EqfbEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
     for (int32_t c = 0; c < channels && ok; ++c)
       ok = LoadLanes(lanes, filters, bands, static_cast<size_t>(stride), static_cast<size_t>(c));
     if (ok) {
+      BandLanes other;
       for (int32_t c = 0; c < channels; ++c) {
         LoadLanes(lanes, filters, bands, static_cast<size_t>(stride), static_cast<size_t>(c));
         if (lanes.vectors == 0) continue;
-        RunLanes(lanes, bufs[static_cast<size_t>(c)], n);
+        // Two channels of equal depth go side by side: each pipeline's
+        // steps wait on their own previous step, so two overlap.
+        if (c + 1 < channels) {
+          LoadLanes(other, filters, bands, static_cast<size_t>(stride), static_cast<size_t>(c + 1));
+          if (other.vectors == lanes.vectors) {
+            BandLanes* pair[2] = {&lanes, &other};
+            float* pairBufs[2] = {bufs[static_cast<size_t>(c)], bufs[static_cast<size_t>(c + 1)]};
+            RunLanes<2>(pair, pairBufs, n);
+            StoreLanes(lanes);
+            StoreLanes(other);
+            ++c;
+            continue;
+          }
+        }
+        BandLanes* one[1] = {&lanes};
+        float* oneBuf[1] = {bufs[static_cast<size_t>(c)]};
+        RunLanes<1>(one, oneBuf, n);
         StoreLanes(lanes);
       }
       return ONDREL_OK;
