@@ -29,8 +29,7 @@ void ServeModulatorChange(ProcessingInstance* inst) {
 }
 
 template <typename Sample>
-int ProcessInput(void* instance, Sample* samples, int count, int* available,
-                 int (SampleFifo::*put)(const Sample*, int)) {
+int ProcessInput(void* instance, const Sample* samples, int count, int* available) {
   ProcessingInstance* inst = Inst(instance);
   if (inst == nullptr) return ONDREL_E_INVALID;
   ServeModulatorChange(inst);
@@ -46,13 +45,13 @@ int ProcessInput(void* instance, Sample* samples, int count, int* available,
   }
   int dummy = 0;
   if (available == nullptr) available = &dummy;
-  if (int rc = (inst->input.*put)(samples, count)) return rc;
-  if (inst->PumpInput(available) == 0) return ONDREL_OK;
+  // A buffer the queue refuses (not whole frames, no memory) is not retried.
+  if (int rc = inst->AcceptHost(count)) return rc;
+  if (inst->FeedHost(samples, count, available) == 0) return ONDREL_OK;
   // The one recovery: drop what was queued and give this buffer a second
   // chance.
   inst->input.Clear();
-  if (int rc = (inst->input.*put)(samples, count)) return rc;
-  return inst->PumpInput(available);
+  return inst->FeedHost(samples, count, available);
 }
 
 }  // namespace
@@ -141,11 +140,11 @@ int ondrel_get_params(void* instance, AEffect** out, int capacity, int* count) {
 }
 
 int ondrel_process_input(void* instance, int16_t* samples, int count, int* available) {
-  return ProcessInput<int16_t>(instance, samples, count, available, &SampleFifo::PutInterleaved16);
+  return ProcessInput<int16_t>(instance, samples, count, available);
 }
 
 int ondrel_processf_input(void* instance, float* samples, int count, int* available) {
-  return ProcessInput<float>(instance, samples, count, available, &SampleFifo::PutInterleavedFloat);
+  return ProcessInput<float>(instance, samples, count, available);
 }
 
 int ondrel_process_output(void* instance, int16_t* samples, int count, int* written) {

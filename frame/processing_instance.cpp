@@ -11,6 +11,7 @@
 #include "framework/alloc.h"
 #include "framework/audio_effect.h"
 #include "framework/catalogue.h"
+#include "framework/ondrel2.h"
 
 namespace ONDREL2 {
 
@@ -30,6 +31,7 @@ ProcessingInstance::~ProcessingInstance() {
 int ProcessingInstance::AllocBlockBuffers(int channels, int frames) {
   if (!blockVector.empty()) std::free(blockVector[0]);
   blockVector.clear();
+  ringVector.clear();
   if (static_cast<long>(channels) * frames < 1) {
     maxBlockSize = frames;
     return ONDREL_OK;
@@ -41,6 +43,7 @@ int ProcessingInstance::AllocBlockBuffers(int channels, int frames) {
     return ONDREL_E_NOMEM;
   }
   for (int c = 0; c < channels; ++c) blockVector.push_back(block + static_cast<size_t>(c) * frames);
+  ringVector.assign(blockVector.size(), nullptr);
   maxBlockSize = frames;
   return ONDREL_OK;
 }
@@ -285,6 +288,59 @@ int ProcessingInstance::PumpInput(int* available) {
   return ONDREL_OK;
 }
 
+int ProcessingInstance::AcceptHost(int count) {
+  if (input.channels <= 0 || count % input.channels != 0) return ONDREL_E_INVALID;
+  // The queue grows as if the whole buffer went in, so that a shortage of
+  // memory shows before any block runs.
+  return input.EnsureCapacity(input.Count() + count / input.channels);
+}
+
+template <typename Sample>
+int ProcessingInstance::FeedHost(const Sample* samples, int count, int* available) {
+  const int channels = input.channels;
+  if (channels <= 0 || count % channels != 0) return ONDREL_E_INVALID;
+  const int frames = count / channels;
+  if (int rc = PumpInput(nullptr)) return rc;
+  // Whole blocks are taken from the host's buffer without a stop in the
+  // queue: what the queue holds first, then host frames behind it.
+  const int block = inputBlockSize;
+  int done = 0;
+  if (block > 0 && static_cast<int>(blockVector.size()) >= channels && block <= maxBlockSize) {
+    while (input.Count() + (frames - done) >= block) {
+      int queued = 0;
+      if (input.Count() > 0) input.GetPlanar(blockVector, block, &queued, 0);
+      const int fresh = block - queued;
+      const Sample* src = samples + static_cast<size_t>(done) * static_cast<size_t>(channels);
+      if constexpr (sizeof(Sample) == 2)
+        SampleFifo::Deinterleave16(src, channels, fresh, blockVector.data(), queued);
+      else
+        SampleFifo::DeinterleaveFloat(src, channels, fresh, blockVector.data(), queued);
+      done += fresh;
+      if (int rc = RunChainBlock(blockVector, block)) {
+        // The block in flight is lost; the frames behind it wait in the
+        // queue, as they would had the whole buffer been queued first.
+        QueueHost(samples, channels, done, frames);
+        return rc;
+      }
+    }
+  }
+  if (int rc = QueueHost(samples, channels, done, frames)) return rc;
+  return PumpInput(available);
+}
+
+template <typename Sample>
+int ProcessingInstance::QueueHost(const Sample* samples, int channels, int from, int frames) {
+  const Sample* rest = samples + static_cast<size_t>(from) * static_cast<size_t>(channels);
+  const int left = (frames - from) * channels;
+  if constexpr (sizeof(Sample) == 2)
+    return input.PutInterleaved16(rest, left);
+  else
+    return input.PutInterleavedFloat(rest, left);
+}
+
+template int ProcessingInstance::FeedHost<int16_t>(const int16_t*, int, int*);
+template int ProcessingInstance::FeedHost<float>(const float*, int, int*);
+
 int ProcessingInstance::RunChainBlock(const std::vector<float*>& vec, int frames) {
   if (effects.empty()) return output.PutPlanar(vec, frames, 0);
   const int n = effects[0]->GetChannels();
@@ -300,14 +356,42 @@ int ProcessingInstance::RunChainBlock(const std::vector<float*>& vec, int frames
       if (int rc = effects[i]->ProcessInput(vec, avail, &avail)) return rc;
     }
   }
-  avail = 0;
-  if (int rc = effects.back()->ProcessOutput(vec, maxBlockSize, &avail)) return rc;
-  while (avail > 0) {
-    if (int rc = output.PutPlanar(vec, avail, 0)) return rc;
-    avail = 0;
-    if (int rc = effects.back()->ProcessOutput(vec, maxBlockSize, &avail)) return rc;
+  return DrainLastEffect(vec);
+}
+
+int ProcessingInstance::DrainLastEffect(const std::vector<float*>& vec) {
+  AudioEffect* last = effects.back();
+  // The last effect writes straight into the output ring where a block fits
+  // there contiguously; channels beyond the queue's go to the scratch, as
+  // they would through a copy. Otherwise it goes through the scratch.
+  // The copy leaves the output in the chain's vector too, and the next run
+  // reads channels of that vector that the host does not fill (from
+  // input.channels up). So the ring takes the output directly only where
+  // every channel of `output` is one the host overwrites, and where the
+  // effect's own output queue covers all of them (one with fewer, its count
+  // changed while streaming, leaves scratch contents in the others).
+  const size_t direct = static_cast<size_t>(std::max(output.channels, 0));
+  const auto* adapter = dynamic_cast<const IOndrel2*>(last);
+  const bool covers = adapter != nullptr && adapter->outFifo.channels >= output.channels &&
+                      output.channels <= input.channels;
+  for (;;) {
+    bool fits = false;
+    if (covers && direct <= vec.size() && direct > 0 && ringVector.size() == vec.size()) {
+      if (int rc = output.ReserveContiguous(maxBlockSize, &fits)) return rc;
+    }
+    int32_t avail = 0;
+    if (fits) {
+      for (size_t c = 0; c < vec.size(); ++c)
+        ringVector[c] = c < direct ? output.buffers[c] + output.writePos : vec[c];
+      if (int rc = last->ProcessOutput(ringVector, maxBlockSize, &avail)) return rc;
+      if (avail <= 0) return ONDREL_OK;
+      output.CommitWrite(avail);
+    } else {
+      if (int rc = last->ProcessOutput(vec, maxBlockSize, &avail)) return rc;
+      if (avail <= 0) return ONDREL_OK;
+      if (int rc = output.PutPlanar(vec, avail, 0)) return rc;
+    }
   }
-  return ONDREL_OK;
 }
 
 void ProcessingInstance::FlushBuffers() {

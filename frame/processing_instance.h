@@ -35,6 +35,15 @@ class ProcessingInstance {
   void ApplyBypassPass();
   int PumpInput(int* available);
   int RunChainBlock(const std::vector<float*>& vec, int frames);
+  // Takes `count` interleaved host samples (a whole number of frames)
+  // through the chain: whole blocks go straight from the host's buffer,
+  // the rest waits in `input`. Statuses as a put into `input` followed by
+  // PumpInput.
+  // Checks that `count` host samples are whole frames and makes room for
+  // them in `input`; a failure here refuses the buffer.
+  int AcceptHost(int count);
+  template <typename Sample>
+  int FeedHost(const Sample* samples, int count, int* available);
   void FlushBuffers();
   int DrainChain(int* available);
   int AllocBlockBuffers(int channels, int frames);
@@ -51,10 +60,16 @@ class ProcessingInstance {
   uint64_t outLayout = 0;
   int maxBlockSize = 0;
   std::vector<float*> blockVector;
+  // Same width as blockVector; points into `output` while the last effect
+  // writes there in place.
+  std::vector<float*> ringVector;
   PlaySpeedController* speedController = nullptr;
 
  private:
   void SetFormatModulators();
+  int DrainLastEffect(const std::vector<float*>& vec);
+  template <typename Sample>
+  int QueueHost(const Sample* samples, int channels, int from, int frames);
 };
 
 // Destroys, once each, the objects of a handed-in list that a chain could

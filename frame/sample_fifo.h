@@ -35,7 +35,9 @@ class SampleFifo {
 
   int PutInterleaved16(const int16_t* buffer, int samples);
   int PutInterleavedFloat(const float* buffer, int samples);
-  int PutPlanar(const ChannelVector& vec, int frames, int first);
+  // Appends `frames` frames of each vec[first + c], starting `offset`
+  // frames into the vectors' buffers.
+  int PutPlanar(const ChannelVector& vec, int frames, int first, int offset = 0);
 
   int GetInterleaved16(int16_t* buffer, int samples, int* got);
   int GetInterleavedFloat(float* buffer, int samples, int* got);
@@ -45,6 +47,22 @@ class SampleFifo {
   int DropNewest(int frames);
   int Count() const;
   void Clear();
+
+  // The host conversions of PutInterleaved16/Float without the queue:
+  // `frames` frames of `channels` interleaved host samples into dst[c] at
+  // `offset`, for c below `channels`. Used to hand a whole block straight to
+  // a chain while the queue is empty.
+  static void Deinterleave16(const int16_t* src, int channels, int frames, float* const* dst,
+                             int offset);
+  static void DeinterleaveFloat(const float* src, int channels, int frames, float* const* dst,
+                                int offset);
+
+  // Writing in place: makes room for `frames` more frames (as a put would)
+  // and tells whether they fit contiguously from `writePos`; a writer then
+  // fills buffers[c] + writePos and calls CommitWrite with what it wrote.
+  // An empty queue restarts at position 0, so that a run rarely wraps.
+  int ReserveContiguous(int frames, bool* fits);
+  void CommitWrite(int frames) { AdvanceWrite(frames); }
 
   // Frees all buffers (owner's destruction step).
   void FreeBuffers();

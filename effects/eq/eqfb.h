@@ -49,6 +49,8 @@ class EqfbEffect : public IOndrel2 {
   int32_t GetBlockSize() override;
   int32_t UpdateParams() override;
   int32_t ProcessBlock(const ChannelVector& bufs, int32_t* frames) override;
+  // The frame-by-frame loop; ProcessBlock's results equal it bit for bit.
+  int32_t ProcessBlockScalar(const ChannelVector& bufs, int32_t* frames);
 
   // Deletes all band records.
   virtual void FreeFilters();

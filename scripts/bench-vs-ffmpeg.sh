@@ -1,0 +1,93 @@
+#!/usr/bin/env bash
+# End-to-end speed of the `ondrel` tool against the `ffmpeg` CLI on the same
+# 16-bit stereo WAV, effect by effect. Each job runs both tools (ffmpeg with
+# -threads 1) in alternation; the figure is the median wall time of all
+# rounds. Printed per effect: real-time factor (seconds of audio per second
+# of wall time) end to end, and net of each tool's own pass-through run
+# (ondrel's Through chain, ffmpeg's anull), with the ratio ours / ffmpeg
+# (above 1: ondrel is faster).
+# Usage: scripts/bench-vs-ffmpeg.sh [BUILD_DIR] [ROUNDS] [SECONDS]
+set -euo pipefail
+
+build=${1:-build}
+rounds=${2:-5}
+seconds=${3:-90}
+tool="$build/tools/ondrel/ondrel"
+[ -x "$tool" ] || { echo "no $tool: build the tool first" >&2; exit 1; }
+for t in sox ffmpeg awk; do command -v "$t" >/dev/null || { echo "$t not found" >&2; exit 1; }; done
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+# Music-like input: a slow chord on plucked strings over pink noise with a
+# tremolo, different on the two sides.
+sox -n -r 44100 -c 1 -b 16 "$work/l.wav" synth "$seconds" pluck C3 pluck E4 pluck G4 \
+  pinknoise remix - tremolo 2.5 40 vol 0.45
+sox -n -r 44100 -c 1 -b 16 "$work/r.wav" synth "$seconds" pluck A2 pluck C4 pluck E5 \
+  brownnoise remix - tremolo 3.1 30 vol 0.45
+sox -M "$work/l.wav" "$work/r.wav" "$work/in.wav"
+
+eq10_ours="eq10"
+eq10_ff=""
+gain=4
+for f in 31 63 125 250 500 1000 2000 4000 8000 16000; do
+  eq10_ours+=" $f Hz=$gain"
+  eq10_ff+="${eq10_ff:+,}equalizer=f=$f:t=q:w=1.22:g=$gain"
+  gain=$((gain > -3 ? gain - 1 : 4))
+done
+supereq_ours="supereq"
+gain=3
+for f in 16 33 68 140 288 594 1224 2521 5195 10702; do
+  supereq_ours+=" $f Hz=$gain"
+  gain=$((gain > -3 ? gain - 2 : 3))
+done
+
+# name | ondrel effect | ffmpeg filter
+jobs=(
+  "through|through|anull"
+  "peak|peak LowEdge=707 HighEdge=1414 Gain=6|equalizer=f=1000:t=o:w=1:g=6"
+  "eq10|$eq10_ours|$eq10_ff"
+  "supereq|$supereq_ours|superequalizer=1b=1.4:2b=1.4:3b=1:4b=0.7:5b=0.7:6b=1:7b=1.4:8b=1:9b=0.7:10b=1"
+  "limiter|limiter Limit=-6|alimiter=limit=0.5"
+  "lowpass|lowpass Frequency=5000 Q=0.707|lowpass=f=5000"
+  "highpass|highpass Frequency=100 Q=0.707|highpass=f=100"
+  "exciter|exciter|aexciter"
+  "delay|delay|adelay=120|260"
+  "two2six|two2six Enabled=1|surround"
+)
+
+now() { date +%s.%N; }
+ours() { "$tool" process -q -f s16 "$work/in.wav" "$work/ours.wav" -e "$1" >/dev/null; }
+theirs() {
+  ffmpeg -nostdin -hide_banner -v error -threads 1 -i "$work/in.wav" -af "$1" \
+    -threads 1 -c:a pcm_s16le -y "$work/ff.wav"
+}
+
+declare -A times
+for ((r = 0; r < rounds; ++r)); do
+  for job in "${jobs[@]}"; do
+    IFS='|' read -r name fx filter rest <<<"$job"
+    [ -n "${rest:-}" ] && filter="$filter|$rest"
+    t0=$(now); ours "$fx"; t1=$(now); theirs "$filter"; t2=$(now)
+    times[$name.ours]+=" $(awk -v a="$t0" -v b="$t1" 'BEGIN{print b-a}')"
+    times[$name.ff]+=" $(awk -v a="$t1" -v b="$t2" 'BEGIN{print b-a}')"
+  done
+done
+
+median() { tr ' ' '\n' <<<"$1" | grep . | sort -g | awk '{v[NR]=$1} END {print (NR%2) ? v[(NR+1)/2] : (v[NR/2]+v[NR/2+1])/2}'; }
+
+printf '%s s of 44.1 kHz stereo s16, median of %s alternating rounds\n' "$seconds" "$rounds"
+printf '%-9s | %9s %9s %6s | %9s %9s %6s\n' effect "ours" "ffmpeg" ratio "ours net" "ff net" ratio
+base_o=$(median "${times[through.ours]}")
+base_f=$(median "${times[through.ff]}")
+for job in "${jobs[@]}"; do
+  IFS='|' read -r name _ <<<"$job"
+  o=$(median "${times[$name.ours]}")
+  f=$(median "${times[$name.ff]}")
+  awk -v n="$name" -v o="$o" -v f="$f" -v bo="$base_o" -v bf="$base_f" -v s="$seconds" 'BEGIN {
+    ro = s / o; rf = s / f
+    if (n == "through") { printf "%-9s | %9.0f %9.0f %6.2f | %9s %9s %6s\n", n, ro, rf, ro / rf, "-", "-", "-"; exit }
+    no = o - bo; nf = f - bf
+    if (no <= 0.001) no = 0.001; if (nf <= 0.001) nf = 0.001
+    printf "%-9s | %9.0f %9.0f %6.2f | %9.0f %9.0f %6.2f\n", n, ro, rf, ro / rf, s / no, s / nf, (s / no) / (s / nf)
+  }'
+done
