@@ -1,8 +1,8 @@
-// Resamplers against references computed here in double: a naive DFT for
-// their real FFT, a direct evaluation of the windowed sinc for the polyphase
-// converter, sine fits for pass band, time alignment and stop band of both
-// converters; the two-stage converter's ratio rule and stream length; and
-// its streaming in random pieces against one call.
+// Resamplers against references computed here in double: a direct
+// evaluation of the windowed sinc for the polyphase converter, sine fits for
+// the two-stage converter's pass band, time alignment and stop band, its
+// ratio rule and stream length, and its streaming in random pieces against
+// one call.
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "dsp/resampler.h"
-#include "dsp/resampler_fft.h"
 #include "dsp/resampler_ssrc.h"
 
 namespace ONDREL2 {
@@ -117,37 +116,6 @@ struct DirectSinc {
 };
 
 // ---------------------------------------------------------------------------
-
-TEST(ResamplerRealFft, PackedLayoutAgainstNaiveDftAndPairScale) {
-  for (int n : {4, 8, 64, 2048}) {
-    const std::vector<float> x = Noise(n, 11 + n, 1.0f);
-    std::vector<float> a = x;
-    ResamplerRealFft fft;
-    ASSERT_TRUE(fft.Init(n));
-    fft.Forward(a.data());
-    const double tol = 2e-6 * n;
-    for (int k = 0; k <= n / 2; ++k) {
-      double re = 0, im = 0;
-      for (int j = 0; j < n; ++j) {
-        re += x[j] * std::cos(2 * kPi * j * k / n);
-        im -= x[j] * std::sin(2 * kPi * j * k / n);
-      }
-      if (k == 0) {
-        EXPECT_NEAR(a[0], re, tol) << "n " << n;
-      } else if (k == n / 2) {
-        EXPECT_NEAR(a[1], re, tol) << "n " << n;
-      } else {
-        EXPECT_NEAR(a[2 * k], re, tol) << "n " << n << " bin " << k;
-        EXPECT_NEAR(a[2 * k + 1], im, tol) << "n " << n << " bin " << k;
-      }
-    }
-    fft.Inverse(a.data());
-    for (int j = 0; j < n; ++j) EXPECT_NEAR(a[j], x[j] * n / 2.0, tol) << "n " << n << " at " << j;
-  }
-  ResamplerRealFft bad;
-  EXPECT_FALSE(bad.Init(6));
-  EXPECT_FALSE(bad.Init(2));
-}
 
 TEST(CResamplerSrc, MatchesDirectWindowedSincForManyRatePairs) {
   struct Case {
