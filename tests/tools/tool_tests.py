@@ -463,23 +463,20 @@ def case_response():
 
 
 def case_script():
-    out, _ = run("script", "in*2", "--in", "3")
-    check(out.startswith("result: 6 ") and "errors: none" in out, out)
-    out, _ = run("script", "#x=in*2\nout+1", "--in", "3")
-    check(out.startswith("result: 7 ") and " x=6" in out, out)
-    out, _ = run("script", ">0-1\nin", "--in", "3")
-    check("runs: 2 (two-pass)" in out and "ondrel_tool" not in out, out)
-    out, _ = run("script", "in*(", "--in", "3", expect=1)
-    check(out.startswith("result: 3 ") and "errors: 1" in out and "LINE 1" in out, out)
-    # GENRE_ZKV 9 maps to genre class 1.
-    out, _ = run("script", "GENRE*10", "--in", "0", "-m", "GENRE_ZKV=9")
-    check(out.startswith("result: 10 "), out)
     with open(path("bypass.txt"), "w") as f:
         f.write("#GV_FXBYPASSED=gt(in,0)\nin\n")
-    out, _ = run("script", "@bypass.txt", "--in", "5")
-    check("left the chain" in out, out)
-    out, _ = run("script", "@bypass.txt", "--in", "-5")
-    check("left the chain" not in out and out.startswith("result: -5 "), out)
+    # (script, input, extra arguments, exit code, texts shown, texts not shown);
+    # GENRE_ZKV 9 maps to genre class 1.
+    for text, value, extra, code, shown, hidden in (
+            ("in*2", "3", (), 0, ("result: 6 ", "errors: none"), ()),
+            ("#x=in*2\nout+1", "3", (), 0, ("result: 7 ", " x=6"), ()),
+            (">0-1\nin", "3", (), 0, ("runs: 2 (two-pass)",), ("ondrel_tool",)),
+            ("in*(", "3", (), 1, ("result: 3 ", "errors: 1", "LINE 1"), ()),
+            ("GENRE*10", "0", ("-m", "GENRE_ZKV=9"), 0, ("result: 10 ",), ()),
+            ("@bypass.txt", "5", (), 0, ("left the chain",), ()),
+            ("@bypass.txt", "-5", (), 0, ("result: -5 ",), ("left the chain",))):
+        out, _ = run("script", text, "--in", value, *extra, expect=code)
+        check(all(t in out for t in shown) and not any(t in out for t in hidden), "%r: %s" % (text, out))
 
 
 def scramble_reference(data):
