@@ -130,55 +130,6 @@ std::vector<float> Interleave(const std::vector<float>& left, const std::vector<
   return out;
 }
 
-// Interleaved stereo (or K channels) fed in blocks of blockSize frames.
-std::vector<float> RunStereo(OndrelStereoConvolution& conv, const std::vector<float>& interleaved,
-                             int channels, int blockSize) {
-  std::vector<float> out;
-  const size_t step = static_cast<size_t>(blockSize * channels);
-  for (size_t pos = 0; pos + step <= interleaved.size(); pos += step) {
-    std::vector<float> block(interleaved.begin() + static_cast<long>(pos),
-                             interleaved.begin() + static_cast<long>(pos + step));
-    int count = static_cast<int>(step);
-    EXPECT_EQ(conv.Process(block.data(), &count), 0);
-    out.insert(out.end(), block.begin(), block.begin() + count);
-  }
-  return out;
-}
-
-TEST(OndrelStereoConvolution, FourPathMatrixMatchesDirectConvolutionPerPath) {
-  const int bs = 64;
-  const int blocks = 10;
-  const size_t frames = static_cast<size_t>(bs * blocks);
-  const std::vector<float> left = Noise(frames, 31);
-  const std::vector<float> right = Noise(frames, 32);
-  const std::vector<float> interleaved = Interleave(left, right);
-  const size_t lengths[4] = {3 * bs + 1, 17, 2 * bs, 5};
-  std::vector<std::vector<float>> h;
-  for (unsigned p = 0; p < 4; ++p) h.push_back(Response(lengths[p], 40 + p));
-
-  OndrelStereoConvolution conv;
-  EXPECT_EQ(conv.GetLatency(), 0);
-  EXPECT_TRUE(conv.SetChannels(2));
-  ASSERT_EQ(conv.InitAll(bs, bs), 0);
-  for (int p = 0; p < 4; ++p)
-    ASSERT_EQ(
-        conv.SetImpulseResponse(h[static_cast<size_t>(p)].data(), static_cast<int>(lengths[p]), p),
-        0);
-  EXPECT_EQ(conv.GetLatency(), bs / 2);
-
-  const std::vector<float> out = RunStereo(conv, interleaved, 2, bs);
-  ASSERT_EQ(out.size(), 2 * (frames - static_cast<size_t>(bs / 2)));
-
-  const std::vector<double> ll = Direct(left, h[0]), rl = Direct(right, h[1]);
-  const std::vector<double> lr = Direct(left, h[2]), rr = Direct(right, h[3]);
-  const size_t latency = static_cast<size_t>(bs / 2);
-  for (size_t m = 0; m < out.size() / 2; ++m) {
-    ASSERT_NEAR(out[2 * m], ll[m + latency] + rl[m + latency], kTolerance) << "left, frame " << m;
-    ASSERT_NEAR(out[2 * m + 1], rr[m + latency] + lr[m + latency], kTolerance)
-        << "right, frame " << m;
-  }
-}
-
 TEST(OndrelStereoConvolution, MissingPathsPassThroughAndPartialFramesWait) {
   const int bs = 32;
   const size_t frames = static_cast<size_t>(bs * 6);

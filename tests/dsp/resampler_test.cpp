@@ -1,8 +1,8 @@
-// Resamplers against references computed here in double: a naive DFT for
-// their real FFT, a direct evaluation of the windowed sinc for the polyphase
-// converter, sine fits for pass band, time alignment and stop band of both
-// converters; the two-stage converter's ratio rule and stream length; and
-// streaming in random pieces against one call.
+// Resamplers against references computed here in double: a direct
+// evaluation of the windowed sinc for the polyphase converter, sine fits for
+// the two-stage converter's pass band, time alignment and stop band, its
+// ratio rule and stream length, and its streaming in random pieces against
+// one call.
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "dsp/resampler.h"
-#include "dsp/resampler_fft.h"
 #include "dsp/resampler_ssrc.h"
 
 namespace ONDREL2 {
@@ -118,37 +117,6 @@ struct DirectSinc {
 
 // ---------------------------------------------------------------------------
 
-TEST(ResamplerRealFft, PackedLayoutAgainstNaiveDftAndPairScale) {
-  for (int n : {4, 8, 64, 2048}) {
-    const std::vector<float> x = Noise(n, 11 + n, 1.0f);
-    std::vector<float> a = x;
-    ResamplerRealFft fft;
-    ASSERT_TRUE(fft.Init(n));
-    fft.Forward(a.data());
-    const double tol = 2e-6 * n;
-    for (int k = 0; k <= n / 2; ++k) {
-      double re = 0, im = 0;
-      for (int j = 0; j < n; ++j) {
-        re += x[j] * std::cos(2 * kPi * j * k / n);
-        im -= x[j] * std::sin(2 * kPi * j * k / n);
-      }
-      if (k == 0) {
-        EXPECT_NEAR(a[0], re, tol) << "n " << n;
-      } else if (k == n / 2) {
-        EXPECT_NEAR(a[1], re, tol) << "n " << n;
-      } else {
-        EXPECT_NEAR(a[2 * k], re, tol) << "n " << n << " bin " << k;
-        EXPECT_NEAR(a[2 * k + 1], im, tol) << "n " << n << " bin " << k;
-      }
-    }
-    fft.Inverse(a.data());
-    for (int j = 0; j < n; ++j) EXPECT_NEAR(a[j], x[j] * n / 2.0, tol) << "n " << n << " at " << j;
-  }
-  ResamplerRealFft bad;
-  EXPECT_FALSE(bad.Init(6));
-  EXPECT_FALSE(bad.Init(2));
-}
-
 TEST(CResamplerSrc, MatchesDirectWindowedSincForManyRatePairs) {
   struct Case {
     int in, out, L, M, T;
@@ -182,43 +150,6 @@ TEST(CResamplerSrc, MatchesDirectWindowedSincForManyRatePairs) {
               << "channels " << channels << " channel " << ch << " frame " << m;
       }
     }
-  }
-}
-
-TEST(CResamplerSrc, ChunkedStreamEqualsOneCall) {
-  const int pairs[][2] = {{44100, 48000}, {96000, 44100}, {44100, 22050}, {8000, 44100}};
-  std::mt19937 gen(3);
-  for (const auto& p : pairs) {
-    SCOPED_TRACE(::testing::Message() << p[0] << " -> " << p[1]);
-    const int channels = 2;
-    const std::vector<float> x = Noise(6000 * channels, 21);
-    CResampler_SRC whole;
-    ASSERT_TRUE(whole.Init(p[0], p[1], channels, true));
-    std::vector<float> want(x.size() * p[1] / p[0] + 256);
-    want.resize(whole.Process(x.data(), int(x.size()), want.data(), int(want.size())));
-
-    // After the first call, each call must bring the few frames the last
-    // output step overshot: ceil(M / L), at most 3 here.
-    CResampler_SRC chunked;
-    ASSERT_TRUE(chunked.Init(p[0], p[1], channels, true));
-    std::uniform_int_distribution<int> size(3, 700);
-    std::vector<float> got;
-    size_t pos = 0;
-    bool firstCall = true;
-    while (pos < x.size() / channels) {
-      int frames = firstCall ? 100 : size(gen);
-      firstCall = false;
-      frames = int(std::min<size_t>(frames, x.size() / channels - pos));
-      std::vector<float> out(size_t(frames) * p[1] / p[0] * channels + 64, -7.0f);
-      const int n = chunked.Process(x.data() + pos * channels, frames * channels, out.data(),
-                                    int(out.size()));
-      ASSERT_EQ(n % channels, 0);
-      ASSERT_LE(size_t(n), out.size());
-      got.insert(got.end(), out.begin(), out.begin() + n);
-      pos += frames;
-    }
-    ASSERT_EQ(got.size(), want.size());
-    for (size_t i = 0; i < got.size(); ++i) ASSERT_EQ(got[i], want[i]) << "sample " << i;
   }
 }
 

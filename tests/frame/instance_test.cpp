@@ -1,5 +1,5 @@
 // The processing instance through the exported interface: streaming, chain
-// decisions, flushes, modulators and bad input.
+// decisions and the statuses of bad input.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -107,23 +107,6 @@ TEST_F(Instance, StereoStreamThroughThroughAndAmplifierIsSampleExact) {
   }
 }
 
-TEST_F(Instance, EmptyChainIsAPassThroughWithItsAsymmetries) {
-  int16_t s[8] = {};
-  int avail = 0;
-  EXPECT_EQ(ondrel_process_input(inst, s, 7, &avail), 0);  // no frame check
-  EXPECT_EQ(avail, 7);
-  int written = 0;
-  EXPECT_EQ(ondrel_process_output(inst, s, 6, &written), 0);
-  EXPECT_EQ(written, 6);
-  float f[4] = {};
-  written = 1234;
-  EXPECT_EQ(ondrel_processf_output(inst, f, 4, &written), 0);
-  EXPECT_EQ(written, 1234);  // the float variant leaves it untouched
-  avail = 99;
-  EXPECT_EQ(ondrel_flush_to_buf(inst, &avail), 0);
-  EXPECT_EQ(avail, 0);
-}
-
 TEST_F(Instance, SetParamsChoosesBetweenNothingOnTheFlyAndRebuild) {
   LogCapture log(3);
   AEffect* first[2] = {Amp(-6.0f), Amp(0.0f)};
@@ -177,50 +160,6 @@ TEST_F(Instance, SetParamsChoosesBetweenNothingOnTheFlyAndRebuild) {
   EXPECT_EQ(ondrel_set_params(inst, nullptr, 0), 0);
   EXPECT_EQ(ondrel_get_params(inst, after, 2, &count), 0);
   EXPECT_EQ(count, 0);
-}
-
-TEST_F(Instance, ModulatorChangeWithoutInstanceIsServedByTheNextProcessCall) {
-  AEffect* fx = Amp(0.0f);
-  ASSERT_EQ(ondrel_set_params(inst, &fx, 1), 0);
-  LogCapture log(4);
-  EXPECT_EQ(ondrel_set_modulator(nullptr, "TEST_MOD", 5.0), 0);
-  float buf[4] = {};
-  int avail = 0;
-  ASSERT_EQ(ondrel_processf_input(inst, buf, 4, &avail), 0);
-  EXPECT_EQ(log.Count("[ON2L]:KissEffectList:1"), 2);
-  // Served once: the next call does not refresh again.
-  log.clear();
-  ASSERT_EQ(ondrel_processf_input(inst, buf, 4, &avail), 0);
-  EXPECT_FALSE(log.Has("[ON2L]:KissEffectList:1"));
-  // Same value again: nothing at all; with an instance named: at once.
-  EXPECT_EQ(ondrel_set_modulator(nullptr, "TEST_MOD", 5.0), 0);
-  ASSERT_EQ(ondrel_processf_input(inst, buf, 4, &avail), 0);
-  EXPECT_FALSE(log.Has("[ON2L]:KissEffectList:1"));
-  EXPECT_EQ(ondrel_set_modulator(inst, "TEST_MOD", 6.0), 0);
-  EXPECT_TRUE(log.Has("[ON2L]:KissEffectList:1"));
-}
-
-TEST_F(Instance, FlushOutDropsQueuedAudioAndDrainReturnsTheTail) {
-  AEffect* fx = Amp(0.0f);
-  ASSERT_EQ(ondrel_set_params(inst, &fx, 1), 0);
-  std::vector<float> in(2 * 1000, 0.25f), out(8192);
-  int avail = 0;
-  ASSERT_EQ(ondrel_processf_input(inst, in.data(), 2000, &avail), 0);
-  EXPECT_EQ(avail, 1024);
-  ondrel_flush_out(inst);
-  ASSERT_EQ(ondrel_flush_to_buf(inst, &avail), 0);
-  EXPECT_EQ(avail, 0);  // the 488 queued frames were dropped
-
-  ASSERT_EQ(ondrel_processf_input(inst, in.data(), 2000, &avail), 0);
-  int written = 0;
-  ASSERT_EQ(ondrel_processf_output(inst, out.data(), 8192, &written), 0);
-  EXPECT_EQ(written, 1024);
-  ASSERT_EQ(ondrel_flush_to_buf(inst, &avail), 0);
-  EXPECT_EQ(avail, 2 * 488);
-  ASSERT_EQ(ondrel_processf_output(inst, out.data(), 8192, &written), 0);
-  ASSERT_EQ(written, 976);
-  for (int i = 0; i < written; ++i) ASSERT_EQ(out[static_cast<size_t>(i)], 0.25f);
-  ondrel_flush_out(nullptr);
 }
 
 TEST_F(Instance, FormatNegotiationAndBadInput) {

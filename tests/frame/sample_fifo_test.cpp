@@ -62,40 +62,6 @@ TEST(SampleFifo, GrowsInWholeKibiFramesAndKeepsOrderAcrossWrap) {
   EXPECT_EQ(r.Count(), 0);
 }
 
-TEST(SampleFifo, Int16ConversionIsAsymmetricAndWrapsWithoutClipping) {
-  SampleFifo q;
-  ASSERT_EQ(q.SetChannelCount(1), 0);
-  const int16_t in[] = {-32768, 32767, 0, 1, -1};
-  ASSERT_EQ(q.PutInterleaved16(in, 5), 0);
-  int16_t out[5];
-  int got = 0;
-  ASSERT_EQ(q.GetInterleaved16(out, 5, &got), 0);
-  ASSERT_EQ(got, 5);
-  EXPECT_EQ(out[0], -32767);
-  EXPECT_EQ(out[1], 32766);
-  EXPECT_EQ(out[2], 0);
-  EXPECT_EQ(out[3], 1);
-  EXPECT_EQ(out[4], -1);
-
-  const float f[] = {1.0f, -1.0f, 1.5f, 0.00001f, -1.5f, 0.5f};
-  ASSERT_EQ(q.PutInterleavedFloat(f, 6), 0);
-  ASSERT_EQ(q.GetInterleaved16(out, 5, &got), 0);
-  EXPECT_EQ(out[0], 32767);
-  EXPECT_EQ(out[1], -32767);
-  EXPECT_EQ(out[2], -16385);  // 49151 in 16 bits: wraps, not clipped
-  EXPECT_EQ(out[3], 0);
-  EXPECT_EQ(out[4], 16385);
-  ASSERT_EQ(q.GetInterleaved16(out, 1, &got), 0);
-  EXPECT_EQ(out[0], 16384);  // 16383.5 rounds away from zero
-
-  // The input scale is exactly 2^-15.
-  const int16_t one[] = {16384};
-  ASSERT_EQ(q.PutInterleaved16(one, 1), 0);
-  float back = 0;
-  ASSERT_EQ(q.GetInterleavedFloat(&back, 1, &got), 0);
-  EXPECT_EQ(back, 0.5f);
-}
-
 TEST(SampleFifo, PartialFramesAndShortVectorsAreRefusedOrIgnored) {
   SampleFifo q;
   ASSERT_EQ(q.SetChannelCount(2), 0);

@@ -185,18 +185,5 @@ TEST_F(EffectBase, DispatcherOpcodes) {
   EXPECT_EQ(h->dispatcher(h, ONDREL_OP_CLOSE, 0, 0, nullptr, 0), 1);
 }
 
-TEST(ValueHelpers, DecibelsAndIntegerPairs) {
-  EXPECT_EQ(i2df(0), 0.5f);
-  EXPECT_EQ(df2i(0.5f), 0);
-  EXPECT_EQ(df2i(-0.5f), -1);
-  EXPECT_EQ(df2i(i2df(-7)), -7);
-  EXPECT_NEAR(scale2dB(0.0f), -6466.12f, 0.01f);
-  EXPECT_TRUE(std::isfinite(scale2dB(0.0f)));
-  EXPECT_EQ(dB2scale(0.0f), 1.0f);
-  EXPECT_EQ(dB2scale(-6.0f),
-            static_cast<float>(std::pow(10.0, static_cast<double>(-6.0f / 20.0f))));
-  EXPECT_NEAR(scale2dB(dB2scale(-20.0f)), -20.0f, 1e-5);
-}
-
 }  // namespace
 }  // namespace ONDREL2

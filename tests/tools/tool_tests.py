@@ -119,6 +119,15 @@ def read_wav(name):
     fail("%s: unexpected WAV format tag %d, %d bits" % (name, tag, bits))
 
 
+def process(inp, out, *args, fmt=None, expect=0):
+    """Runs `process` from `inp` to `out`; returns (stdout, samples), checking
+    the written (rate, channels, kind) against `fmt` when given."""
+    text, _ = run("process", inp, out, *args, expect=expect)
+    rate, channels, kind, samples = read_wav(out)
+    check(fmt is None or (rate, channels, kind) == fmt, "%s: format %s" % (out, (rate, channels, kind)))
+    return text, samples
+
+
 def png_size(name):
     with open(path(name), "rb") as f:
         head = f.read(24)
@@ -185,12 +194,10 @@ def process_amplifiers(channels, frames):
     with open(path("preset.json"), "w") as f:
         json.dump({"text": "two amps", "effects": [{"type": "amplifier", "params": {"Gain": -6.0}},
                                                     {"type": 4, "params": {"Gain": 2.5}}]}, f)
-    out, _ = run("process", "in.wav", "out.wav", "--preset", "preset.json",
-                 "--effect", "amplifier Gain=-1.25", "--format", "f32")
+    out, got = process("in.wav", "out.wav", "--preset", "preset.json", "--effect", "amplifier Gain=-1.25",
+                       "--format", "f32", fmt=(rate, channels, "f32"))
     g1, g2, g3 = amplifier_gain(-6.0), amplifier_gain(2.5), amplifier_gain(-1.25)
     want = [f32(f32(f32(v * g1) * g2) * g3) for v in x]
-    r, c, kind, got = read_wav("out.wav")
-    check((r, c, kind) == (rate, channels, "f32"), "output format %s" % ((r, c, kind),))
     first_difference(got, want, "%d-channel amplifier chain" % channels)
     check("amplifier > amplifier > amplifier" in out, out)
     check("frames %d -> %d" % (frames, frames) in out, out)
@@ -215,7 +222,6 @@ def case_process_s16():
     write_wav("in16.wav", rate, channels, x, "s16")
     # +6 dB drives full-scale samples past 1.0: the queue wraps them rather
     # than clipping.
-    run("process", "in16.wav", "out16.wav", "--effect", "amplifier Gain=6", "--format", "s16", "--quiet")
     g = amplifier_gain(6.0)
 
     def model(v):
@@ -225,8 +231,8 @@ def case_process_s16():
         r &= 0xFFFF
         return r - 0x10000 if r >= 0x8000 else r
 
-    r, c, kind, got = read_wav("out16.wav")
-    check((r, c, kind) == (rate, channels, "s16"), "output format %s" % ((r, c, kind),))
+    args = ("--effect", "amplifier Gain=6", "--format", "s16", "--quiet")
+    got = process("in16.wav", "out16.wav", *args, fmt=(rate, channels, "s16"))[1]
     first_difference(got, [model(v) for v in x], "int16 path")
 
     # A float file on the int16 path: full scale is 1.0 (x 32768, rounded,
@@ -234,32 +240,23 @@ def case_process_s16():
     xf = noise(frames * channels, 0.9, 8)
     xf[:4] = [1.5, -1.5, f32(0.5), f32(-0.25)]
     write_wav("inf.wav", rate, channels, xf, "f32")
-    run("process", "inf.wav", "outf16.wav", "--effect", "amplifier Gain=6", "--format", "s16", "--quiet")
-
-    def to_s16(v):
-        return max(-32768, min(32767, round(v * 32768.0)))
-
-    r, c, kind, got = read_wav("outf16.wav")
-    check((r, c, kind) == (rate, channels, "s16"), "output format %s" % ((r, c, kind),))
-    first_difference(got, [model(to_s16(v)) for v in xf], "float file on the int16 path")
+    got = process("inf.wav", "outf16.wav", *args, fmt=(rate, channels, "s16"))[1]
+    want = [model(max(-32768, min(32767, round(v * 32768.0)))) for v in xf]
+    first_difference(got, want, "float file on the int16 path")
 
 
 def case_process_passthrough():
     # No effect: the host's own buffer is the output.
     x = noise(4000, 0.5, 3)
     write_wav("f.wav", 22050, 2, x, "f32")
-    out, _ = run("process", "f.wav", "same.wav", "--format", "same")
-    r, c, kind, got = read_wav("same.wav")
-    check((r, c, kind) == (22050, 2, "f32"), "float input keeps its format: %s" % ((r, c, kind),))
+    out, got = process("f.wav", "same.wav", "--format", "same", fmt=(22050, 2, "f32"))
     first_difference(got, x, "empty chain")
     check("(empty chain)" in out, out)
     # "same" keeps a 24-bit input 24-bit, through the float path.
     rng = random.Random(5)
     x24 = [rng.randint(-(1 << 22), 1 << 22) for _ in range(2000)]
     write_wav("i24.wav", 44100, 1, x24, "s24")
-    run("process", "i24.wav", "o24.wav", "-e", "amplifier Gain=0", "--quiet")
-    r, c, kind, got = read_wav("o24.wav")
-    check((r, c, kind) == (44100, 1, "s24"), "24-bit input keeps its format: %s" % ((r, c, kind),))
+    got = process("i24.wav", "o24.wav", "-e", "amplifier Gain=0", "--quiet", fmt=(44100, 1, "s24"))[1]
     worst = max(abs(a - b) for a, b in zip(got, x24))
     check(len(got) == len(x24) and worst <= 1, "24-bit round trip off by %d" % worst)
 
@@ -271,15 +268,13 @@ def case_process_layout():
     g = amplifier_gain(-3.0)
     want = [f32(v * g) for v in x]
     write_wav("side.wav", 48000, 6, x, "f32", 0x60F)
-    out, _ = run("process", "side.wav", "side_out.wav", "-e", "amplifier Gain=-3")
-    check(wav_channel_mask("side_out.wav") == 0x60F, "5.1(side) map lost: %r" % wav_channel_mask("side_out.wav"))
-    check("6 ch (5.1(side)) | out WAVEX FLOAT 48000 Hz 6 ch (5.1(side))" in out, out)
-    first_difference(read_wav("side_out.wav")[3], want, "5.1(side) samples")
     write_wav("plain.wav", 48000, 6, x, "f32")
-    out, _ = run("process", "plain.wav", "plain_out.wav", "-e", "amplifier Gain=-3")
-    check(wav_channel_mask("plain_out.wav") == 0x3F, "plain 6 ch: mask %r" % wav_channel_mask("plain_out.wav"))
-    check("6 ch |" in out and "(5.1" not in out, out)
-    first_difference(read_wav("plain_out.wav")[3], want, "plain 6-channel samples")
+    for name, mask, shown in (("side", 0x60F, "6 ch (5.1(side)) | out WAVEX FLOAT 48000 Hz 6 ch (5.1(side))"),
+                              ("plain", 0x3F, "6 ch | out WAVEX FLOAT 48000 Hz 6 ch |")):
+        out, got = process(name + ".wav", name + "_out.wav", "-e", "amplifier Gain=-3")
+        check(wav_channel_mask(name + "_out.wav") == mask, "%s: mask %r" % (name, wav_channel_mask(name + "_out.wav")))
+        check(shown in out, out)
+        first_difference(got, want, name + " 6-channel samples")
     # A mask one speaker short leaves channel 7 without a position: the map
     # is dropped with a note, and the count's default takes its place.
     write_wav("odd.wav", 48000, 7, noise(7 * 100, 0.5, 12), "f32", 0x3F)
@@ -302,11 +297,8 @@ def case_process_upmix():
     write_wav("st2.wav", 44100, 2, x, "f32")
     write_wav("stx.wav", 44100, 2, x, "f32", 0x3)
     for name in ("st2", "stx"):
-        run("process", name + ".wav", name + "_51.wav", "-e", "two2six", "--quiet")
-        check(wav_channel_mask(name + "_51.wav") == 0x3F, "%s: mask %r" % (name, wav_channel_mask(name + "_51.wav")))
-        rate, channels, kind, got = read_wav(name + "_51.wav")
-        check((rate, channels, kind) == (44100, 6, "f32"), "%s: format %s" % (name, (rate, channels, kind)))
-        check(len(got) == 6 * 3000, "%s: %d samples" % (name, len(got)))
+        got = process(name + ".wav", name + "_51.wav", "-e", "two2six", "--quiet", fmt=(44100, 6, "f32"))[1]
+        check(wav_channel_mask(name + "_51.wav") == 0x3F and len(got) == 6 * 3000, name + ": mask or length")
         fronts = [v for i, v in enumerate(got) if i % 6 < 2]
         first_difference(fronts, want, name + " fronts")
 
@@ -320,9 +312,7 @@ def case_process_speed():
         v = 0.4 * math.sin(2 * math.pi * 440.0 * n / rate)
         x += [v, -v]
     write_wav("tone.wav", rate, 2, x, "f32")
-    out, _ = run("process", "tone.wav", "fast.wav", "--speed", "1.25", "--format", "f32")
-    r, c, kind, got = read_wav("fast.wav")
-    check((r, c, kind) == (rate, 2, "f32"), "output format %s" % ((r, c, kind),))
+    out, got = process("tone.wav", "fast.wav", "--speed", "1.25", "--format", "f32", fmt=(rate, 2, "f32"))
     check(len(got) == 2 * 70560, "stretched length %d frames" % (len(got) // 2))
     left = got[0::2][10000:60000]
     rises = sum(1 for a, b in zip(left, left[1:]) if a < 0 <= b)
@@ -465,47 +455,28 @@ def case_response():
 
     # A low-pass biquad: the measured curve follows the closed-form magnitude
     # of its cookbook design, which checks the frequency axis and the level.
-    fc, q, rate = 1000.0, 0.7071, 48000.0
     with open(path("lp.json"), "w") as f:
-        json.dump({"effects": [{"type": "lowpass", "params": {"Frequency": fc, "Q": q}}]}, f)
-    run("response", "lp.json", "--out", "lp.png", "--csv", "lp.csv", "--channels", "1")
-    w0 = 2 * math.pi * fc / rate
-    c, alpha = math.cos(w0), math.sin(w0) / (2 * q)
-    b = [(1 - c) / 2, 1 - c, (1 - c) / 2]
-    a = [1 + alpha, -2 * c, 1 - alpha]
-
-    def magnitude_db(f):
-        z = complex(math.cos(2 * math.pi * f / rate), -math.sin(2 * math.pi * f / rate))
-        h = (b[0] + b[1] * z + b[2] * z * z) / (a[0] + a[1] * z + a[2] * z * z)
-        return 20 * math.log10(abs(h))
-
-    with open(path("lp.csv")) as f:
-        rows = [[float(v) for v in line.split(",")] for line in f.read().splitlines()[1:]]
-    worst, at = 0.0, 0.0
-    for freq, db in rows:
-        if 20.0 <= freq <= 8000.0 and abs(db - magnitude_db(freq)) > worst:
-            worst, at = abs(db - magnitude_db(freq)), freq
+        json.dump({"effects": [{"type": "lowpass", "params": {"Frequency": 1000.0, "Q": 0.7071}}]}, f)
+    rows = [r for r in response_rows("lp.json", 48000) if r[0] <= 8000.0]
+    worst, at = worst_deviation(rows, lambda f: chain_db([("LP", 1000.0, 0.7071, 0.0)], 0.0, f, 48000))
     check(worst < 0.02, "low-pass response off by %.4f dB at %g Hz" % (worst, at))
 
 
 def case_script():
-    out, _ = run("script", "in*2", "--in", "3")
-    check(out.startswith("result: 6 ") and "errors: none" in out, out)
-    out, _ = run("script", "#x=in*2\nout+1", "--in", "3")
-    check(out.startswith("result: 7 ") and " x=6" in out, out)
-    out, _ = run("script", ">0-1\nin", "--in", "3")
-    check("runs: 2 (two-pass)" in out and "ondrel_tool" not in out, out)
-    out, _ = run("script", "in*(", "--in", "3", expect=1)
-    check(out.startswith("result: 3 ") and "errors: 1" in out and "LINE 1" in out, out)
-    # GENRE_ZKV 9 maps to genre class 1.
-    out, _ = run("script", "GENRE*10", "--in", "0", "-m", "GENRE_ZKV=9")
-    check(out.startswith("result: 10 "), out)
     with open(path("bypass.txt"), "w") as f:
         f.write("#GV_FXBYPASSED=gt(in,0)\nin\n")
-    out, _ = run("script", "@bypass.txt", "--in", "5")
-    check("left the chain" in out, out)
-    out, _ = run("script", "@bypass.txt", "--in", "-5")
-    check("left the chain" not in out and out.startswith("result: -5 "), out)
+    # (script, input, extra arguments, exit code, texts shown, texts not shown);
+    # GENRE_ZKV 9 maps to genre class 1.
+    for text, value, extra, code, shown, hidden in (
+            ("in*2", "3", (), 0, ("result: 6 ", "errors: none"), ()),
+            ("#x=in*2\nout+1", "3", (), 0, ("result: 7 ", " x=6"), ()),
+            (">0-1\nin", "3", (), 0, ("runs: 2 (two-pass)",), ("ondrel_tool",)),
+            ("in*(", "3", (), 1, ("result: 3 ", "errors: 1", "LINE 1"), ()),
+            ("GENRE*10", "0", ("-m", "GENRE_ZKV=9"), 0, ("result: 10 ",), ()),
+            ("@bypass.txt", "5", (), 0, ("left the chain",), ()),
+            ("@bypass.txt", "-5", (), 0, ("result: -5 ",), ("left the chain",))):
+        out, _ = run("script", text, "--in", value, *extra, expect=code)
+        check(all(t in out for t in shown) and not any(t in out for t in hidden), "%r: %s" % (text, out))
 
 
 def scramble_reference(data):
@@ -557,9 +528,7 @@ def case_headphone():
     serve("LiveRoom", "FC_L.data", 1.0)  # the build room, replaced by RoomType=3
     x = noise(6000, 0.5, 25)
     write_wav("mono.wav", 44100, 1, x, "f32")
-    run("--rooms", "rooms", "process", "mono.wav", "room.wav", "-e", "headphone RoomType=3")
-    rate, channels, kind, y = read_wav("room.wav")
-    check((rate, channels, kind) == (44100, 2, "f32"), "output %s" % ((rate, channels, kind),))
+    y = process("mono.wav", "room.wav", "-e", "headphone RoomType=3", "--rooms", "rooms", fmt=(44100, 2, "f32"))[1]
     check(len(y) >= 2 * 6000, "output %d samples" % len(y))
     path_gain = 32767.0 / 32768.0 * 0.9765625
     worst = 0.0

@@ -99,9 +99,6 @@ TEST_F(EffectTest, DfxHeadphoneCrossFeedsAfterShortestLine) {
 TEST_F(EffectTest, DfxAmbiencePlate) {
   DFXBASE::DfxAmbience plate;
   ASSERT_EQ(plate.Configure({44100, 64}), 0);
-  EXPECT_EQ(plate.decayTable(127), 0.95f);
-  EXPECT_NEAR(plate.decayTable(126), 0.095 * std::pow(10.0, 126.0 / 127.0), 1e-6);
-  EXPECT_NEAR(plate.decayTable(64), 0.095 * std::pow(10.0, 64.0 / 127.0), 1e-6);
 
   // At 12 the wet level is 0 and the dry 1: the audio passes unchanged.
   const std::vector<float> sig = TestSignal(40000, 2, 44100.0f);

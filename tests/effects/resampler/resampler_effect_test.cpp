@@ -1,13 +1,11 @@
-// Resampler effect: table, words and ratio texts, the target rate rules,
-// the converter it holds against the converters built directly, and the
-// block status a chain sees.
+// Resampler effect: the target rate rules, the converter it holds against
+// the converters built directly, and the block status a chain sees.
 #include "effects/resampler/resampler_effect.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "effects/effect_test_util.h"
@@ -18,24 +16,7 @@ namespace {
 
 using ResamplerEffectTest = ondrel_test::EffectTest;
 
-std::string Display(ResamplerEffect& fx, int index) {
-  char buf[128];
-  fx.GetParamDisplay(index, buf);
-  return buf;
-}
-
 void SetAlgorithm(ResamplerEffect& fx, int32_t value) { fx.SetParamData(4, &value, sizeof(value)); }
-
-// The multiplier's text rounds its value the way the rate rule does.
-TEST_F(ResamplerEffectTest, RatioTexts) {
-  ResamplerEffect fx;
-  const std::vector<std::pair<float, const char*>> ratios = {
-      {-3.0f, "1/4"}, {-1.0f, "1/2"}, {-0.5f, "1/2"}, {0.99f, "1:1"}, {1.0f, "2 X"}, {3.5f, "4 X"}};
-  for (const auto& r : ratios) {
-    fx.SetParam(1, r.first);
-    EXPECT_EQ(Display(fx, 1), r.second) << r.first;
-  }
-}
 
 TEST_F(ResamplerEffectTest, TargetRateAndConverter) {
   ResamplerEffect fx;

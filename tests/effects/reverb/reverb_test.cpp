@@ -208,19 +208,4 @@ TEST(Reverb, OneUnitPerPair) {
   EXPECT_EQ(back, 0.0);
 }
 
-TEST(Reverb, DesignRules) {
-  // Shelf corner above half the rate turns the high shelf off; a ratio of
-  // 1 or more leaves the late and echo stages undamped.
-  ONDREL2::ALREVERB::ReverbSettings s;
-  s.sampleRate = 8000;
-  s.lowpass_ratio = 1.0f;
-  s.b_decay_lowpass_limit = 0;  // no air-absorption limit on the ratio
-  ONDREL2::ALREVERB::AlreverbUnit unit;
-  ASSERT_EQ(unit.Apply(s), 0);
-  EXPECT_FALSE(unit.highShelf.enabled);
-  EXPECT_TRUE(unit.lowShelf.enabled);
-  for (float c : unit.late.lpCoef) EXPECT_EQ(c, 0.0f);
-  EXPECT_EQ(unit.echo.lpCoef, 0.0f);
-}
-
 }  // namespace
