@@ -5,7 +5,10 @@
 # rounds. Printed per effect: real-time factor (seconds of audio per second
 # of wall time) end to end, and net of each tool's own pass-through run
 # (ondrel's Through chain, ffmpeg's anull), with the ratio ours / ffmpeg
-# (above 1: ondrel is faster).
+# (above 1: ondrel is faster). When the build has the LV2 bundle, the same
+# effect also runs as our plugin inside the ffmpeg process
+# (`-af lv2=p=urn:ondrel:NAME`), which compares the two filters in one host:
+# "lv2 net" is that run net of ffmpeg's anull, against ffmpeg's own filter.
 # Usage: scripts/bench-vs-ffmpeg.sh [BUILD_DIR] [ROUNDS] [SECONDS]
 set -euo pipefail
 
@@ -55,6 +58,28 @@ jobs=(
   "two2six|two2six Enabled=1|surround"
 )
 
+bundle=$(cd "$build/lib/lv2" 2>/dev/null && pwd || true)  # lilv wants an absolute path
+have_lv2=0
+if [ -f "$bundle/ondrel.lv2/manifest.ttl" ] && ffmpeg -hide_banner -filters 2>/dev/null | grep ' lv2 ' >/dev/null; then
+  have_lv2=1
+fi
+
+# The plugin form of an inline effect: "peak LowEdge=707 Gain=6" ->
+# "lv2=p=urn\\:ondrel\\:peak:c=lowedge=707|gain=6" (the port symbol of a
+# parameter: lower case, other characters one '_', "p_" before a digit).
+lv2_filter() {
+  python3 - "$1" <<'PY'
+import re, sys
+short, _, rest = sys.argv[1].partition(" ")
+controls = []
+for name, value in re.findall(r"\s*(.+?)=(\S+)", rest):
+    sym = re.sub(r"[^0-9a-z]+", "_", name.lower()).strip("_")
+    controls.append(("p_" + sym if sym[:1].isdigit() else sym) + "=" + value)
+f = "lv2=p=urn\\\\:ondrel\\\\:" + short
+print(f + (":c=" + "|".join(controls) if controls else ""))
+PY
+}
+
 now() { date +%s.%N; }
 ours() { "$tool" process -q -f s16 "$work/in.wav" "$work/ours.wav" -e "$1" >/dev/null; }
 theirs() {
@@ -70,24 +95,34 @@ for ((r = 0; r < rounds; ++r)); do
     t0=$(now); ours "$fx"; t1=$(now); theirs "$filter"; t2=$(now)
     times[$name.ours]+=" $(awk -v a="$t0" -v b="$t1" 'BEGIN{print b-a}')"
     times[$name.ff]+=" $(awk -v a="$t1" -v b="$t2" 'BEGIN{print b-a}')"
+    if [ "$have_lv2" = 1 ] && [ "$name" != through ]; then
+      plugin=$(lv2_filter "$fx")
+      t3=$(now); LV2_PATH="$bundle" theirs "$plugin"; t4=$(now)
+      times[$name.lv2]+=" $(awk -v a="$t3" -v b="$t4" 'BEGIN{print b-a}')"
+    fi
   done
 done
 
 median() { tr ' ' '\n' <<<"$1" | grep . | sort -g | awk '{v[NR]=$1} END {print (NR%2) ? v[(NR+1)/2] : (v[NR/2]+v[NR/2+1])/2}'; }
 
 printf '%s s of 44.1 kHz stereo s16, median of %s alternating rounds\n' "$seconds" "$rounds"
-printf '%-9s | %9s %9s %6s | %9s %9s %6s\n' effect "ours" "ffmpeg" ratio "ours net" "ff net" ratio
+printf '%-9s | %9s %9s %6s | %9s %9s %6s | %9s %6s\n' effect "ours" "ffmpeg" ratio "ours net" "ff net" ratio "lv2 net" ratio
 base_o=$(median "${times[through.ours]}")
 base_f=$(median "${times[through.ff]}")
 for job in "${jobs[@]}"; do
   IFS='|' read -r name _ <<<"$job"
   o=$(median "${times[$name.ours]}")
   f=$(median "${times[$name.ff]}")
-  awk -v n="$name" -v o="$o" -v f="$f" -v bo="$base_o" -v bf="$base_f" -v s="$seconds" 'BEGIN {
+  l=-1
+  [ -n "${times[$name.lv2]:-}" ] && l=$(median "${times[$name.lv2]}")
+  awk -v n="$name" -v o="$o" -v f="$f" -v l="$l" -v bo="$base_o" -v bf="$base_f" -v s="$seconds" 'BEGIN {
     ro = s / o; rf = s / f
-    if (n == "through") { printf "%-9s | %9.0f %9.0f %6.2f | %9s %9s %6s\n", n, ro, rf, ro / rf, "-", "-", "-"; exit }
+    if (n == "through") { printf "%-9s | %9.0f %9.0f %6.2f | %9s %9s %6s | %9s %6s\n", n, ro, rf, ro / rf, "-", "-", "-", "-", "-"; exit }
     no = o - bo; nf = f - bf
     if (no <= 0.001) no = 0.001; if (nf <= 0.001) nf = 0.001
-    printf "%-9s | %9.0f %9.0f %6.2f | %9.0f %9.0f %6.2f\n", n, ro, rf, ro / rf, s / no, s / nf, (s / no) / (s / nf)
+    printf "%-9s | %9.0f %9.0f %6.2f | %9.0f %9.0f %6.2f", n, ro, rf, ro / rf, s / no, s / nf, (s / no) / (s / nf)
+    if (l < 0) { printf " | %9s %6s\n", "-", "-"; exit }
+    nl = l - bf; if (nl <= 0.001) nl = 0.001
+    printf " | %9.0f %6.2f\n", s / nl, (s / nl) / (s / nf)
   }'
 done
