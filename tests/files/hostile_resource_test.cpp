@@ -37,7 +37,10 @@ ondrel_test::StreamResult RunLoader(Loader loader, const std::string& name, int 
   AEffect* fx = NewEffect(loader == Loader::kStudioIr ? EFFECT_STUDIO_IR : EFFECT_SAMPLER);
   SetText(fx, 0, name);
   set_xlog_level(logLevel);
-  return RunStream(fx, 44100.0f, channels, TestSignal(3000, channels, 44100.0f));
+  ondrel_test::StreamResult r =
+      RunStream(fx, 44100.0f, channels, TestSignal(3000, channels, 44100.0f));
+  set_xlog_level(7);
+  return r;
 }
 
 // The output is the input, as it stands or (convolver) after its latency.

@@ -224,4 +224,70 @@ TEST(HostMisuse, ExportedFunctionsTakeNullsAndBadCounts) {
   ondrel_destroy_inst(inst);
 }
 
+// Result and text pointers left null, null keys and list entries, indices
+// outside the parameter table: every call returns, none writes through the
+// missing pointer.
+TEST(HostMisuse, MissingPointersAndIndicesOutsideTheTable) {
+  ondrel_test::SilenceLog();
+  void* inst = ondrel_create_inst();
+  AEffect* fx = Make(EFFECT_AMPLIFIER);
+  ASSERT_EQ(ondrel_set_params(inst, &fx, 1), ONDREL_OK);
+  float pcm[8] = {};
+  int n = 0;
+  EXPECT_EQ(ondrel_set_modulator(nullptr, nullptr, 1.0), ONDREL_OK);
+  EXPECT_EQ(ondrel_set_modulator(inst, nullptr, 1.0), ONDREL_OK);
+  set_modulator_user(nullptr, 1.0);
+  EXPECT_FALSE(get_modulator_user(nullptr, nullptr));
+  EXPECT_TRUE(IsStatus(ondrel_get_in_chns(inst, nullptr, nullptr)));
+  EXPECT_TRUE(IsStatus(ondrel_get_out_chns(inst, nullptr, nullptr)));
+  EXPECT_EQ(ondrel_processf_input(inst, nullptr, 4, &n), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_process_input(inst, nullptr, 4, &n), ONDREL_E_INVALID);
+  EXPECT_TRUE(IsStatus(ondrel_processf_input(inst, pcm, 4, nullptr)));
+  EXPECT_TRUE(IsStatus(ondrel_processf_output(inst, nullptr, 4, &n)));
+  EXPECT_TRUE(IsStatus(ondrel_processf_output(inst, pcm, 4, nullptr)));
+  EXPECT_TRUE(IsStatus(ondrel_process_output(inst, nullptr, 4, nullptr)));
+  EXPECT_TRUE(IsStatus(ondrel_get_params(inst, &fx, 1, nullptr)));
+  EXPECT_TRUE(IsStatus(ondrel_flush_to_buf(inst, nullptr)));
+  EXPECT_TRUE(IsStatus(ondrel_set_params(inst, nullptr, 3)));
+  EXPECT_TRUE(IsStatus(ondrel_set_params(inst, &fx, -1)));
+  EXPECT_EQ(ondrel_stream2params(nullptr, nullptr, pcm, 8, nullptr), ONDREL_E_INVALID);
+  for (int count : {2, -3}) {
+    void* stream = nullptr;
+    int size = 0;
+    EXPECT_TRUE(IsStatus(ondrel_params2stream(&stream, &size, nullptr, count, nullptr)));
+    ondrel_destroy_paramstream(stream);
+  }
+  const char* roots[2] = {"/nonexistent/", nullptr};
+  EXPECT_EQ(ondrel_set_resource_root(nullptr, 3), ONDREL_OK);
+  EXPECT_EQ(ondrel_set_resource_root(roots, 2), ONDREL_OK);
+  EXPECT_EQ(ondrel_set_resource_root(roots, -5), ONDREL_OK);
+  EXPECT_EQ(ondrel_set_resource_root(nullptr, 0), ONDREL_OK);
+  EXPECT_EQ(ondrel_create_effect(EFFECT_AMPLIFIER, nullptr), ONDREL_E_INVALID);
+  EXPECT_TRUE(IsStatus(ondrel_get_existing_effect(EFFECT_AMPLIFIER, nullptr)));
+
+  // Every opcode with a null pointer, and with indices outside the table.
+  AEffect* limiter = Make(EFFECT_LIMITER);
+  for (int op = ONDREL_OP_OPEN; op <= ONDREL_OP_GET_SCRIPT_VERSION; ++op)
+    if (op != ONDREL_OP_CLOSE) limiter->dispatcher(limiter, op, 0, 0, nullptr, 0.0f);
+  char text[256];
+  float value = 0.0f;
+  for (int index : {-1, 999, INT_MIN})
+    for (int op = ONDREL_OP_GET_PARAM_LABEL; op <= ONDREL_OP_PARAM_NEEDS_REBUILD; ++op) {
+      if (op == ONDREL_OP_SET_CHANNELS || op == ONDREL_OP_SET_OUT_CHANNELS ||
+          op == ONDREL_OP_SET_SAMPLE_RATE || op == ONDREL_OP_SUSPEND_RESUME ||
+          op == ONDREL_OP_GET_EFFECT_TYPE || op == ONDREL_OP_GET_EFFECT_NAME ||
+          op == ONDREL_OP_GET_PARAM_INDEX)
+        continue;
+      void* ptr = op == ONDREL_OP_GET_PARAM_DATA ? static_cast<void*>(&value) : text;
+      limiter->dispatcher(limiter, op, index, 4, ptr, 0.5f);
+    }
+  // Binary data of negative or huge claimed size without a buffer.
+  AEffect* ir = Make(EFFECT_STUDIO_IR);
+  EXPECT_TRUE(IsStatus(ir->dispatcher(ir, ONDREL_OP_SET_PARAM_DATA, 0, -5, text, 0.0f)));
+  EXPECT_TRUE(IsStatus(ir->dispatcher(ir, ONDREL_OP_SET_PARAM_DATA, 0, INT_MAX, nullptr, 0.0f)));
+  ondrel_destroy_effect(ir);
+  ondrel_destroy_effect(limiter);
+  ondrel_destroy_inst(inst);
+}
+
 }  // namespace
