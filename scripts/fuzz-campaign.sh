@@ -2,7 +2,7 @@
 # Fuzz campaign over every parser target: builds the libFuzzer targets with
 # clang (AddressSanitizer + UndefinedBehaviorSanitizer), runs each for
 # SECONDS on its corpus in tests/fuzz/corpus/<target>/, merges what it found
-# back into that corpus (minimised), and prints one line per target:
+# back into that corpus (minimised by set cover), and prints one line per target:
 # executions, corpus size and findings. Crash inputs are kept in
 # build-fuzz/findings/<target>/.
 #
@@ -43,7 +43,15 @@ for t in "${targets[@]}"; do
     -artifact_prefix="$findings/" -timeout=10 -rss_limit_mb=4096 "$work" "$corpus" >"$log" 2>&1
   rc=$?
   set -e
-  "$build/tests/$t" -merge=1 "$corpus" "$work" >/dev/null 2>&1 || true
+  # Keeps the checked-in corpus small: the greedy set cover of the old
+  # corpus and the new inputs replaces it when the merge works.
+  fresh="$build/merged/$t"
+  rm -rf "$fresh" && mkdir -p "$fresh"
+  if "$build/tests/$t" -set_cover_merge=1 "$fresh" "$corpus" "$work" >/dev/null 2>&1 &&
+     [ -n "$(ls -A "$fresh")" ]; then
+    find "$corpus" -type f -delete
+    cp "$fresh"/* "$corpus"/
+  fi
   execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
   found=$(find "$findings" -type f | wc -l)
   printf '%-22s %14s %10s %9s\n' "$t" "${execs:-?}" "$(find "$corpus" -type f | wc -l)" "$found"
