@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "framework/effect_types.h"
+#include "framework/ondrel2.h"
 #include "ondrel.h"
 
 using namespace ONDREL2;
@@ -36,7 +37,7 @@ using namespace ONDREL2;
 namespace {
 
 constexpr int kFrames = 1024;     // frames per host call
-constexpr int kMaxChannels = 64;  // widest output any chain can have
+constexpr int kWidestChain = 64;  // widest output any chain can have
 constexpr float kBaseRate = 44100.0f;
 
 // Processor time of this thread: call times stay comparable while other
@@ -118,9 +119,37 @@ std::vector<AEffect*> MakeChain() {
   return chain;
 }
 
+// Frames waiting in the queues of the chain's effects, and the effect that
+// holds the most. A chain that runs as it should keeps about one block per
+// effect; more that keeps growing is audio that never comes out.
+int QueuedFrames(void* inst, std::string* worst) {
+  AEffect* handles[128];
+  int count = 0, total = 0, most = -1;
+  ondrel_get_params(inst, handles, 128, &count);
+  for (int i = 0; i < count; ++i) {
+    auto* fx = dynamic_cast<IOndrel2*>(handles[i]->object);
+    if (fx == nullptr) continue;
+    const int queued = fx->inFifo.Count() + fx->dryFifo.Count() + fx->outFifo.Count();
+    total += queued;
+    if (queued > most && worst != nullptr) {
+      most = queued;
+      char name[64] = {};
+      handles[i]->dispatcher(handles[i], ONDREL_OP_GET_EFFECT_NAME, 0, 0, name, 0.0f);
+      char line[256];
+      std::snprintf(
+          line, sizeof line, "#%d type %d '%s': in %d, dry %d, out %d frames; %d -> %d ch", i,
+          handles[i]->object->GetEffectType(), name, fx->inFifo.Count(), fx->dryFifo.Count(),
+          fx->outFifo.Count(), fx->GetChannels(), fx->GetOutChannels());
+      *worst = line;
+    }
+  }
+  return total;
+}
+
 struct Hour {
   double wallSeconds = 0, callSum = 0, callWorst = 0;
   long calls = 0, rssKb = 0, nonFinite = 0;
+  int queuedMax = 0;
   int fds = 0, clearCopies = 0;
 };
 
@@ -157,7 +186,7 @@ int main(int argc, char** argv) {
     return 1;
   }
 
-  std::vector<float> in(2 * kFrames), out(static_cast<size_t>(kMaxChannels) * kFrames * 8);
+  std::vector<float> in(2 * kFrames), out(static_cast<size_t>(kWidestChain) * kFrames * 8);
   std::mt19937 rng(20261124u);
   std::uniform_real_distribution<float> noise(-1.0f, 1.0f);
   std::vector<Hour> report;
@@ -168,8 +197,9 @@ int main(int argc, char** argv) {
   float rate = kBaseRate;
   double phase = 0.0;
   int statusErrors = 0;
-  std::printf("%5s %9s %7s %9s %9s %9s %4s %4s %9s\n", "hour", "wall s", "x rt", "mean us",
-              "worst us", "rss kB", "fds", "-dec", "nonfinite");
+  std::vector<std::string> lastMoves;  // the latest slider moves, for a failure report
+  std::printf("%5s %9s %7s %9s %9s %9s %4s %4s %9s %7s\n", "hour", "wall s", "x rt", "mean us",
+              "worst us", "rss kB", "fds", "-dec", "nonfinite", "queued");
   auto wallStart = std::chrono::steady_clock::now();
   for (long long frame = 0; frame < totalFrames; frame += kFrames) {
     const long long minute = frame / framesPerMinute;
@@ -184,6 +214,16 @@ int main(int argc, char** argv) {
       in[2 * n + 1] = silent ? 0.0f : 0.8f * tone + 0.05f * noise(rng);
     }
     if (newMinute && frame > 0) {
+      std::string worst;
+      const int queued = QueuedFrames(inst, &worst);
+      hour.queuedMax = std::max(hour.queuedMax, queued);
+      if (queued > 10 * static_cast<int>(kBaseRate)) {
+        std::printf("minute %lld: %d frames queued in the chain, most in %s\n", minute, queued,
+                    worst.c_str());
+        for (const std::string& m : lastMoves) std::printf("  after %s\n", m.c_str());
+        ++statusErrors;
+        break;
+      }
       AEffect* handles[128];
       int count = 0;
       ondrel_get_params(inst, handles, 128, &count);
@@ -192,9 +232,15 @@ int main(int argc, char** argv) {
         AEffect* fx = handles[rng() % static_cast<unsigned>(count)];
         if (fx->numParams > 0) {
           const int p = static_cast<int>(rng() % static_cast<unsigned>(fx->numParams));
-          if (!fx->dispatcher(fx, ONDREL_OP_IS_PARAM_BINARY, p, 0, nullptr, 0.0f))
-            fx->dispatcher(fx, ONDREL_OP_SET_PARAM_NORMALIZED, p, 0, nullptr,
-                           0.3f + 0.4f * static_cast<float>(rng() % 1000) / 1000.0f);
+          const float v = 0.3f + 0.4f * static_cast<float>(rng() % 1000) / 1000.0f;
+          if (!fx->dispatcher(fx, ONDREL_OP_IS_PARAM_BINARY, p, 0, nullptr, 0.0f)) {
+            fx->dispatcher(fx, ONDREL_OP_SET_PARAM_NORMALIZED, p, 0, nullptr, v);
+            char move[128];
+            std::snprintf(move, sizeof move, "minute %lld: type %d param %d to %.3f", minute,
+                          fx->object->GetEffectType(), p, v);
+            lastMoves.push_back(move);
+            if (lastMoves.size() > 4) lastMoves.erase(lastMoves.begin());
+          }
         }
       }
       if (minute % 5 == 0) {
@@ -258,10 +304,10 @@ int main(int argc, char** argv) {
       const double audioSeconds = std::min<double>(
           3600.0,
           static_cast<double>(frame + kFrames - (report.size() - 1) * framesPerHour) / kBaseRate);
-      std::printf("%5zu %9.1f %7.1f %9.1f %9.0f %9ld %4d %4d %9ld\n", report.size(),
+      std::printf("%5zu %9.1f %7.1f %9.1f %9.0f %9ld %4d %4d %9ld %7d\n", report.size(),
                   hour.wallSeconds, audioSeconds / hour.wallSeconds,
                   hour.calls ? hour.callSum / hour.calls : 0.0, hour.callWorst, hour.rssKb,
-                  hour.fds, hour.clearCopies, hour.nonFinite);
+                  hour.fds, hour.clearCopies, hour.nonFinite, hour.queuedMax);
       std::fflush(stdout);
       hour = Hour();
     }

@@ -6,6 +6,11 @@
 # executions, corpus size and findings. Crash inputs are kept in
 # build-fuzz/findings/<target>/.
 #
+# An input counts as hung after TIMEOUT seconds (default 30): the chain
+# targets run whole effects, and the heaviest legal settings (a SuperEQ at
+# its longest window and gain table) take a second under the sanitizers on
+# an idle machine, several on a busy one.
+#
 # Usage: scripts/fuzz-campaign.sh SECONDS [TARGET...]
 #        JOBS=2 scripts/fuzz-campaign.sh 600 fuzz_script
 set -euo pipefail
@@ -40,7 +45,7 @@ for t in "${targets[@]}"; do
   # merged back (minimised) afterwards.
   set +e
   "$build/tests/$t" "${dict[@]}" -max_total_time="$seconds" -print_final_stats=1 \
-    -artifact_prefix="$findings/" -timeout=10 -rss_limit_mb=4096 "$work" "$corpus" >"$log" 2>&1
+    -artifact_prefix="$findings/" -timeout="${TIMEOUT:-30}" -rss_limit_mb=4096 "$work" "$corpus" >"$log" 2>&1
   rc=$?
   set -e
   # Keeps the checked-in corpus small: the greedy set cover of the old
