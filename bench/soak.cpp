@@ -232,8 +232,8 @@ int main(int argc, char** argv) {
         AEffect* fx = handles[rng() % static_cast<unsigned>(count)];
         if (fx->numParams > 0) {
           const int p = static_cast<int>(rng() % static_cast<unsigned>(fx->numParams));
-          const float v = 0.3f + 0.4f * static_cast<float>(rng() % 1000) / 1000.0f;
           if (!fx->dispatcher(fx, ONDREL_OP_IS_PARAM_BINARY, p, 0, nullptr, 0.0f)) {
+            const float v = 0.3f + 0.4f * static_cast<float>(rng() % 1000) / 1000.0f;
             fx->dispatcher(fx, ONDREL_OP_SET_PARAM_NORMALIZED, p, 0, nullptr, v);
             char move[128];
             std::snprintf(move, sizeof move, "minute %lld: type %d param %d to %.3f", minute,

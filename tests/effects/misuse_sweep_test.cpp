@@ -21,6 +21,7 @@
 
 #include "effects/effect_test_util.h"
 #include "framework/effect_types.h"
+#include "framework/ondrel2.h"
 #include "support/log_capture.h"
 
 using namespace ONDREL2;
@@ -191,5 +192,41 @@ class NonFiniteReport : public testing::Environment {
   }
 };
 const testing::Environment* const kReport = testing::AddGlobalTestEnvironment(new NonFiniteReport);
+
+}  // namespace
+
+namespace {
+
+// A router whose input count grows on a running chain that is wider than it
+// (the upmixer behind it makes the chain six channels wide): the frames of
+// the surplus channels must leave the effect as fast as they enter, and the
+// audio keeps flowing.
+TEST(MisuseChain, ChannelCountChangeOnARunningChainKeepsQueuesBounded) {
+  ondrel_test::SilenceLog();
+  AEffect* chain[2] = {ondrel_test::NewEffect(EFFECT_CHAOS),
+                       ondrel_test::NewEffect(EFFECT_TWO_TO_SIX)};
+  AEffect* chaos = chain[0];
+  void* inst = ondrel_create_inst();
+  ondrel_setup_input(inst, 2, 0);
+  ondrel_set_samplerate(inst, 44100.0f);
+  ASSERT_EQ(ondrel_set_params(inst, chain, 2), ONDREL_OK);
+  const std::vector<float> in = ondrel_test::TestSignal(1024, 2, 44100.0f);
+  std::vector<float> out(64 * 4096);
+  long pushed = 0, delivered = 0;
+  for (int call = 0; call < 400; ++call) {
+    if (call == 10)  // the input multiplier to 2x: four inputs, two outputs
+      chaos->dispatcher(chaos, ONDREL_OP_SET_PARAM, 0, 0, nullptr, 1.0f);
+    int available = 0, written = 0;
+    ondrel_processf_input(inst, const_cast<float*>(in.data()), 2048, &available);
+    ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &written);
+    pushed += 1024;
+    delivered += written / 6;
+  }
+  auto* adapter = dynamic_cast<IOndrel2*>(chaos->object);
+  ASSERT_NE(adapter, nullptr);
+  EXPECT_LT(adapter->dryFifo.Count(), 8 * 1024);
+  EXPECT_GT(delivered, pushed - 16 * 1024);
+  ondrel_destroy_inst(inst);
+}
 
 }  // namespace
