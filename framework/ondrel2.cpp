@@ -111,12 +111,18 @@ int32_t IOndrel2::ProcessInput(const ChannelVector& in, int32_t frames, int32_t*
       SetupDryFifo(inFifo.channels, outFifo.channels, inChannels);
     dryFifo.PutPlanar(in, frames, inFifo.channels);
   }
+  // Surplus input channels that cannot ride in the block (a chain wider than
+  // this effect, which has more inputs than outputs) stay in the dry queue
+  // until ProcessOutput takes them. The block's channels beyond the outputs
+  // must not join them then: the queue would gain a second copy of every
+  // frame and grow without end.
   while (inFifo.Count() >= block) {
     int32_t got = 0;
     inFifo.GetPlanar(blockBufs, block, &got, 0);
-    if (inChannels > inFifo.channels &&
-        dryFifo.channels + inFifo.channels <= static_cast<int32_t>(blockBufs.size()))
-      dryFifo.GetPlanar(blockBufs, got, &got, inFifo.channels);
+    const bool surplusInput = inChannels > inFifo.channels;
+    const bool surplusRides = surplusInput && dryFifo.channels + inFifo.channels <=
+                                                  static_cast<int32_t>(blockBufs.size());
+    if (surplusRides) dryFifo.GetPlanar(blockBufs, got, &got, inFifo.channels);
     if (paramsDirty) {
       const int32_t rc = UpdateParams();
       paramsDirty = false;
@@ -124,7 +130,8 @@ int32_t IOndrel2::ProcessInput(const ChannelVector& in, int32_t frames, int32_t*
     }
     if (int32_t rc = ProcessBlock(blockBufs, &got)) return rc;
     outFifo.PutPlanar(blockBufs, got, 0);
-    if (static_cast<int32_t>(blockBufs.size()) > outFifo.channels)
+    if (static_cast<int32_t>(blockBufs.size()) > outFifo.channels &&
+        (!surplusInput || surplusRides))
       dryFifo.PutPlanar(blockBufs, got, outFifo.channels);
   }
   if (available != nullptr) *available = outFifo.Count();

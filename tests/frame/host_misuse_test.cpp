@@ -106,3 +106,188 @@ TEST(HostMisuse, NonFiniteSamplesEnterAsSilence) {
 }
 
 }  // namespace
+
+namespace {
+
+bool IsStatus(int rc) { return rc == ONDREL_OK || rc == ONDREL_E_INVALID || rc == ONDREL_E_NOMEM; }
+
+// Every exported function of the library and instance families with null
+// pointers, negative and odd counts: a status or a harmless result each.
+TEST(HostMisuse, ExportedFunctionsTakeNullsAndBadCounts) {
+  ondrel_test::SilenceLog();
+  int16_t pcm[64] = {};
+  float pcmf[64] = {};
+  int n = 0;
+  float rate = 0.0f;
+  uint64_t mask = 0;
+  AEffect* fx = nullptr;
+
+  // No instance at all.
+  EXPECT_EQ(ondrel_setup_input(nullptr, 2, 0), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_set_samplerate(nullptr, 44100.0f), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_get_samplerate(nullptr, &rate), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_get_in_chns(nullptr, &n, &mask), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_get_out_chns(nullptr, &n, &mask), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_set_params(nullptr, nullptr, 0), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_get_params(nullptr, nullptr, 0, &n), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_process_input(nullptr, pcm, 2, &n), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_processf_input(nullptr, pcmf, 2, &n), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_process_output(nullptr, pcm, 2, &n), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_processf_output(nullptr, pcmf, 2, &n), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_flush_to_buf(nullptr, &n), ONDREL_OK);
+  ondrel_flush_out(nullptr);
+  ondrel_destroy_inst(nullptr);
+
+  // Library helpers.
+  EXPECT_EQ(ondrel_set_locale(nullptr, nullptr), ONDREL_OK);
+  EXPECT_EQ(ondrel_set_resource_root(nullptr, 0), ONDREL_OK);
+  EXPECT_NE(ondrel_get_res_paths(nullptr), nullptr);
+  EXPECT_EQ(ondrel_create_effect(static_cast<ONDREL_EFFECT_TYPE>(-1), &fx), ONDREL_E_INVALID);
+  EXPECT_EQ(fx, nullptr);
+  EXPECT_EQ(ondrel_create_effect(static_cast<ONDREL_EFFECT_TYPE>(41), &fx), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_get_existing_effect(static_cast<ONDREL_EFFECT_TYPE>(0), &fx), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_destroy_effect(nullptr), ONDREL_OK);
+  AEffect hollow{};
+  EXPECT_EQ(ondrel_destroy_effect(&hollow), ONDREL_OK);
+  EXPECT_EQ(ondrel_destroy_paramstream(nullptr), ONDREL_OK);
+  EXPECT_TRUE(IsStatus(ondrel_destroy_params(nullptr, 3, true)));
+  void* stream = nullptr;
+  EXPECT_EQ(ondrel_params2stream(nullptr, &n, nullptr, 0, nullptr), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_params2stream(&stream, nullptr, nullptr, 0, nullptr), ONDREL_E_INVALID);
+  AEffect** list = nullptr;
+  const uint8_t junk[16] = {1, 2, 3};
+  EXPECT_EQ(ondrel_stream2params(&list, &n, nullptr, 16, nullptr), ONDREL_E_INVALID);
+  for (int size : {-1, 0, INT_MIN}) {
+    EXPECT_EQ(ondrel_stream2params(&list, &n, junk, size, nullptr), ONDREL_E_INVALID) << size;
+    EXPECT_EQ(list, nullptr);
+  }
+  EXPECT_FALSE(decrypt_file(nullptr, "x"));
+  EXPECT_FALSE(decrypt_file("x", nullptr));
+  EXPECT_EQ(xplatform_pathname(nullptr, true), nullptr);
+  EXPECT_EQ(ondrel_set_modulator(nullptr, "RELIABILITY_PROBE", 1.0), ONDREL_OK);
+
+  // An instance, stereo at 44100 Hz with one effect.
+  void* inst = ondrel_create_inst();
+  ASSERT_NE(inst, nullptr);
+  for (int channels : {0, -1, INT_MIN})
+    EXPECT_EQ(ondrel_setup_input(inst, channels, 0), ONDREL_E_INVALID) << channels;
+  EXPECT_EQ(ondrel_setup_input(inst, 65, 0), ONDREL_OK);  // accepted, queues keep their width
+  EXPECT_EQ(ondrel_setup_input(inst, 2, 0), ONDREL_OK);
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  for (float bad : {0.0f, -44100.0f, nan, -INFINITY})
+    EXPECT_EQ(ondrel_set_samplerate(inst, bad), ONDREL_E_INVALID) << bad;
+  EXPECT_EQ(ondrel_get_samplerate(inst, nullptr), ONDREL_OK);
+  fx = Make(EFFECT_PK_FILTER);
+  ASSERT_EQ(ondrel_set_params(inst, &fx, 1), ONDREL_OK);
+  EXPECT_EQ(ondrel_get_params(inst, nullptr, 4, &n), ONDREL_E_NOMEM);
+  EXPECT_EQ(n, 1);
+  AEffect* one[1];
+  EXPECT_EQ(ondrel_get_params(inst, one, 0, &n), ONDREL_E_NOMEM);
+  EXPECT_EQ(ondrel_get_params(inst, one, 1, &n), ONDREL_OK);
+  EXPECT_EQ(one[0], fx);
+  // A list with a null handle is refused; the running chain stays.
+  AEffect* withNull[2] = {Make(EFFECT_AMPLIFIER), nullptr};
+  EXPECT_EQ(ondrel_set_params(inst, withNull, 2), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_get_params(inst, one, 1, &n), ONDREL_OK);
+  EXPECT_EQ(one[0], fx);
+
+  // Odd and negative counts never touch the buffers beyond their end.
+  for (int count : {1, 3, -1, -2, INT_MIN, INT_MIN + 1}) {
+    EXPECT_EQ(ondrel_process_input(inst, pcm, count, &n), ONDREL_E_INVALID) << count;
+    EXPECT_EQ(ondrel_processf_input(inst, pcmf, count, &n), ONDREL_E_INVALID) << count;
+  }
+  EXPECT_EQ(ondrel_processf_input(inst, pcmf, 0, &n), ONDREL_OK);
+  EXPECT_EQ(ondrel_processf_input(inst, pcmf, 64, &n), ONDREL_OK);
+  for (int count : {-1, -2, INT_MIN, 0, 1, 3}) {
+    EXPECT_TRUE(IsStatus(ondrel_process_output(inst, pcm, count, &n))) << count;
+    EXPECT_TRUE(IsStatus(ondrel_processf_output(inst, pcmf, count, &n))) << count;
+  }
+  // Rates from one hertz to 384 kHz; each renegotiates and processes.
+  std::vector<float> in(2 * 2048, 0.25f), out(2 * 8192);
+  for (float r : {1.0f, 8000.0f, 384000.0f, 44100.0f}) {
+    EXPECT_EQ(ondrel_set_samplerate(inst, r), ONDREL_OK) << r;
+    EXPECT_EQ(ondrel_processf_input(inst, in.data(), static_cast<int>(in.size()), &n), ONDREL_OK);
+    int written = 0;
+    EXPECT_EQ(ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &written),
+              ONDREL_OK);
+    for (int i = 0; i < written; ++i) ASSERT_TRUE(std::isfinite(out[i])) << r;
+  }
+  // 65 channels: the queues stay stereo-wide, calls fail or drop channels.
+  EXPECT_EQ(ondrel_setup_input(inst, 65, 0), ONDREL_OK);
+  std::vector<float> wide(65 * 600, 0.1f);
+  EXPECT_TRUE(
+      IsStatus(ondrel_processf_input(inst, wide.data(), static_cast<int>(wide.size()), &n)));
+  EXPECT_TRUE(IsStatus(ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &n)));
+  EXPECT_TRUE(IsStatus(ondrel_flush_to_buf(inst, &n)));
+  ondrel_flush_out(inst);
+  EXPECT_EQ(ondrel_set_params(inst, nullptr, 0), ONDREL_OK);
+  ondrel_destroy_inst(inst);
+}
+
+// Result and text pointers left null, null keys and list entries, indices
+// outside the parameter table: every call returns, none writes through the
+// missing pointer.
+TEST(HostMisuse, MissingPointersAndIndicesOutsideTheTable) {
+  ondrel_test::SilenceLog();
+  void* inst = ondrel_create_inst();
+  AEffect* fx = Make(EFFECT_AMPLIFIER);
+  ASSERT_EQ(ondrel_set_params(inst, &fx, 1), ONDREL_OK);
+  float pcm[8] = {};
+  int n = 0;
+  EXPECT_EQ(ondrel_set_modulator(nullptr, nullptr, 1.0), ONDREL_OK);
+  EXPECT_EQ(ondrel_set_modulator(inst, nullptr, 1.0), ONDREL_OK);
+  set_modulator_user(nullptr, 1.0);
+  EXPECT_FALSE(get_modulator_user(nullptr, nullptr));
+  EXPECT_TRUE(IsStatus(ondrel_get_in_chns(inst, nullptr, nullptr)));
+  EXPECT_TRUE(IsStatus(ondrel_get_out_chns(inst, nullptr, nullptr)));
+  EXPECT_EQ(ondrel_processf_input(inst, nullptr, 4, &n), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_process_input(inst, nullptr, 4, &n), ONDREL_E_INVALID);
+  EXPECT_TRUE(IsStatus(ondrel_processf_input(inst, pcm, 4, nullptr)));
+  EXPECT_TRUE(IsStatus(ondrel_processf_output(inst, nullptr, 4, &n)));
+  EXPECT_TRUE(IsStatus(ondrel_processf_output(inst, pcm, 4, nullptr)));
+  EXPECT_TRUE(IsStatus(ondrel_process_output(inst, nullptr, 4, nullptr)));
+  EXPECT_TRUE(IsStatus(ondrel_get_params(inst, &fx, 1, nullptr)));
+  EXPECT_TRUE(IsStatus(ondrel_flush_to_buf(inst, nullptr)));
+  EXPECT_TRUE(IsStatus(ondrel_set_params(inst, nullptr, 3)));
+  EXPECT_TRUE(IsStatus(ondrel_set_params(inst, &fx, -1)));
+  EXPECT_EQ(ondrel_stream2params(nullptr, nullptr, pcm, 8, nullptr), ONDREL_E_INVALID);
+  for (int count : {2, -3}) {
+    void* stream = nullptr;
+    int size = 0;
+    EXPECT_TRUE(IsStatus(ondrel_params2stream(&stream, &size, nullptr, count, nullptr)));
+    ondrel_destroy_paramstream(stream);
+  }
+  const char* roots[2] = {"/nonexistent/", nullptr};
+  EXPECT_EQ(ondrel_set_resource_root(nullptr, 3), ONDREL_OK);
+  EXPECT_EQ(ondrel_set_resource_root(roots, 2), ONDREL_OK);
+  EXPECT_EQ(ondrel_set_resource_root(roots, -5), ONDREL_OK);
+  EXPECT_EQ(ondrel_set_resource_root(nullptr, 0), ONDREL_OK);
+  EXPECT_EQ(ondrel_create_effect(EFFECT_AMPLIFIER, nullptr), ONDREL_E_INVALID);
+  EXPECT_TRUE(IsStatus(ondrel_get_existing_effect(EFFECT_AMPLIFIER, nullptr)));
+
+  // Every opcode with a null pointer, and with indices outside the table.
+  AEffect* limiter = Make(EFFECT_LIMITER);
+  for (int op = ONDREL_OP_OPEN; op <= ONDREL_OP_GET_SCRIPT_VERSION; ++op)
+    if (op != ONDREL_OP_CLOSE) limiter->dispatcher(limiter, op, 0, 0, nullptr, 0.0f);
+  char text[256];
+  float value = 0.0f;
+  for (int index : {-1, 999, INT_MIN})
+    for (int op = ONDREL_OP_GET_PARAM_LABEL; op <= ONDREL_OP_PARAM_NEEDS_REBUILD; ++op) {
+      if (op == ONDREL_OP_SET_CHANNELS || op == ONDREL_OP_SET_OUT_CHANNELS ||
+          op == ONDREL_OP_SET_SAMPLE_RATE || op == ONDREL_OP_SUSPEND_RESUME ||
+          op == ONDREL_OP_GET_EFFECT_TYPE || op == ONDREL_OP_GET_EFFECT_NAME ||
+          op == ONDREL_OP_GET_PARAM_INDEX)
+        continue;
+      void* ptr = op == ONDREL_OP_GET_PARAM_DATA ? static_cast<void*>(&value) : text;
+      limiter->dispatcher(limiter, op, index, 4, ptr, 0.5f);
+    }
+  // Binary data of negative or huge claimed size without a buffer.
+  AEffect* ir = Make(EFFECT_STUDIO_IR);
+  EXPECT_TRUE(IsStatus(ir->dispatcher(ir, ONDREL_OP_SET_PARAM_DATA, 0, -5, text, 0.0f)));
+  EXPECT_TRUE(IsStatus(ir->dispatcher(ir, ONDREL_OP_SET_PARAM_DATA, 0, INT_MAX, nullptr, 0.0f)));
+  ondrel_destroy_effect(ir);
+  ondrel_destroy_effect(limiter);
+  ondrel_destroy_inst(inst);
+}
+
+}  // namespace

@@ -1,5 +1,16 @@
-# libFuzzer targets for the parsers: the expression evaluator, the script
-# interpreter, the parameter stream and wave files. They need clang:
+# Sources of the tool that read presets, shared by the preset fuzz target and
+# its smoke test.
+set(ONDREL_FUZZ_TOOL_SOURCES
+  ${PROJECT_SOURCE_DIR}/tools/ondrel/preset.cpp
+  ${PROJECT_SOURCE_DIR}/tools/ondrel/effects.cpp
+  ${PROJECT_SOURCE_DIR}/tools/ondrel/common.cpp
+  ${PROJECT_SOURCE_DIR}/tools/ondrel/rooms.cpp)
+
+# libFuzzer targets for the parsers and loaders: the expression evaluator,
+# the script interpreter, the parameter stream, wave files, resource files
+# through the effects that load them (resource), room data through a host
+# stream reader (room), parameter streams of real chains (params) and the
+# tool's preset files (preset). They need clang:
 #   cmake -S . -B build-fuzz -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang \
 #         -DONDREL_BUILD_FUZZ=ON -DONDREL_BUILD_TESTS=ON
 #   cmake --build build-fuzz --target fuzz_script
@@ -21,12 +32,38 @@ if(ONDREL_BUILD_FUZZ)
     target_link_libraries(ondrel_fuzz_objects PUBLIC
       PkgConfig::SOUNDTOUCH PkgConfig::FFTW3F PkgConfig::KISSFFT PkgConfig::FLATBUFFERS
       Threads::Threads)
-    foreach(name expression script wave param_stream)
+    foreach(name expression script wave param_stream resource room params)
       add_executable(fuzz_${name} ${CMAKE_CURRENT_LIST_DIR}/fuzz_${name}.cpp)
       target_compile_options(fuzz_${name} PRIVATE ${ONDREL_WARNINGS} -g
         -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=undefined)
       target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer,address,undefined)
       target_link_libraries(fuzz_${name} PRIVATE ondrel_fuzz_objects)
     endforeach()
+    # The preset reader is the tool's own code: its three sources are built
+    # into the target beside the library objects.
+    find_package(nlohmann_json 3 CONFIG QUIET)
+    if(nlohmann_json_FOUND)
+      add_executable(fuzz_preset ${CMAKE_CURRENT_LIST_DIR}/fuzz_preset.cpp ${ONDREL_FUZZ_TOOL_SOURCES})
+      target_compile_options(fuzz_preset PRIVATE -g -fsanitize=fuzzer,address,undefined
+        -fno-sanitize-recover=undefined)
+      target_link_options(fuzz_preset PRIVATE -fsanitize=fuzzer,address,undefined)
+      target_include_directories(fuzz_preset PRIVATE ${PROJECT_SOURCE_DIR}/tools/ondrel)
+      target_link_libraries(fuzz_preset PRIVATE ondrel_fuzz_objects nlohmann_json::nlohmann_json)
+    endif()
   endif()
+endif()
+
+# The smoke test of the preset target runs in every build with tests.
+find_package(nlohmann_json 3 CONFIG QUIET)
+if(nlohmann_json_FOUND)
+  add_executable(test_fuzz_preset ${CMAKE_CURRENT_LIST_DIR}/preset_fuzz_smoke_test.cpp
+                                  ${ONDREL_FUZZ_TOOL_SOURCES})
+  target_compile_options(test_fuzz_preset PRIVATE ${ONDREL_WARNINGS})
+  target_include_directories(test_fuzz_preset PRIVATE ${CMAKE_CURRENT_LIST_DIR}/..
+                                                      ${PROJECT_SOURCE_DIR}/tools/ondrel)
+  target_link_libraries(test_fuzz_preset PRIVATE ondrel_objects nlohmann_json::nlohmann_json
+                                                 GTest::gtest GTest::gtest_main Threads::Threads)
+  target_compile_definitions(test_fuzz_preset PRIVATE
+    ONDREL_TEST_SOURCE_DIR="${CMAKE_CURRENT_LIST_DIR}/..")
+  gtest_discover_tests(test_fuzz_preset DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
 endif()

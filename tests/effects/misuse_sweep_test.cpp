@@ -1,0 +1,240 @@
+// Host misuse against every built effect type (each row of the effect list):
+//  - 1 to 8 and 64 channels, host calls of 0 to 5000 frames, a burst of NaN
+//    and infinity in the input: statuses of the library only, whole output
+//    frames, finite samples;
+//  - every slider at its minimum, maximum, below the minimum and above the
+//    maximum through the dispatcher, refused NaN and infinity, and scripts
+//    that give NaN or infinity, all on a running chain: no crash, and the
+//    output is finite at min and max.
+// Out-of-range values reach the effect as they are and a script's NaN
+// passes its clamp, by the rules of the parameter model; which effects then
+// go non-finite, and for how long, is collected and printed as a table.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "effects/effect_test_util.h"
+#include "framework/effect_types.h"
+#include "framework/ondrel2.h"
+#include "support/log_capture.h"
+
+using namespace ONDREL2;
+
+namespace {
+
+bool LibraryStatus(int rc) {
+  return rc == ONDREL_OK || rc == ONDREL_E_INVALID || rc == ONDREL_E_NOMEM ||
+         rc == ONDREL_E_UNAVAILABLE || rc == ONDREL_CHANNELS_CHANGED;
+}
+
+// The resampler only sets the rate: a block with frames stops the pass with
+// its frame count as the status, and nothing comes out. The pitch shifter
+// gives fewer frames while it fills.
+bool StatusOf(int type, int rc) {
+  return LibraryStatus(rc) || (type == EFFECT_RESAMPLER && rc > 0 && rc < 1000);
+}
+bool DeliversEveryFrame(int type) { return type != EFFECT_RESAMPLER && type != EFFECT_PITCH_SHIFTER; }
+
+std::vector<int> BuiltTypes() {
+  size_t count = 0;
+  const EffectTypeRow* rows = EffectTypeRows(&count);
+  std::vector<int> types;
+  for (size_t i = 0; i < count; ++i) types.push_back(rows[i].type);
+  return types;
+}
+
+AEffect* Busy(int type) {
+  AEffect* fx = ondrel_test::NewEffect(static_cast<ONDREL_EFFECT_TYPE>(type));
+  if (fx != nullptr)
+    for (int p = 0; p < fx->numParams; ++p)
+      if (!fx->dispatcher(fx, ONDREL_OP_IS_PARAM_BINARY, p, 0, nullptr, 0.0f))
+        fx->dispatcher(fx, ONDREL_OP_SET_PARAM_NORMALIZED, p, 0, nullptr, 0.85f);
+  return fx;
+}
+
+class MisuseSweep : public testing::TestWithParam<int> {
+ protected:
+  void SetUp() override { ondrel_test::SilenceLog(); }
+};
+
+TEST_P(MisuseSweep, ChannelCountsChunkSizesAndNonFiniteInput) {
+  const int type = GetParam();
+  // Zero-length calls, single frames, calls far above any block size.
+  const std::vector<int> chunks = {0, 1, 5000, 7, 0, 513, 2, 1999, 4096, 3};
+  for (int channels : {1, 2, 3, 4, 5, 6, 7, 8, 64}) {
+    const int frames = channels == 64 ? 1500 : 6000;
+    std::vector<float> in = ondrel_test::TestSignal(frames, channels, 48000.0f);
+    for (int i = 700 * channels; i < 760 * channels; ++i)
+      in[static_cast<size_t>(i)] = i % 3 == 0   ? std::numeric_limits<float>::quiet_NaN()
+                                   : i % 3 == 1 ? INFINITY
+                                                : -INFINITY;
+    AEffect* fx = Busy(type);
+    ASSERT_NE(fx, nullptr);
+    int outChannels = channels;
+    const ondrel_test::StreamResult r = ondrel_test::RunStream(fx, 48000.0f, channels, in, chunks);
+    EXPECT_TRUE(StatusOf(type, r.status)) << "channels " << channels << " status " << r.status;
+    // The output width may differ from the input (upmixers, room simulation).
+    void* inst = ondrel_create_inst();
+    ondrel_setup_input(inst, channels, 0);
+    AEffect* probe = Busy(type);
+    ondrel_set_params(inst, &probe, 1);
+    uint64_t mask = 0;
+    ondrel_get_out_chns(inst, &outChannels, &mask);
+    ondrel_destroy_inst(inst);
+    ASSERT_GT(outChannels, 0);
+    EXPECT_EQ(r.output.size() % static_cast<size_t>(outChannels), 0u) << "channels " << channels;
+    // A chain wider than the queues (chaos multiplying 64 channels) drops
+    // its output; anything narrower delivers every frame.
+    if (outChannels <= 64 && DeliversEveryFrame(type)) {
+      EXPECT_GE(r.output.size() / static_cast<size_t>(outChannels), static_cast<size_t>(frames))
+          << "channels " << channels;
+    }
+    for (size_t i = 0; i < r.output.size(); ++i)
+      ASSERT_TRUE(std::isfinite(r.output[i])) << "channels " << channels << " sample " << i;
+  }
+}
+
+std::map<std::string, std::string>& NonFiniteTable() {
+  static std::map<std::string, std::string> table;
+  return table;
+}
+
+// Settings at the ends of a parameter's range whose arithmetic, fixed by
+// the effect's own rules, leaves the float range: the de-esser's drive is a
+// power of ten of the value in dB, 10^39 at the top.
+bool NonFiniteByDesign(int type, const std::string& param) {
+  return type == EFFECT_DEESSER && param == "Drive";
+}
+
+TEST_P(MisuseSweep, ParameterExtremesThroughDispatcherAndScripts) {
+  const int type = GetParam();
+  AEffect* table = ondrel_test::NewEffect(static_cast<ONDREL_EFFECT_TYPE>(type));
+  ASSERT_NE(table, nullptr);
+  const int numParams = table->numParams;
+  char effectName[64] = {};
+  table->dispatcher(table, ONDREL_OP_GET_EFFECT_NAME, 0, 0, effectName, 0.0f);
+  ondrel_destroy_effect(table);
+
+  // Each setting runs from the start of a stream for kSet frames; then the
+  // parameter returns to its default without script for kAfter frames.
+  const int kChunk = 600, kSet = 4 * kChunk, kAfter = 8 * kChunk;
+  const std::vector<float> in = ondrel_test::TestSignal(kSet + kAfter, 2, 44100.0f, 1.5f);
+  static const char* const kStep[] = {"min",       "max",        "below min",
+                                      "above max", "script 0/0", "script 1/0"};
+  for (int p = 0; p < numParams; ++p) {
+    for (int step = 0; step < 6; ++step) {
+      AEffect* fx = ondrel_test::NewEffect(static_cast<ONDREL_EFFECT_TYPE>(type));
+      if (fx->dispatcher(fx, ONDREL_OP_IS_PARAM_BINARY, p, 0, nullptr, 0.0f)) {
+        ondrel_destroy_effect(fx);
+        break;
+      }
+      char name[64] = {};
+      fx->dispatcher(fx, ONDREL_OP_GET_PARAM_NAME, p, 0, name, 0.0f);
+      const float lo = fx->object->params[p].minValue, hi = fx->object->params[p].maxValue;
+      float def = 0.0f;
+      fx->dispatcher(fx, ONDREL_OP_GET_PARAM_DEFAULT, p, 0, &def, 0.0f);
+      const float values[] = {lo, hi, lo - (hi - lo), hi + (hi - lo)};
+      if (step < 4) {
+        ASSERT_EQ(fx->dispatcher(fx, ONDREL_OP_SET_PARAM, p, 0, nullptr, values[step]), 0);
+      } else {
+        fx->dispatcher(fx, ONDREL_OP_SET_PARAM_SCRIPT, p, 0,
+                       const_cast<char*>(step == 4 ? "0/0" : "1/0"), 0.0f);
+      }
+      // Refused values change nothing, also on the running chain below.
+      EXPECT_EQ(fx->dispatcher(fx, ONDREL_OP_SET_PARAM, p, 0, nullptr, NAN), ONDREL_E_INVALID);
+      const ondrel_test::StreamResult r =
+          ondrel_test::RunStream(fx, 44100.0f, 2, in, {kChunk}, [&](int i, AEffect* h) {
+            if (i == 2) {
+              EXPECT_EQ(h->dispatcher(h, ONDREL_OP_SET_PARAM, p, 0, nullptr, INFINITY),
+                        ONDREL_E_INVALID);
+            }
+            if (i == kSet / kChunk) {
+              h->dispatcher(h, ONDREL_OP_SET_PARAM_SCRIPT, p, 0, const_cast<char*>(""), 0.0f);
+              h->dispatcher(h, ONDREL_OP_SET_PARAM, p, 0, nullptr, def);
+            }
+          });
+      EXPECT_TRUE(StatusOf(type, r.status)) << name << " " << kStep[step] << ": " << r.status;
+      const int outFrames = static_cast<int>(r.output.size() / 2);
+      int firstBad = -1, lastBad = -1;
+      for (int n = 0; n < outFrames; ++n)
+        if (!std::isfinite(r.output[2 * n]) || !std::isfinite(r.output[2 * n + 1])) {
+          if (firstBad < 0) firstBad = n;
+          lastBad = n;
+        }
+      if (firstBad < 0) continue;
+      // A user can set the ends of the range; those must stay finite.
+      if (step < 2 && !NonFiniteByDesign(type, name))
+        ADD_FAILURE() << effectName << " '" << name << "' at its " << kStep[step]
+                      << " gives non-finite output from frame " << firstBad;
+      char line[160];
+      if (lastBad + 1 >= outFrames)
+        std::snprintf(line, sizeof line, "never finite again");
+      else
+        std::snprintf(line, sizeof line, "finite again %d frames after the reset",
+                      std::max(0, lastBad + 1 - kSet));
+      NonFiniteTable()[std::string(effectName) + " / " + name + " / " + kStep[step]] = line;
+    }
+  }
+}
+
+std::string TypeName(const testing::TestParamInfo<int>& info) {
+  return "type" + std::to_string(info.param);
+}
+
+INSTANTIATE_TEST_SUITE_P(Catalogue, MisuseSweep, testing::ValuesIn(BuiltTypes()), TypeName);
+
+// Prints the collected table once, after the sweep.
+class NonFiniteReport : public testing::Environment {
+ public:
+  void TearDown() override {
+    if (NonFiniteTable().empty()) return;
+    std::printf("Parameters after which the output is not finite:\n");
+    for (const auto& kv : NonFiniteTable())
+      std::printf("  %s: %s\n", kv.first.c_str(), kv.second.c_str());
+  }
+};
+const testing::Environment* const kReport = testing::AddGlobalTestEnvironment(new NonFiniteReport);
+
+}  // namespace
+
+namespace {
+
+// A router whose input count grows on a running chain that is wider than it
+// (the upmixer behind it makes the chain six channels wide): the frames of
+// the surplus channels must leave the effect as fast as they enter, and the
+// audio keeps flowing.
+TEST(MisuseChain, ChannelCountChangeOnARunningChainKeepsQueuesBounded) {
+  ondrel_test::SilenceLog();
+  AEffect* chain[2] = {ondrel_test::NewEffect(EFFECT_CHAOS),
+                       ondrel_test::NewEffect(EFFECT_TWO_TO_SIX)};
+  AEffect* chaos = chain[0];
+  void* inst = ondrel_create_inst();
+  ondrel_setup_input(inst, 2, 0);
+  ondrel_set_samplerate(inst, 44100.0f);
+  ASSERT_EQ(ondrel_set_params(inst, chain, 2), ONDREL_OK);
+  const std::vector<float> in = ondrel_test::TestSignal(1024, 2, 44100.0f);
+  std::vector<float> out(64 * 4096);
+  long pushed = 0, delivered = 0;
+  for (int call = 0; call < 400; ++call) {
+    if (call == 10)  // the input multiplier to 2x: four inputs, two outputs
+      chaos->dispatcher(chaos, ONDREL_OP_SET_PARAM, 0, 0, nullptr, 1.0f);
+    int available = 0, written = 0;
+    ondrel_processf_input(inst, const_cast<float*>(in.data()), 2048, &available);
+    ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &written);
+    pushed += 1024;
+    delivered += written / 6;
+  }
+  auto* adapter = dynamic_cast<IOndrel2*>(chaos->object);
+  ASSERT_NE(adapter, nullptr);
+  EXPECT_LT(adapter->dryFifo.Count(), 8 * 1024);
+  EXPECT_GT(delivered, pushed - 16 * 1024);
+  ondrel_destroy_inst(inst);
+}
+
+}  // namespace
