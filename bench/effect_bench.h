@@ -39,31 +39,11 @@ inline const std::vector<float>& LoudPassages() {
   return source;
 }
 
-// Runs `type` with `settings` (by parameter name) over `source` in a loop.
-// The output buffer has room for a chain eight times wider than its input.
-inline void RunEffect(benchmark::State& state, ONDREL2::ONDREL_EFFECT_TYPE type,
-                      const Settings& settings, const std::vector<float>& source = LoudPassages()) {
+// Feeds `source` through `inst` in a loop of host calls and reports the
+// real-time factor; destroys `inst`. The output buffer has room for a chain
+// eight times wider than its input.
+inline void TimeInstance(benchmark::State& state, void* inst, const std::vector<float>& source) {
   using namespace ONDREL2;
-  set_xlog_level(7);
-  ondrel_init(nullptr);
-  AEffect* fx = nullptr;
-  if (ondrel_create_effect(type, &fx) != 0) {
-    state.SkipWithError("effect not available");
-    return;
-  }
-  for (const auto& kv : settings) {
-    const int index =
-        fx->dispatcher(fx, ONDREL_OP_GET_PARAM_INDEX, 0, 0, const_cast<char*>(kv.first), 0.0f);
-    fx->dispatcher(fx, ONDREL_OP_SET_PARAM, index, 0, nullptr, kv.second);
-  }
-  void* inst = ondrel_create_inst();
-  ondrel_setup_input(inst, kChannels, 0);
-  ondrel_set_samplerate(inst, kRate);
-  if (ondrel_set_params(inst, &fx, 1) != 0) {
-    state.SkipWithError("chain not configured");
-    ondrel_destroy_inst(inst);
-    return;
-  }
   std::vector<float> in(kBufferSamples), out(kBufferSamples * 8);
   size_t at = 0;
   for (auto _ : state) {
@@ -81,6 +61,40 @@ inline void RunEffect(benchmark::State& state, ONDREL2::ONDREL_EFFECT_TYPE type,
   state.counters["rtf"] = benchmark::Counter(
       secondsPerIteration * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
   ondrel_destroy_inst(inst);
+}
+
+// An instance at 44.1 kHz stereo holding `fx`, or null (with the benchmark
+// skipped) when the chain can't be configured.
+inline void* StereoInstance(benchmark::State& state, ONDREL2::AEffect* fx) {
+  using namespace ONDREL2;
+  void* inst = ondrel_create_inst();
+  ondrel_setup_input(inst, kChannels, 0);
+  ondrel_set_samplerate(inst, kRate);
+  if (ondrel_set_params(inst, &fx, 1) != 0) {
+    state.SkipWithError("chain not configured");
+    ondrel_destroy_inst(inst);
+    return nullptr;
+  }
+  return inst;
+}
+
+// Runs `type` with `settings` (by parameter name) over `source`.
+inline void RunEffect(benchmark::State& state, ONDREL2::ONDREL_EFFECT_TYPE type,
+                      const Settings& settings, const std::vector<float>& source = LoudPassages()) {
+  using namespace ONDREL2;
+  set_xlog_level(7);
+  ondrel_init(nullptr);
+  AEffect* fx = nullptr;
+  if (ondrel_create_effect(type, &fx) != 0) {
+    state.SkipWithError("effect not available");
+    return;
+  }
+  for (const auto& kv : settings) {
+    const int index =
+        fx->dispatcher(fx, ONDREL_OP_GET_PARAM_INDEX, 0, 0, const_cast<char*>(kv.first), 0.0f);
+    fx->dispatcher(fx, ONDREL_OP_SET_PARAM, index, 0, nullptr, kv.second);
+  }
+  if (void* inst = StereoInstance(state, fx)) TimeInstance(state, inst, source);
 }
 
 }  // namespace ondrel_bench

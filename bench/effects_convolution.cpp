@@ -5,7 +5,6 @@
 // second of CPU time. The response and the loop are written as wave files
 // to a scratch resource root (ONDREL_BENCH_DIR, else /tmp/ondrel-bench-ir),
 // where they stay for peer timings (ffmpeg's afir on the same ir.wav).
-#include <benchmark/benchmark.h>
 #include <sys/stat.h>
 
 #include <cmath>
@@ -15,16 +14,14 @@
 #include <string>
 #include <vector>
 
+#include "effect_bench.h"
 #include "ondrel.h"
 
 namespace {
 
 using namespace ONDREL2;
 
-constexpr float kRate = 44100.0f;
-constexpr int kChannels = 2;
-constexpr int kBufferSamples = 4096;
-constexpr int kSourceFrames = 44100 * 10;
+using namespace ondrel_bench;
 
 std::string Root() {
   const char* dir = std::getenv("ONDREL_BENCH_DIR");
@@ -59,7 +56,7 @@ const std::vector<float>& Source() {
   return source;
 }
 
-void RunEffect(benchmark::State& state, ONDREL_EFFECT_TYPE type, const char* file) {
+void RunWithFile(benchmark::State& state, ONDREL_EFFECT_TYPE type, const char* file) {
   set_xlog_level(7);
   ondrel_init(nullptr);
   const std::string root = Root();
@@ -76,39 +73,15 @@ void RunEffect(benchmark::State& state, ONDREL_EFFECT_TYPE type, const char* fil
   if (file != nullptr)
     fx->dispatcher(fx, ONDREL_OP_SET_PARAM_DATA, 0, static_cast<int32_t>(std::strlen(file) + 1),
                    const_cast<char*>(file), 0.0f);
-  void* inst = ondrel_create_inst();
-  ondrel_setup_input(inst, kChannels, 0);
-  ondrel_set_samplerate(inst, kRate);
-  if (ondrel_set_params(inst, &fx, 1) != 0) {
-    state.SkipWithError("chain not configured");
-    ondrel_destroy_inst(inst);
-    return;
-  }
-
-  const std::vector<float>& source = Source();
-  std::vector<float> in(kBufferSamples), out(kBufferSamples * 2);
-  size_t at = 0;
-  for (auto _ : state) {
-    if (at + kBufferSamples > source.size()) at = 0;
-    std::copy(source.begin() + static_cast<long>(at),
-              source.begin() + static_cast<long>(at + kBufferSamples), in.begin());
-    at += kBufferSamples;
-    int available = 0, written = 0;
-    ondrel_processf_input(inst, in.data(), kBufferSamples, &available);
-    ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &written);
-    benchmark::DoNotOptimize(out.data());
-    benchmark::ClobberMemory();
-  }
-  const double secondsPerIteration = kBufferSamples / kChannels / static_cast<double>(kRate);
-  state.counters["rtf"] = benchmark::Counter(
-      secondsPerIteration * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
-  ondrel_destroy_inst(inst);
+  if (void* inst = StereoInstance(state, fx)) TimeInstance(state, inst, Source());
   ondrel_set_resource_root(nullptr, 0);
 }
 
-void BM_StudioIr_TwoSecondStereo(benchmark::State& s) { RunEffect(s, EFFECT_STUDIO_IR, "ir.wav"); }
-void BM_Sampler_Defaults(benchmark::State& s) { RunEffect(s, EFFECT_SAMPLER, nullptr); }
-void BM_Sampler_TwoSecondLoop(benchmark::State& s) { RunEffect(s, EFFECT_SAMPLER, "loop.wav"); }
+void BM_StudioIr_TwoSecondStereo(benchmark::State& s) {
+  RunWithFile(s, EFFECT_STUDIO_IR, "ir.wav");
+}
+void BM_Sampler_Defaults(benchmark::State& s) { RunWithFile(s, EFFECT_SAMPLER, nullptr); }
+void BM_Sampler_TwoSecondLoop(benchmark::State& s) { RunWithFile(s, EFFECT_SAMPLER, "loop.wav"); }
 
 BENCHMARK(BM_StudioIr_TwoSecondStereo);
 BENCHMARK(BM_Sampler_Defaults);

@@ -135,29 +135,6 @@ std::vector<Job> CollectJobs(const ProcessOptions& options) {
   return jobs;
 }
 
-// Runs `body` the way main runs a command: every error becomes one
-// "ondrel: ..." line on standard error and an exit code.
-template <typename Body>
-int Guarded(Body body) {
-  try {
-    return body();
-  } catch (const ToolError& e) {
-    std::fflush(stdout);
-    std::fprintf(stderr, "ondrel: %s\n", e.what());
-    return e.code();
-  } catch (const std::out_of_range& e) {
-    std::fprintf(stderr, "ondrel: the library was asked for a name it does not know (%s)\n",
-                 e.what());
-    return kExitUsage;
-  } catch (const std::bad_alloc&) {
-    std::fprintf(stderr, "ondrel: out of memory\n");
-    return kExitFailure;
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "ondrel: %s\n", e.what());
-    return kExitFailure;
-  }
-}
-
 [[noreturn]] void ExitWorker(int code) {
   std::fflush(stdout);
   std::fflush(stderr);

@@ -4,6 +4,8 @@
 #define ONDREL_TOOL_COMMON_H
 
 #include <cstdarg>
+#include <cstdio>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -117,6 +119,30 @@ void ParseNameNumber(const std::string& text, const std::string& what, std::stri
 
 // Applies each "NAME=VALUE" with ondrel_set_modulator (no instance named).
 void ApplyModulators(const std::vector<std::string>& modulators);
+
+// Runs a command body: every error becomes one
+// "ondrel: ..." line on standard error and an exit code.
+template <typename Body>
+int Guarded(Body body) {
+  try {
+    return body();
+  } catch (const ToolError& e) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "ondrel: %s\n", e.what());
+    return e.code();
+  } catch (const std::out_of_range& e) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "ondrel: the library was asked for a name it does not know (%s)\n",
+                 e.what());
+    return kExitUsage;
+  } catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "ondrel: out of memory\n");
+    return kExitFailure;
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "ondrel: %s\n", e.what());
+    return kExitFailure;
+  }
+}
 
 }  // namespace ondrel_tool
 

@@ -255,7 +255,7 @@ int main(int argc, char** argv) {
     return code == 0 ? kExitOk : kExitUsage;
   }
 
-  try {
+  return Guarded([&]() -> int {
     if (effects->parsed()) return RunEffects(common);
     if (paramsCmd->parsed()) return RunParams(common, params);
     if (processCmd->parsed()) {
@@ -277,21 +277,6 @@ int main(int argc, char** argv) {
     if (encodeCmd->parsed()) return RunPresetEncode(common, presetOpts);
     if (decodeCmd->parsed()) return RunPresetDecode(common, presetOpts);
     if (importCmd->parsed()) return RunPresetImport(common, importOpts);
-  } catch (const ToolError& e) {
-    std::fflush(stdout);
-    std::fprintf(stderr, "ondrel: %s\n", e.what());
-    return e.code();
-  } catch (const std::out_of_range& e) {
-    std::fflush(stdout);
-    std::fprintf(stderr, "ondrel: the library was asked for a name it does not know (%s)\n",
-                 e.what());
     return kExitUsage;
-  } catch (const std::bad_alloc&) {
-    std::fprintf(stderr, "ondrel: out of memory\n");
-    return kExitFailure;
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "ondrel: %s\n", e.what());
-    return kExitFailure;
-  }
-  return kExitUsage;
+  });
 }
