@@ -149,47 +149,85 @@ void Engine::ApplyControls(const float* const* ports, size_t count) {
 }
 
 void Engine::Push(const float* frames, int count) {
+  // Whole runs between the queue's end and the ring's end; what does not fit
+  // is dropped (the ring is sized so that it never is).
   const size_t ch = static_cast<size_t>(outChannels_);
-  for (int f = 0; f < count && count_ < ringFrames_; ++f) {
-    size_t at = (head_ + count_) % ringFrames_;
-    std::copy(frames + static_cast<size_t>(f) * ch, frames + static_cast<size_t>(f + 1) * ch,
-              ring_.begin() + static_cast<std::ptrdiff_t>(at * ch));
-    ++count_;
+  size_t n = std::min(static_cast<size_t>(std::max(count, 0)), ringFrames_ - count_);
+  while (n > 0) {
+    const size_t tail = (head_ + count_) % ringFrames_;
+    const size_t run = std::min(n, ringFrames_ - tail);
+    std::copy(frames, frames + run * ch, ring_.begin() + static_cast<std::ptrdiff_t>(tail * ch));
+    frames += run * ch;
+    count_ += run;
+    n -= run;
+  }
+}
+
+void Engine::Pull(int available) {
+  // The library writes straight into the queue's free run; only a full ring
+  // goes through the scratch buffer, and is dropped.
+  const size_t ch = static_cast<size_t>(outChannels_);
+  while (available > 0) {
+    const size_t tail = (head_ + count_) % ringFrames_;
+    const size_t room = std::min(ringFrames_ - count_, ringFrames_ - tail);
+    float* to = room > 0 ? &ring_[tail * ch] : pull_.data();
+    const int most = static_cast<int>(room > 0 ? room * ch : pull_.size());
+    int written = 0;
+    ONDREL2::ondrel_processf_output(inst_, to, std::min(available, most), &written);
+    if (written <= 0) break;
+    if (room > 0) count_ += static_cast<size_t>(written) / ch;
+    available -= written;
   }
 }
 
 void Engine::Run(const float* const* in, float* const* out, int outCount, uint32_t frames) {
-  const int inCh = layout_.inChannels;
+  const size_t inCh = static_cast<size_t>(layout_.inChannels);
   const size_t ch = static_cast<size_t>(outChannels_);
   for (uint32_t off = 0; off < frames;) {
-    const int m = static_cast<int>(std::min<uint32_t>(kChunk, frames - off));
-    for (int f = 0; f < m; ++f)
-      for (int c = 0; c < inCh; ++c)
-        in_[static_cast<size_t>(f * inCh + c)] = in[c] != nullptr ? in[c][off + f] : 0.0f;
-    if (passThrough_) {
-      Push(in_.data(), m);
+    const size_t m = std::min<uint32_t>(kChunk, frames - off);
+    if (inCh == 2 && in[0] != nullptr && in[1] != nullptr) {
+      // The common stereo bus, in a loop the compiler turns into shuffles.
+      const float* l = in[0] + off;
+      const float* r = in[1] + off;
+      float* to = in_.data();
+      for (size_t f = 0; f < m; ++f) {
+        to[2 * f] = l[f];
+        to[2 * f + 1] = r[f];
+      }
     } else {
-      int avail = 0;
-      ONDREL2::ondrel_processf_input(inst_, in_.data(), m * inCh, &avail);
-      while (avail > 0) {
-        int written = 0;
-        ONDREL2::ondrel_processf_output(
-            inst_, pull_.data(), std::min<int>(avail, static_cast<int>(pull_.size())), &written);
-        if (written <= 0) break;
-        Push(pull_.data(), written / outChannels_);
-        avail -= written;
+      for (size_t c = 0; c < inCh; ++c) {
+        const float* from = in[c] != nullptr ? in[c] + off : nullptr;
+        float* to = in_.data() + c;
+        for (size_t f = 0; f < m; ++f) to[f * inCh] = from != nullptr ? from[f] : 0.0f;
       }
     }
-    for (int f = 0; f < m; ++f) {
-      const float* frame = count_ > 0 ? &ring_[head_ * ch] : nullptr;
+    if (passThrough_) {
+      Push(in_.data(), static_cast<int>(m));
+    } else {
+      int avail = 0;
+      ONDREL2::ondrel_processf_input(inst_, in_.data(), static_cast<int>(m * inCh), &avail);
+      Pull(avail);
+    }
+    // Out of the queue in whole runs up to the ring's end; frames the queue
+    // does not hold yet are silence.
+    for (size_t done = 0; done < m;) {
+      const size_t run = count_ > 0 ? std::min({m - done, count_, ringFrames_ - head_}) : m - done;
+      const float* from = count_ > 0 ? &ring_[head_ * ch] : nullptr;
       for (int c = 0; c < outCount; ++c) {
         if (out[c] == nullptr) continue;
-        out[c][off + f] = frame != nullptr && c < outChannels_ ? frame[c] : 0.0f;
+        float* to = out[c] + off + done;
+        if (from == nullptr || static_cast<size_t>(c) >= ch)
+          std::fill(to, to + run, 0.0f);
+        else if (ch == 2)
+          for (size_t f = 0; f < run; ++f) to[f] = from[2 * f + static_cast<size_t>(c)];
+        else
+          for (size_t f = 0; f < run; ++f) to[f] = from[f * ch + static_cast<size_t>(c)];
       }
-      if (frame != nullptr) {
-        head_ = (head_ + 1) % ringFrames_;
-        --count_;
+      if (from != nullptr) {
+        head_ = (head_ + run) % ringFrames_;
+        count_ -= run;
       }
+      done += run;
     }
     off += static_cast<uint32_t>(m);
   }

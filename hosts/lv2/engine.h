@@ -53,6 +53,8 @@ class Engine {
   void* MakeInstance(const Variant& variant, float rate, std::string* error);
   void Measure();
   void Push(const float* frames, int count);
+  // Moves `available` output samples of the instance into the queue.
+  void Pull(int available);
 
   const Layout& layout_;
   Settings settings_;
