@@ -57,6 +57,11 @@ struct Chain {
   }
 };
 
+class ParamStream : public ::testing::Test {
+ protected:
+  void SetUp() override { set_xlog_level(7); }
+};
+
 float ParamOf(AEffect* e, int index) {
   float v = 0.0f;
   e->dispatcher(e, ONDREL_OP_GET_PARAM, index, 0, &v, 0.0f);
@@ -139,7 +144,7 @@ std::string FlatcJson(const Written& stream, int64_t* time = nullptr) {
   return std::regex_replace(text, std::regex("\"time\":\\d+"), "\"time\":T");
 }
 
-TEST(ParamStream, FlatcDecodesWrittenStreams) {
+TEST_F(ParamStream, FlatcDecodesWrittenStreams) {
   if (std::system("flatc --version > /dev/null 2>&1") != 0) GTEST_SKIP() << "flatc not installed";
   Chain chain;
   chain.Add(EFFECT_AMPLIFIER, -6.5f, "out=in");
@@ -174,8 +179,7 @@ TEST(ParamStream, FlatcDecodesWrittenStreams) {
 
 // ---- Versions ----------------------------------------------------------------
 
-TEST(ParamStream, OldVersionsSetNormalisedValuesAndTooNewIsRefused) {
-  set_xlog_level(7);
+TEST_F(ParamStream, OldVersionsSetNormalisedValuesAndTooNewIsRefused) {
   // Versions 0 and 1 hold a normalised float for a non-binary first
   // parameter, normalised in the linear domain: 1 is the top of the range, 0
   // the bottom; 2 and later hold the value. A value shorter than a float
@@ -217,7 +221,7 @@ TEST(ParamStream, OldVersionsSetNormalisedValuesAndTooNewIsRefused) {
 
 // ---- Failures ----------------------------------------------------------------
 
-TEST(ParamStream, UnloadableListsGive1000AndDestroyWhatWasBuilt) {
+TEST_F(ParamStream, UnloadableListsGive1000AndDestroyWhatWasBuilt) {
   // Unknown types after a built effect (types outside the catalogue of this
   // build behave the same), more records than parameters, a record without
   // a name.
@@ -262,7 +266,7 @@ TEST(ParamStream, UnloadableListsGive1000AndDestroyWhatWasBuilt) {
   EXPECT_EQ(l.count, 0);
 }
 
-TEST(ParamStream, CorruptOrTruncatedDataGives2000WithoutCrashing) {
+TEST_F(ParamStream, CorruptOrTruncatedDataGives2000WithoutCrashing) {
   Chain chain;
   chain.Add(EFFECT_AMPLIFIER, -6.5f, "out = in");
   chain.Add(EFFECT_THROUGH);
