@@ -12,7 +12,6 @@
 #include <cstring>
 #include <ctime>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -138,10 +137,14 @@ std::string FlatcJson(const Written& stream, int64_t* time = nullptr) {
     ADD_FAILURE() << "cannot remove " << base;
   std::string text = json.str();
   text.erase(std::remove_if(text.begin(), text.end(), ::isspace), text.end());
-  std::smatch m;
-  if (time != nullptr && std::regex_search(text, m, std::regex("\"time\":(\\d+)")))
-    *time = std::stoll(m[1]);
-  return std::regex_replace(text, std::regex("\"time\":\\d+"), "\"time\":T");
+  const std::string key = "\"time\":";
+  const size_t found = text.find(key);
+  if (found == std::string::npos) return text;
+  const size_t at = found + key.size();
+  size_t end = at;
+  while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end]))) ++end;
+  if (time != nullptr) *time = std::strtoll(text.c_str() + at, nullptr, 10);
+  return text.replace(at, end - at, "T");
 }
 
 TEST_F(ParamStream, FlatcDecodesWrittenStreams) {
