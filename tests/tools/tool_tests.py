@@ -262,10 +262,7 @@ def case_process_speed():
     """--speed 1.25: a quarter shorter, same pitch, the end's source byte
     from the speed map (factor 1.25 + 0.0025)."""
     rate, frames = 44100, 88200
-    x = []
-    for n in range(frames):
-        v = 0.4 * math.sin(2 * math.pi * 440.0 * n / rate)
-        x += [v, -v]
+    x = [s * 0.4 * math.sin(2 * math.pi * 440.0 * n / rate) for n in range(frames) for s in (1, -1)]
     write_wav("tone.wav", rate, 2, x, "f32")
     out, got = process("tone.wav", "fast.wav", "--speed", "1.25", "--format", "f32", fmt=(rate, 2, "f32"))
     check(len(got) == 2 * 70560, "stretched length %d frames" % (len(got) // 2))
@@ -587,27 +584,17 @@ def case_batch():
 def cookbook(kind, fc, q, gain, rate):
     """(b, a) of the cookbook biquad `kind` in double."""
     w0 = 2 * math.pi * fc / rate
-    c, s = math.cos(w0), math.sin(w0)
-    alpha = s / (2 * q)
-    A = 10 ** (gain / 40)
+    c, alpha, A = math.cos(w0), math.sin(w0) / (2 * q), 10 ** (gain / 40)
     if kind == "PK":
         return [1 + alpha * A, -2 * c, 1 - alpha * A], [1 + alpha / A, -2 * c, 1 - alpha / A]
     if kind in ("LS", "HS"):
-        k = 2 * math.sqrt(A) * alpha
-        sg = 1 if kind == "LS" else -1
-        b = [A * ((A + 1) - sg * (A - 1) * c + k), sg * 2 * A * ((A - 1) - sg * (A + 1) * c),
-             A * ((A + 1) - sg * (A - 1) * c - k)]
-        a = [(A + 1) + sg * (A - 1) * c + k, -sg * 2 * ((A - 1) + sg * (A + 1) * c), (A + 1) + sg * (A - 1) * c - k]
-        return b, a
-    if kind == "LP":
-        return [(1 - c) / 2, 1 - c, (1 - c) / 2], [1 + alpha, -2 * c, 1 - alpha]
-    if kind == "HP":
-        return [(1 + c) / 2, -(1 + c), (1 + c) / 2], [1 + alpha, -2 * c, 1 - alpha]
-    if kind == "NO":
-        return [1, -2 * c, 1], [1 + alpha, -2 * c, 1 - alpha]
-    if kind == "AP":
-        return [1 - alpha, -2 * c, 1 + alpha], [1 + alpha, -2 * c, 1 - alpha]
-    raise ValueError(kind)
+        k, sg = 2 * math.sqrt(A) * alpha, 1 if kind == "LS" else -1
+        return ([A * ((A + 1) - sg * (A - 1) * c + k), sg * 2 * A * ((A - 1) - sg * (A + 1) * c),
+                 A * ((A + 1) - sg * (A - 1) * c - k)],
+                [(A + 1) + sg * (A - 1) * c + k, -sg * 2 * ((A - 1) + sg * (A + 1) * c), (A + 1) + sg * (A - 1) * c - k])
+    b = {"LP": [(1 - c) / 2, 1 - c, (1 - c) / 2], "HP": [(1 + c) / 2, -(1 + c), (1 + c) / 2], "NO": [1, -2 * c, 1],
+         "AP": [1 - alpha, -2 * c, 1 + alpha]}[kind]
+    return b, [1 + alpha, -2 * c, 1 - alpha]
 
 
 def chain_db(filters, preamp, freq, rate):
