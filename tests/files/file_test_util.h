@@ -81,13 +81,11 @@ struct WaveShape {
   uint32_t bits = 16;
   int64_t blockAlign = -1;      // -1: bits / 8 * channels
   int64_t bytesPerSecond = -1;  // -1: rate * block align
-  uint32_t validBits = 0;       // fmt size 40 only; 0: bits
   uint32_t mask = 0;
   uint32_t subFormat = 1;
   std::vector<uint8_t> between;  // raw bytes between the fmt and data chunks
   int64_t dataSize = -1;         // -1: frames * block align
-  uint32_t frames = 4;
-  std::vector<uint8_t> payload;  // empty: a counting byte pattern of dataSize bytes
+  uint32_t frames = 4;           // the data: a counting byte pattern of dataSize bytes
 };
 
 inline std::vector<uint8_t> MakeWave(const WaveShape& s) {
@@ -100,13 +98,12 @@ inline std::vector<uint8_t> MakeWave(const WaveShape& s) {
   if (s.fmtSize >= 18) fmt.U16(s.fmtSize >= 40 ? 22 : s.fmtSize - 18);
   if (s.fmtSize >= 40) {
     // Valid bits, mask, and the sub-format GUID {subFormat}-0000-0010-8000-00AA00389B71.
-    fmt.U16(s.validBits ? s.validBits : s.bits).U32(s.mask).U16(s.subFormat);
+    fmt.U16(s.bits).U32(s.mask).U16(s.subFormat);
     fmt.Raw({0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71});
   }
   fmt.data.resize(s.fmtSize, 0);
-  std::vector<uint8_t> payload = s.payload;
-  for (uint32_t i = 0; s.payload.empty() && i < dataSize; ++i)
-    payload.push_back(static_cast<uint8_t>(i * 7 + 1));
+  std::vector<uint8_t> payload;
+  for (uint32_t i = 0; i < dataSize; ++i) payload.push_back(static_cast<uint8_t>(i * 7 + 1));
   Bytes body;
   body.Tag("WAVE").Tag("fmt ").U32(s.fmtSize).Raw(fmt.data).Raw(s.between);
   body.Tag("data").U32(dataSize).Raw(payload);

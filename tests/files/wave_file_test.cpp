@@ -27,13 +27,10 @@ using ondrel_test::ScratchDir;
 using ondrel_test::WaveShape;
 using ondrel_test::WriteBytes;
 
-// Exposes the read position and the header end; flushes the open file so
-// that its bytes can be inspected before closing.
+// Exposes the header end and whether a file is open.
 class WaveProbe : public WaveFile {
  public:
-  using WaveFile::currentFrame;
   using WaveFile::dataStart;
-  void Flush() { std::fflush(file); }
   bool IsOpen() const { return file != nullptr; }
 };
 
@@ -91,24 +88,33 @@ TEST(WaveFileRead, EveryFormatFromLibsndfileMatchesClosedFormScaling) {
   // Enough frames to cross the reader's internal blocks several times.
   const int frames = 9001;
   std::mt19937 rng(1234);
+  std::uniform_real_distribution<double> real(-1.25, 1.25);
   for (const ReadCase& c : cases) {
     SCOPED_TRACE(c.name);
     const size_t n = static_cast<size_t>(frames) * c.channels;
     const bool isFloat = c.format >= SF_FLOAT32;
-    std::vector<int64_t> ints(n);
-    std::vector<double> reals(n);
-    if (!isFloat) {
-      const int64_t lo = -(int64_t{1} << (c.bits - 1)), hi = (int64_t{1} << (c.bits - 1)) - 1;
-      std::uniform_int_distribution<int64_t> dist(lo, hi);
-      const int64_t edges[] = {lo, hi, 0, -1, 1, lo + 1, hi - 1};
-      for (size_t i = 0; i < n; ++i) ints[i] = i < 7 ? edges[i] : dist(rng);
-    } else {
-      std::uniform_real_distribution<double> dist(-1.25, 1.25);
-      const double edges[] = {1.0, -1.0, 0.5, -0.99999, 0.0, 1.5, -1.5};
-      for (size_t i = 0; i < n; ++i) {
-        double v = i < 7 ? edges[i] : dist(rng);
-        reals[i] = c.format == SF_FLOAT32 ? static_cast<double>(static_cast<float>(v)) : v;
+    // Samples in the file's own units (integers for PCM), edges first, and
+    // what the int16, float and double readers must give for them.
+    std::vector<double> values(n), wantD(n);
+    std::vector<int16_t> want16(n);
+    std::vector<float> wantF(n);
+    for (size_t i = 0; i < n; ++i) {
+      if (!isFloat) {
+        const int64_t lo = -(int64_t{1} << (c.bits - 1)), hi = -lo - 1;
+        const int64_t edges[] = {lo, hi, 0, -1, 1, lo + 1, hi - 1};
+        const int64_t v = i < 7 ? edges[i] : std::uniform_int_distribution<int64_t>(lo, hi)(rng);
+        values[i] = static_cast<double>(v);
+        want16[i] =
+            static_cast<int16_t>(c.bits == 8 ? v * 256 : FloorDiv(v, int64_t{1} << (c.bits - 16)));
+        wantD[i] = std::ldexp(static_cast<double>(v), -(c.bits - 1));
+      } else {
+        const double edges[] = {1.0, -1.0, 0.5, -0.99999, 0.0, 1.5, -1.5};
+        const double v = i < 7 ? edges[i] : real(rng);
+        values[i] = wantD[i] =
+            c.format == SF_FLOAT32 ? static_cast<double>(static_cast<float>(v)) : v;
+        want16[i] = static_cast<int16_t>(WrapTrunc(values[i] * 32768.0, 16));
       }
+      wantF[i] = static_cast<float>(wantD[i]);
     }
 
     const std::string path = dir.File(std::string(c.name) + ".wav");
@@ -118,42 +124,20 @@ TEST(WaveFileRead, EveryFormatFromLibsndfileMatchesClosedFormScaling) {
     info.format = c.sfFormat;
     SNDFILE* sf = sf_open(path.c_str(), SFM_WRITE, &info);
     ASSERT_NE(sf, nullptr) << sf_strerror(nullptr);
-    if (c.mask != 0) {
-      int map[3] = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_LFE};
-      ASSERT_TRUE(sf_command(sf, SFC_SET_CHANNEL_MAP_INFO, map, sizeof map));
-    }
+    int map[3] = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_LFE};
+    ASSERT_TRUE(c.mask == 0 || sf_command(sf, SFC_SET_CHANNEL_MAP_INFO, map, sizeof map));
     if (!isFloat) {
       std::vector<int> left(n);  // libsndfile's int samples are left-justified
       for (size_t i = 0; i < n; ++i)
-        left[i] = static_cast<int>(static_cast<uint32_t>(ints[i]) << (32 - c.bits));
+        left[i] = static_cast<int>(static_cast<uint32_t>(static_cast<int64_t>(values[i]))
+                                   << (32 - c.bits));
       ASSERT_EQ(sf_writef_int(sf, left.data(), frames), frames);
     } else if (c.format == SF_FLOAT32) {
-      std::vector<float> f(reals.begin(), reals.end());
-      ASSERT_EQ(sf_writef_float(sf, f.data(), frames), frames);
+      ASSERT_EQ(sf_writef_float(sf, wantF.data(), frames), frames);
     } else {
-      ASSERT_EQ(sf_writef_double(sf, reals.data(), frames), frames);
+      ASSERT_EQ(sf_writef_double(sf, values.data(), frames), frames);
     }
     sf_close(sf);
-
-    // Expected values of the three converting readers.
-    std::vector<int16_t> want16(n);
-    std::vector<float> wantF(n);
-    std::vector<double> wantD(n);
-    for (size_t i = 0; i < n; ++i) {
-      if (!isFloat) {
-        const int64_t v = ints[i];
-        want16[i] = static_cast<int16_t>(c.bits == 8    ? v * 256
-                                         : c.bits == 16 ? v
-                                         : c.bits == 24 ? FloorDiv(v, 256)
-                                                        : FloorDiv(v, 65536));
-        wantD[i] = std::ldexp(static_cast<double>(v), -(c.bits - 1));
-        wantF[i] = static_cast<float>(wantD[i]);
-      } else {
-        want16[i] = static_cast<int16_t>(WrapTrunc(reals[i] * 32768.0, 16));
-        wantF[i] = static_cast<float>(reals[i]);
-        wantD[i] = reals[i];
-      }
-    }
 
     WaveFile w;
     ASSERT_TRUE(w.SetFilePathUTF8(path.c_str(), false, false));
@@ -315,24 +299,16 @@ TEST(WaveFileWrite, FloatAndDoubleInputReadBackByLibsndfile) {
           w.SetChannelMask(mask);
           w.SetupDone();
           std::vector<float> xf(x.begin(), x.end());
-          if (format == SF_PCM24) {
-            // One call: each call repeats the element just behind its input.
+          // 24-bit data in one call: each call repeats the element just
+          // behind its input.
+          std::uniform_int_distribution<int> chunk(1, format == SF_PCM24 ? frames : 1500);
+          for (int at = 0, count = 0; at < frames; at += count) {
+            count = format == SF_PCM24 ? frames : std::min(chunk(rng), frames - at);
+            const size_t offset = static_cast<size_t>(at) * channels;
             if (doubles)
-              w.WriteFrames(x.data(), frames);
+              w.WriteFrames(x.data() + offset, count);
             else
-              w.WriteFrames(xf.data(), frames);
-          } else {
-            std::uniform_int_distribution<int> chunk(1, 1500);
-            int at = 0;
-            while (at < frames) {
-              int count = std::min(chunk(rng), frames - at);
-              size_t offset = static_cast<size_t>(at) * channels;
-              if (doubles)
-                w.WriteFrames(x.data() + offset, count);
-              else
-                w.WriteFrames(xf.data() + offset, count);
-              at += count;
-            }
+              w.WriteFrames(xf.data() + offset, count);
           }
           EXPECT_EQ(w.GetTotalFrames(), 0u);  // writing leaves the counters alone
         }
@@ -360,115 +336,85 @@ TEST(WaveFileWrite, FloatAndDoubleInputReadBackByLibsndfile) {
   }
 }
 
-// ---- Headers and sizes ---------------------------------------------------
-
-// ---- Refusals and read positions ------------------------------------------
+// ---- Headers: accepted forms and refusals ----------------------------------
 
 TEST(WaveFileOpen, HeaderChecksAcceptAndRefuseAsDocumented) {
   ScratchDir dir;
   ASSERT_TRUE(dir.ok());
-  auto with = [](std::function<void(WaveShape&)> f) {
-    WaveShape s;
-    f(s);
-    return s;
-  };
-  ondrel_test::Bytes oddList;
+  ondrel_test::Bytes oddList, fact;
   oddList.Tag("LIST").U32(3).Raw({'a', 'b', 'c'});
-  ondrel_test::Bytes oddListPadded = oddList;
-  oddListPadded.Raw({0});
-  ondrel_test::Bytes fact;
   fact.Tag("fact").U32(4).U32(4);
+  const std::vector<uint8_t> oddPadded = ondrel_test::Bytes(oddList).Raw({0}).data;
+  auto extensible = [](WaveShape& s) { s.fmtSize = 40, s.tag = 65534, s.bits = 32; };
 
   struct OpenCase {
     const char* name;
-    WaveShape shape;
     bool opens;
     SAMPLE_FORMAT format;
     uint32_t mask;
+    std::function<void(WaveShape&)> edit;
   } cases[] = {
-      {"baseline 16-bit", WaveShape{}, true, SF_PCM16, 0},
-      {"fmt 18", with([](WaveShape& s) { s.fmtSize = 18; }), true, SF_PCM16, 0},
-      {"fmt 20", with([](WaveShape& s) { s.fmtSize = 20; }), false, SF_PCM16, 0},
-      {"fmt 14", with([](WaveShape& s) { s.fmtSize = 14; }), false, SF_PCM16, 0},
-      {"extensible float sub-format", with([](WaveShape& s) {
-         s.fmtSize = 40, s.tag = 65534, s.bits = 32, s.subFormat = 3, s.mask = 0x60F;
-       }),
-       true, SF_FLOAT32, 0x60F},
-      {"extensible PCM sub-format", with([](WaveShape& s) {
-         s.fmtSize = 40, s.tag = 65534, s.bits = 32, s.subFormat = 1, s.mask = 3;
-       }),
-       true, SF_PCM32, 3},
-      {"extensible tag, fmt 18: no mask",
-       with([](WaveShape& s) { s.fmtSize = 18, s.tag = 65534, s.bits = 32; }), true, SF_PCM32, 0},
-      {"tag 2", with([](WaveShape& s) { s.tag = 2; }), false, SF_PCM16, 0},
-      {"0 channels", with([](WaveShape& s) { s.channels = 0; }), false, SF_PCM16, 0},
-      {"32 channels", with([](WaveShape& s) { s.channels = 32; }), true, SF_PCM16, 0},
-      {"33 channels", with([](WaveShape& s) { s.channels = 33; }), false, SF_PCM16, 0},
-      {"12 bits", with([](WaveShape& s) {
-         s.bits = 12;
-         s.blockAlign = 4;
-       }),
-       false, SF_PCM16, 0},
-      {"8 bits", with([](WaveShape& s) { s.bits = 8; }), true, SF_PCM8, 0},
-      {"24 bits with float tag stays 24", with([](WaveShape& s) {
-         s.bits = 24;
-         s.tag = 3;
-       }),
-       true, SF_PCM24, 0},
-      {"64-bit PCM", with([](WaveShape& s) { s.bits = 64; }), false, SF_PCM16, 0},
-      {"64-bit float", with([](WaveShape& s) {
-         s.bits = 64;
-         s.tag = 3;
-       }),
-       true, SF_FLOAT64, 0},
-      {"block align off", with([](WaveShape& s) { s.blockAlign = 6; }), false, SF_PCM16, 0},
-      {"bytes per second off", with([](WaveShape& s) { s.bytesPerSecond = 176399; }), false,
-       SF_PCM16, 0},
-      {"rate 0", with([](WaveShape& s) { s.rate = 0; }), false, SF_PCM16, 0},
-      {"even chunk before data", with([&](WaveShape& s) { s.between = fact.data; }), true, SF_PCM16,
-       0},
-      {"odd chunk without pad", with([&](WaveShape& s) { s.between = oddList.data; }), true,
-       SF_PCM16, 0},
-      {"odd chunk with pad byte", with([&](WaveShape& s) { s.between = oddListPadded.data; }),
-       false, SF_PCM16, 0},
-      {"empty data", with([](WaveShape& s) { s.dataSize = 0; }), false, SF_PCM16, 0},
-      {"data not whole frames", with([](WaveShape& s) { s.dataSize = 18; }), false, SF_PCM16, 0},
+      {"baseline 16-bit", true, SF_PCM16, 0, [](WaveShape&) {}},
+      {"fmt 18", true, SF_PCM16, 0, [](WaveShape& s) { s.fmtSize = 18; }},
+      {"fmt 20", false, SF_PCM16, 0, [](WaveShape& s) { s.fmtSize = 20; }},
+      {"fmt 14", false, SF_PCM16, 0, [](WaveShape& s) { s.fmtSize = 14; }},
+      {"extensible float", true, SF_FLOAT32, 0x60F,
+       [&](WaveShape& s) { extensible(s), s.subFormat = 3, s.mask = 0x60F; }},
+      {"extensible PCM", true, SF_PCM32, 3,
+       [&](WaveShape& s) { extensible(s), s.subFormat = 1, s.mask = 3; }},
+      {"extensible tag, fmt 18: no mask", true, SF_PCM32, 0,
+       [&](WaveShape& s) { extensible(s), s.fmtSize = 18; }},
+      {"tag 2", false, SF_PCM16, 0, [](WaveShape& s) { s.tag = 2; }},
+      {"0 channels", false, SF_PCM16, 0, [](WaveShape& s) { s.channels = 0; }},
+      {"32 channels", true, SF_PCM16, 0, [](WaveShape& s) { s.channels = 32; }},
+      {"33 channels", false, SF_PCM16, 0, [](WaveShape& s) { s.channels = 33; }},
+      {"12 bits", false, SF_PCM16, 0, [](WaveShape& s) { s.bits = 12, s.blockAlign = 4; }},
+      {"8 bits", true, SF_PCM8, 0, [](WaveShape& s) { s.bits = 8; }},
+      {"24 bits with float tag stays 24", true, SF_PCM24, 0,
+       [](WaveShape& s) { s.bits = 24, s.tag = 3; }},
+      {"64-bit PCM", false, SF_PCM16, 0, [](WaveShape& s) { s.bits = 64; }},
+      {"64-bit float", true, SF_FLOAT64, 0, [](WaveShape& s) { s.bits = 64, s.tag = 3; }},
+      {"block align off", false, SF_PCM16, 0, [](WaveShape& s) { s.blockAlign = 6; }},
+      {"bytes per second off", false, SF_PCM16, 0, [](WaveShape& s) { s.bytesPerSecond = 176399; }},
+      {"rate 0", false, SF_PCM16, 0, [](WaveShape& s) { s.rate = 0; }},
+      {"even chunk before data", true, SF_PCM16, 0, [&](WaveShape& s) { s.between = fact.data; }},
+      {"odd chunk without pad", true, SF_PCM16, 0, [&](WaveShape& s) { s.between = oddList.data; }},
+      {"odd chunk with pad byte", false, SF_PCM16, 0, [&](WaveShape& s) { s.between = oddPadded; }},
+      {"empty data", false, SF_PCM16, 0, [](WaveShape& s) { s.dataSize = 0; }},
+      {"data not whole frames", false, SF_PCM16, 0, [](WaveShape& s) { s.dataSize = 18; }},
   };
   for (const OpenCase& c : cases) {
     SCOPED_TRACE(c.name);
+    WaveShape shape;
+    c.edit(shape);
     const std::string path = dir.File("r.wav");
-    ASSERT_TRUE(WriteBytes(path, MakeWave(c.shape)));
+    ASSERT_TRUE(WriteBytes(path, MakeWave(shape)));
     WaveProbe w;
     EXPECT_EQ(w.SetFilePathUTF8(path.c_str(), false, false), c.opens);
     EXPECT_EQ(w.IsOpen(), c.opens);
     if (c.opens) {
       EXPECT_EQ(w.GetSampleFormat(), c.format);
       EXPECT_EQ(w.GetChannelMask(), c.mask);
-      EXPECT_EQ(w.GetTotalFrames(), c.shape.frames);
+      EXPECT_EQ(w.GetTotalFrames(), shape.frames);
       EXPECT_EQ(w.dataStart,
-                MakeWave(c.shape).size() - c.shape.frames * (c.shape.bits / 8) * c.shape.channels);
+                MakeWave(shape).size() - shape.frames * (shape.bits / 8) * shape.channels);
     } else {
       std::vector<float> buffer(64);
       EXPECT_EQ(w.ReadFrames(buffer.data(), 1), 0);
     }
   }
 
-  // Broken containers.
-  std::vector<uint8_t> good = MakeWave(WaveShape{});
-  std::vector<std::vector<uint8_t>> broken;
-  broken.push_back(good);
-  std::copy_n("RIFX", 4, broken.back().begin());
-  broken.push_back(good);
-  std::copy_n("WAVF", 4, broken.back().begin() + 8);
-  broken.emplace_back(good.begin(), good.begin() + 30);  // ends inside fmt
-  broken.emplace_back(good.begin(), good.begin() + 36);  // no data chunk
-  broken.emplace_back(good.begin(), good.begin() + 6);
-  broken.emplace_back();
-  for (size_t i = 0; i < broken.size(); ++i) {
-    const std::string path = dir.File("b.wav");
-    ASSERT_TRUE(WriteBytes(path, broken[i]));
+  // Broken containers: wrong magic, cut inside fmt, no data chunk, cut
+  // inside the RIFF header, empty.
+  const std::vector<uint8_t> good = MakeWave(WaveShape{});
+  std::vector<uint8_t> rifx = good, wavf = good;
+  std::copy_n("RIFX", 4, rifx.begin());
+  std::copy_n("WAVF", 4, wavf.begin() + 8);
+  const auto cut = [&](int n) { return std::vector<uint8_t>(good.begin(), good.begin() + n); };
+  for (const std::vector<uint8_t>& bytes : {rifx, wavf, cut(30), cut(36), cut(6), cut(0)}) {
+    ASSERT_TRUE(WriteBytes(dir.File("b.wav"), bytes));
     WaveFile w;
-    EXPECT_FALSE(w.SetFilePathUTF8(path.c_str(), false, false)) << "broken file " << i;
+    EXPECT_FALSE(w.SetFilePathUTF8(dir.File("b.wav").c_str(), false, false)) << bytes.size();
   }
   WaveFile missing;
   EXPECT_FALSE(missing.SetFilePathUTF8(dir.File("none.wav").c_str(), false, false));

@@ -1,11 +1,10 @@
-// The processing instance through the exported interface: streaming, chain
-// decisions and the statuses of bad input.
+// The processing instance through the exported interface: chain decisions
+// and format negotiation. Sample-exact paths are checked where the
+// conversions live (the queue tests) and end to end by the tool tests.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -51,71 +50,14 @@ class Instance : public ::testing::Test {
   void* inst = nullptr;
 };
 
-// The host's view of one sample through an amplifier of `dB`: int16 in at
-// 2^-15, float gain, int16 out at 32767 rounded half away from zero, with
-// the 16-bit wrap.
-int16_t ReferenceAmp(int16_t in, float dB) {
-  const float x = static_cast<float>(in) * (1.0f / 32768.0f);
-  const float g = static_cast<float>(std::pow(10.0, static_cast<double>(dB / 20.0f)));
-  const float y = static_cast<float>(x * g) * 32767.0f;
-  const double r = y > 0 ? static_cast<double>(y) + 0.5 : static_cast<double>(y) - 0.5;
-  return static_cast<int16_t>(static_cast<uint16_t>(static_cast<int32_t>(r)));
-}
-
-// Feeds `in` in random chunks, collects every output sample, then drains.
-std::vector<int16_t> Stream(void* inst, const std::vector<int16_t>& in, unsigned seed,
-                            int channels) {
-  std::mt19937 rng(seed);
-  std::vector<int16_t> out;
-  std::vector<int16_t> buf(1 << 16);
-  size_t pos = 0;
-  while (pos < in.size()) {
-    size_t frames = 1 + rng() % 1500;
-    size_t n = std::min(frames * static_cast<size_t>(channels), in.size() - pos);
-    int avail = 0;
-    EXPECT_EQ(ondrel_process_input(inst, const_cast<int16_t*>(in.data() + pos), static_cast<int>(n),
-                                   &avail),
-              0);
-    pos += n;
-    int written = 0;
-    EXPECT_EQ(ondrel_process_output(inst, buf.data(), static_cast<int>(buf.size()), &written), 0);
-    EXPECT_EQ(written, avail);
-    out.insert(out.end(), buf.begin(), buf.begin() + written);
-  }
-  int avail = 0;
-  EXPECT_EQ(ondrel_flush_to_buf(inst, &avail), 0);
-  int written = 0;
-  EXPECT_EQ(ondrel_process_output(inst, buf.data(), static_cast<int>(buf.size()), &written), 0);
-  EXPECT_EQ(written, avail);
-  out.insert(out.end(), buf.begin(), buf.begin() + written);
-  return out;
-}
-
-TEST_F(Instance, StereoStreamThroughThroughAndAmplifierIsSampleExact) {
-  AEffect* list[2] = {Make(EFFECT_THROUGH), Amp(-6.0f)};
-  ASSERT_EQ(ondrel_set_params(inst, list, 2), 0);
-  std::mt19937 rng(1);
-  std::vector<int16_t> in(2 * 10007);
-  for (int16_t& s : in) s = static_cast<int16_t>(rng());
-  in[0] = -32768;
-  in[1] = 32767;
-  for (unsigned seed : {1u, 2u, 3u}) {
-    std::vector<int16_t> out = Stream(inst, in, seed, 2);
-    ASSERT_EQ(out.size(), in.size()) << "seed " << seed;
-    for (size_t i = 0; i < in.size(); ++i)
-      ASSERT_EQ(out[i], ReferenceAmp(in[i], -6.0f)) << "sample " << i << " seed " << seed;
-  }
-}
-
 TEST_F(Instance, SetParamsChoosesBetweenNothingOnTheFlyAndRebuild) {
   LogCapture log(3);
   AEffect* first[2] = {Amp(-6.0f), Amp(0.0f)};
   ASSERT_EQ(ondrel_set_params(inst, first, 2), 0);
   EXPECT_TRUE(log.Has("[ON2L]:UpdateCurrentEffectList"));
-  AEffect* running[2];
+  AEffect *running[2], *after[2];
   int count = 0;
   ASSERT_EQ(ondrel_get_params(inst, running, 2, &count), 0);
-  ASSERT_EQ(count, 2);
 
   // Identical values: nothing to do, and the handed-in effects are gone
   // (the sanitizer build would report a leak otherwise).
@@ -128,7 +70,6 @@ TEST_F(Instance, SetParamsChoosesBetweenNothingOnTheFlyAndRebuild) {
   AEffect* one[2] = {Amp(-6.0f), Amp(-12.0f)};
   EXPECT_EQ(ondrel_set_params(inst, one, 2), 0);
   EXPECT_TRUE(log.Has("[ON2L]:FX 1 is On the fly"));
-  AEffect* after[2];
   ASSERT_EQ(ondrel_get_params(inst, after, 2, &count), 0);
   EXPECT_EQ(after[1], running[1]);
   float gain = 0;
@@ -142,27 +83,23 @@ TEST_F(Instance, SetParamsChoosesBetweenNothingOnTheFlyAndRebuild) {
   EXPECT_TRUE(log.Has("[ON2L]:KissEffectList because of Script"));
   EXPECT_EQ(log.Count("[ON2L]:KissEffectList:2"), 2);
 
-  // Two changes, even in two effects: rebuild.
-  log.clear();
+  // Two changes, even in two effects, or another type at a position: rebuild.
   AEffect* two[2] = {Amp(-3.0f), Amp(-1.0f, "in")};
-  EXPECT_EQ(ondrel_set_params(inst, two, 2), 0);
-  EXPECT_TRUE(log.Has("[ON2L]:UpdateCurrentEffectList"));
-  ASSERT_EQ(ondrel_get_params(inst, after, 2, &count), 0);
-  EXPECT_EQ(after[0], two[0]);
-
-  // Another type at a position: rebuild.
-  log.clear();
   AEffect* typed[2] = {Amp(-3.0f), Make(EFFECT_THROUGH)};
-  EXPECT_EQ(ondrel_set_params(inst, typed, 2), 0);
-  EXPECT_TRUE(log.Has("[ON2L]:UpdateCurrentEffectList"));
-
+  for (AEffect** list : {two, typed}) {
+    log.clear();
+    EXPECT_EQ(ondrel_set_params(inst, list, 2), 0);
+    EXPECT_TRUE(log.Has("[ON2L]:UpdateCurrentEffectList"));
+    ASSERT_EQ(ondrel_get_params(inst, after, 2, &count), 0);
+    EXPECT_EQ(after[0], list[0]);
+  }
   // A count of 0 clears the chain.
   EXPECT_EQ(ondrel_set_params(inst, nullptr, 0), 0);
   EXPECT_EQ(ondrel_get_params(inst, after, 2, &count), 0);
   EXPECT_EQ(count, 0);
 }
 
-TEST_F(Instance, FormatNegotiationAndBadInput) {
+TEST_F(Instance, FormatNegotiation) {
   ASSERT_EQ(ondrel_setup_input(inst, 6, 0x3F), 0);
   ASSERT_EQ(ondrel_set_samplerate(inst, 48000.0f), 0);
   AEffect* fx = Amp(0.0f);
@@ -171,67 +108,21 @@ TEST_F(Instance, FormatNegotiationAndBadInput) {
   uint64_t layout = 0;
   float rate = 0;
   ASSERT_EQ(ondrel_get_out_chns(inst, &ch, &layout), 0);
+  ASSERT_EQ(ondrel_get_samplerate(inst, &rate), 0);
   EXPECT_EQ(ch, 6);
   EXPECT_EQ(layout, 0x3Fu);
-  ASSERT_EQ(ondrel_get_samplerate(inst, &rate), 0);
   EXPECT_EQ(rate, 48000.0f);
   EXPECT_EQ(fx->numInputs, 6);
-  EXPECT_EQ(ondrel_get_samplerate(inst, nullptr), 0);
-
-  // Not a whole number of frames: refused, nothing queued.
-  float buf[64] = {};
-  int avail = -1;
-  EXPECT_EQ(ondrel_processf_input(inst, buf, 7, &avail), 2000);
-  int16_t s[64] = {};
-  EXPECT_EQ(ondrel_process_input(inst, s, 13, &avail), 2000);
-
-  // More than 64 channels: no error, the queues keep their width.
-  EXPECT_EQ(ondrel_setup_input(inst, 65, 0), 0);
-  ASSERT_EQ(ondrel_get_in_chns(inst, &ch, &layout), 0);
-  EXPECT_EQ(ch, 65);
-  EXPECT_EQ(ondrel_processf_input(inst, buf, 60, &avail), 0);  // 10 frames of 6
-  EXPECT_EQ(ondrel_setup_input(inst, 2, 0), 0);
-
-  // A short array for the chain.
-  AEffect* out[1];
-  int count = -1;
-  EXPECT_EQ(ondrel_get_params(inst, nullptr, 5, &count), 2001);
-  EXPECT_EQ(count, 1);
-  EXPECT_EQ(ondrel_get_params(inst, out, 0, &count), 2001);
-  EXPECT_EQ(ondrel_get_params(inst, out, 1, &count), 0);
-  EXPECT_EQ(out[0], fx);
-
-  // A null instance never crashes.
-  EXPECT_EQ(ondrel_setup_input(nullptr, 2, 0), 2000);
-  EXPECT_EQ(ondrel_set_samplerate(nullptr, 44100), 2000);
-  EXPECT_EQ(ondrel_get_samplerate(nullptr, &rate), 2000);
-  EXPECT_EQ(ondrel_get_in_chns(nullptr, &ch, &layout), 2000);
-  EXPECT_EQ(ondrel_get_out_chns(nullptr, &ch, &layout), 2000);
-  EXPECT_EQ(ondrel_get_params(nullptr, out, 1, &count), 2000);
-  EXPECT_EQ(ondrel_process_input(nullptr, s, 2, &avail), 2000);
-  EXPECT_EQ(ondrel_processf_input(nullptr, buf, 2, &avail), 2000);
-  EXPECT_EQ(ondrel_process_output(nullptr, s, 2, &avail), 2000);
-  EXPECT_EQ(ondrel_processf_output(nullptr, buf, 2, &avail), 2000);
-  EXPECT_EQ(ondrel_flush_to_buf(nullptr, &avail), 0);
+  // A null instance still takes ownership of the list.
   AEffect* orphan = Amp(1.0f);
-  EXPECT_EQ(ondrel_set_params(nullptr, &orphan, 1), 2000);  // still takes ownership
-  ondrel_destroy_inst(nullptr);
-  // A null sample pointer with a chain is refused, not read.
-  EXPECT_EQ(ondrel_processf_input(inst, nullptr, 4, &avail), 2000);
-
-  // No channels, or a rate that is not a positive number: refused, the
-  // format stays. The same rate again does not reconfigure the chain.
-  EXPECT_EQ(ondrel_setup_input(inst, 0, 0), 2000);
-  EXPECT_EQ(ondrel_setup_input(inst, -3, 0), 2000);
-  EXPECT_EQ(ondrel_set_samplerate(inst, 0.0f), 2000);
-  EXPECT_EQ(ondrel_set_samplerate(inst, -48000.0f), 2000);
-  EXPECT_EQ(ondrel_set_samplerate(inst, NAN), 2000);
-  ASSERT_EQ(ondrel_get_in_chns(inst, &ch, &layout), 0);
-  EXPECT_EQ(ch, 2);
+  EXPECT_EQ(ondrel_set_params(nullptr, &orphan, 1), 2000);
+  // The same rate again does not reconfigure the chain; another does.
   LogCapture log(4);
   EXPECT_EQ(ondrel_set_samplerate(inst, 48000.0f), 0);
   EXPECT_TRUE(log.Has("[ON2L]:set_samplerate: " + std::string(Ptr(inst)) + ", 48000"));
-  EXPECT_EQ(log.Count("[ON2L]:in/sr:48000, ch:2, layout:0"), 0);
+  EXPECT_FALSE(log.Has("[ON2L]:in/sr:48000, ch:6, layout:3f"));
+  EXPECT_EQ(ondrel_set_samplerate(inst, 44100.0f), 0);
+  EXPECT_TRUE(log.Has("[ON2L]:in/sr:44100, ch:6, layout:3f"));
 }
 
 }  // namespace

@@ -23,36 +23,32 @@ std::string Describe(int channels, uint64_t mask) {
   return out;
 }
 
-TEST(Layouts, CommonMasksGroupIntoPairsAndSingles) {
-  EXPECT_EQ(Describe(1, 0), "S0");
-  EXPECT_EQ(Describe(2, 0), "P0,1");
-  EXPECT_EQ(Describe(3, 0), "P0,1 S2");
-  EXPECT_EQ(Describe(6, 0), "P0,1 S2 S3 P4,5");
-  EXPECT_EQ(Describe(8, 0), "P0,1 S2 S3 P4,5 P6,7");
-  EXPECT_EQ(Describe(2, 0x60000000), "P0,1");
-  EXPECT_EQ(Describe(9, 0), "");
-  EXPECT_EQ(Describe(0, 0), "");
-  // The mask alone decides when given.
-  EXPECT_EQ(Describe(1, 0x3), "P0,1");
-  // Bit 35 is a low-frequency channel, not a pair member.
-  EXPECT_EQ(Describe(2, (uint64_t{1} << 35) | 0x3), "P0,1 S2");
-}
-
-TEST(Layouts, UnpairedSpeakersAndTheTopRows) {
-  // FR alone takes no slot; FL alone takes a slot but forms no group.
-  EXPECT_EQ(Describe(1, 0x2), "");
-  {
-    LayoutUtils fl(1, 0x1, nullptr);
-    EXPECT_TRUE(fl.groups.empty());
-    EXPECT_EQ(fl.channelMap[0], 0);
-  }
-  // A right speaker without its left moves later channels down a slot.
-  EXPECT_EQ(Describe(2, 0x6), "S0");
-
-  // Hexadecagonal: TFR and TBR hang on the single centre groups, TFL and TBL
-  // hold slots without a group.
+TEST(Layouts, MasksGroupIntoPairsAndSingles) {
+  const struct {
+    int channels;
+    uint64_t mask;
+    const char* groups;
+  } cases[] = {
+      {1, 0, "S0"},
+      {2, 0, "P0,1"},
+      {3, 0, "P0,1 S2"},
+      {6, 0, "P0,1 S2 S3 P4,5"},
+      {8, 0, "P0,1 S2 S3 P4,5 P6,7"},
+      {2, 0x60000000, "P0,1"},
+      {9, 0, ""},
+      {0, 0, ""},
+      {1, 0x3, "P0,1"},                           // the mask alone decides when given
+      {2, (uint64_t{1} << 35) | 0x3, "P0,1 S2"},  // bit 35 is a low-frequency channel
+      {1, 0x2, ""},                               // FR alone takes no slot
+      {1, 0x1, ""},                               // FL alone takes a slot but forms no group
+      {2, 0x6, "S0"},  // a right speaker without its left moves later channels down
+      // Hexadecagonal: TFR and TBR hang on the single centre groups, TFL and
+      // TBL hold slots without a group.
+      {16, 0, "P0,1 S2 P3,4 S5 P6,7 S9+10 S12+13 P14,15"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Describe(c.channels, c.mask), c.groups) << c.channels;
+  EXPECT_EQ(LayoutUtils(1, 0x1, nullptr).channelMap[0], 0);
   LayoutUtils hex(16, 0, nullptr);
-  EXPECT_EQ(Describe(16, 0), "P0,1 S2 P3,4 S5 P6,7 S9+10 S12+13 P14,15");
   EXPECT_EQ(hex.channelMap[8], 12);   // TFL
   EXPECT_EQ(hex.channelMap[11], 15);  // TBL
   EXPECT_EQ(hex.channelMap[14], 31);  // WL

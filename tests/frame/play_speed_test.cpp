@@ -23,16 +23,14 @@ constexpr int kBlock = 512;
 // Planar test audio: a different tone plus a ramp on every channel.
 std::vector<std::vector<float>> Tones(int channels, int frames) {
   std::vector<std::vector<float>> x(static_cast<size_t>(channels));
-  for (int c = 0; c < channels; ++c) {
-    x[c].resize(static_cast<size_t>(frames));
+  for (int c = 0; c < channels; ++c)
     for (int i = 0; i < frames; ++i)
-      x[c][i] = 0.5f * std::sin(0.013f * (c + 1) * static_cast<float>(i)) +
-                0.1f * static_cast<float>(i % 97) / 97.0f;
-  }
+      x[c].push_back(0.5f * std::sin(0.013f * (c + 1) * static_cast<float>(i)) +
+                     0.1f * static_cast<float>(i % 97) / 97.0f);
   return x;
 }
 
-std::vector<float*> At(std::vector<std::vector<float>>& x, int offset) {
+std::vector<float*> At(std::vector<std::vector<float>>& x, int offset = 0) {
   std::vector<float*> v;
   for (auto& ch : x) v.push_back(ch.data() + offset);
   return v;
@@ -48,23 +46,19 @@ class PlaySpeed : public ::testing::Test {
   void TearDown() override { ondrel_destroy_inst(inst); }
   PlaySpeedController& Ctrl() { return *static_cast<ProcessingInstance*>(inst)->speedController; }
 
-  // Pushes `in` from frame `from` on through in host calls of the sizes in
-  // `chunks` (cycled), reading everything after each call; returns the
-  // output, planar.
+  // Pushes `in` through in host calls of the sizes in `chunks` (cycled),
+  // reading everything after each call; returns the output, planar.
   std::vector<std::vector<float>> Run(std::vector<std::vector<float>>& in,
-                                      const std::vector<int>& chunks, int outChannels,
-                                      int from = 0) {
+                                      const std::vector<int>& chunks) {
     const int frames = static_cast<int>(in[0].size());
-    std::vector<std::vector<float>> out(static_cast<size_t>(outChannels));
-    std::vector<std::vector<float>> buf(static_cast<size_t>(outChannels),
-                                        std::vector<float>(static_cast<size_t>(frames) * 4));
-    for (int pos = from, i = 0; pos < frames; ++i) {
+    std::vector<std::vector<float>> out(in.size()),
+        buf = Tones(static_cast<int>(in.size()), 4 * frames);
+    for (int pos = 0, i = 0; pos < frames; ++i) {
       const int n = std::min(chunks[i % chunks.size()], frames - pos);
-      int available = -1;
+      int available = -1, got = 0;
       EXPECT_EQ(ondrel_psctrl_input(inst, At(in, pos), n, &available), 0) << "at " << pos;
-      int got = 0;
-      EXPECT_EQ(ondrel_psctrl_output(inst, At(buf, 0), frames * 4, &got), 0);
-      for (int c = 0; c < outChannels; ++c)
+      EXPECT_EQ(ondrel_psctrl_output(inst, At(buf), frames * 4, &got), 0);
+      for (size_t c = 0; c < in.size(); ++c)
         out[c].insert(out[c].end(), buf[c].begin(), buf[c].begin() + got);
       pos += n;
     }
@@ -80,7 +74,7 @@ TEST_F(PlaySpeed, StretchMatchesSoundTouchDrivenDirectly) {
   ASSERT_EQ(ondrel_psctrl_init(inst, 48000, 16, channels, speed, 0), 0);
   auto in = Tones(channels, frames);
   const std::vector<int> chunks = {700, 300, 1500, 1, 511, 2048};
-  auto got = Run(in, chunks, channels);
+  auto got = Run(in, chunks);
 
   // The same engine settings, fed whole blocks of 512 as host calls
   // complete them, with what the engine holds drained first at each call.
@@ -137,15 +131,15 @@ TEST_F(PlaySpeed, ByteMapFollowsSpeedChanges) {
   EXPECT_EQ(Ctrl().dirty, 0);
   auto in = Tones(2, kBlock);
   ASSERT_EQ(ondrel_psctrl_set_multiple(inst, 0.5f), 0);
-  EXPECT_EQ(ondrel_psctrl_input(inst, At(in, 0), kBlock, nullptr), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_psctrl_input(inst, At(in), kBlock, nullptr), ONDREL_E_INVALID);
   ASSERT_EQ(ondrel_psctrl_set_multiple(inst, 1.0f), 0);
-  EXPECT_EQ(ondrel_psctrl_input(inst, At(in, 0), kBlock, nullptr), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_psctrl_input(inst, At(in), kBlock, nullptr), ONDREL_E_INVALID);
   ASSERT_EQ(Ctrl().speedMap.segments.size(), 1u);
 
   // One block at normal speed (2048 bytes), then double speed from there.
-  ASSERT_EQ(ondrel_psctrl_input(inst, At(in, 0), kBlock, nullptr), 0);
+  ASSERT_EQ(ondrel_psctrl_input(inst, At(in), kBlock, nullptr), 0);
   ASSERT_EQ(ondrel_psctrl_set_multiple(inst, 2.0f), 0);
-  EXPECT_EQ(ondrel_psctrl_input(inst, At(in, 0), 0, nullptr), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_psctrl_input(inst, At(in), 0, nullptr), ONDREL_E_INVALID);
   ASSERT_EQ(Ctrl().speedMap.segments.size(), 2u);
   ASSERT_EQ(ondrel_psctrl_getActualBytes(inst, 12048 + 1000, actual), 0);
   EXPECT_EQ(actual, 12048u + 2005u);
@@ -177,36 +171,36 @@ TEST_F(PlaySpeed, PendingChangesAndFailures) {
   // A channel change replaced by a later speed change is never applied.
   ASSERT_EQ(ondrel_psctrl_set_channels(inst, 1), 0);
   ASSERT_EQ(ondrel_psctrl_set_multiple(inst, 1.5f), 0);
-  EXPECT_EQ(ondrel_psctrl_input(inst, At(in, 0), kBlock, &n), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_psctrl_input(inst, At(in), kBlock, &n), ONDREL_E_INVALID);
   EXPECT_EQ(Ctrl().inQueue.channels, 2);
   EXPECT_EQ(Ctrl().dirty, 0);
   // A new rate builds the engine for the stored count, which the queues
   // never took: stretching is refused rather than mixing channels up.
   ASSERT_EQ(ondrel_psctrl_set_samplerate(inst, 48000), 0);
-  EXPECT_EQ(ondrel_psctrl_input(inst, At(in, 0), kBlock, &n), ONDREL_E_INVALID);
-  EXPECT_EQ(ondrel_psctrl_input(inst, At(in, 0), kBlock, &n), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_psctrl_input(inst, At(in), kBlock, &n), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_psctrl_input(inst, At(in), kBlock, &n), ONDREL_E_INVALID);
   // The count was stored, so asking again changes nothing: lost for good.
   ASSERT_EQ(ondrel_psctrl_set_channels(inst, 1), 0);
   EXPECT_EQ(Ctrl().dirty, 0);
   // A channel change applied: three channels from then on, map restarted.
   auto in3 = Tones(3, kBlock);
   ASSERT_EQ(ondrel_psctrl_set_channels(inst, 3), 0);
-  EXPECT_EQ(ondrel_psctrl_input(inst, At(in3, 0), kBlock, &n), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_psctrl_input(inst, At(in3), kBlock, &n), ONDREL_E_INVALID);
   EXPECT_EQ(Ctrl().inQueue.channels, 3);
   EXPECT_EQ(Ctrl().outQueue.channels, 3);
   EXPECT_EQ(Ctrl().speedMap.total, 0u);
-  EXPECT_EQ(ondrel_psctrl_input(inst, At(in3, 0), kBlock, &n), 0);
+  EXPECT_EQ(ondrel_psctrl_input(inst, At(in3), kBlock, &n), 0);
   in = in3;
   // Speeds the stretcher cannot run are refused, and a seek says so.
   ASSERT_EQ(ondrel_psctrl_set_multiple(inst, 0.0f), 0);
-  EXPECT_EQ(ondrel_psctrl_input(inst, At(in, 0), kBlock, &n), ONDREL_E_INVALID);
-  EXPECT_EQ(ondrel_psctrl_input(inst, At(in, 0), kBlock, &n), ONDREL_E_SPEED);
+  EXPECT_EQ(ondrel_psctrl_input(inst, At(in), kBlock, &n), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_psctrl_input(inst, At(in), kBlock, &n), ONDREL_E_SPEED);
   EXPECT_EQ(ondrel_psctrl_seek(inst), ONDREL_E_SPEED);
   // No usable channels: audio is refused, nothing crashes.
   ASSERT_EQ(ondrel_psctrl_init(inst, 44100, 16, 0, 1.0f, 0), 0);
-  EXPECT_EQ(ondrel_psctrl_input(inst, At(in, 0), kBlock, &n), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_psctrl_input(inst, At(in), kBlock, &n), ONDREL_E_INVALID);
   ASSERT_EQ(ondrel_psctrl_init(inst, 44100, 16, 1000, 1.5f, 0), 0);
-  EXPECT_EQ(ondrel_psctrl_input(inst, At(in, 0), kBlock, &n), ONDREL_E_INVALID);
+  EXPECT_EQ(ondrel_psctrl_input(inst, At(in), kBlock, &n), ONDREL_E_INVALID);
 }
 
 }  // namespace

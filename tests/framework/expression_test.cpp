@@ -22,24 +22,23 @@ struct Result {
   long position;  // parser's stop position in the text
 };
 
-Result Evaluate(const char* text, const xvariable* lookup = nullptr, int count = 0,
-                bool fold = true) {
+Result Evaluate(const std::string& text, const xvariable* lookup = nullptr, int count = 0) {
   te_state state{};
-  state.start = text;
+  state.start = text.c_str();
   state.lookup = lookup;
   state.lookup_len = count;
   te_node* root = te_parse(&state);
   EXPECT_NE(root, nullptr) << text;
-  Result r{std::nan(""), state.type, static_cast<long>(state.next - text)};
+  Result r{std::nan(""), state.type, static_cast<long>(state.next - text.c_str())};
   if (state.type == TE_TOK_END) {
-    if (fold) te_fold(root);
+    te_fold(root);
     r.value = te_eval(root);
   }
   te_free(root);
   return r;
 }
 
-double Value(const char* text) {
+double Value(const std::string& text) {
   const Result r = Evaluate(text);
   EXPECT_EQ(r.kind, TE_TOK_END) << "'" << text << "' did not parse";
   return r.value;
@@ -50,24 +49,13 @@ class ExpressionTest : public ::testing::Test {
   static void SetUpTestSuite() { te_init(); }
 };
 
-struct Case {
-  const char* text;
-  double expected;
-};
-
-// Exact equality, with NaN equal to NaN.
-void ExpectValues(const std::vector<Case>& cases) {
-  for (const Case& c : cases) {
-    const double v = Value(c.text);
-    EXPECT_TRUE(v == c.expected || (std::isnan(v) && std::isnan(c.expected)))
-        << c.text << " gave " << v;
-  }
-}
-
 // Precedence and associativity, then floor, ceil and the combinatorics in
 // their 32-bit forms.
 TEST_F(ExpressionTest, ValuesOfOperatorsAndFunctions) {
-  ExpectValues({
+  const struct {
+    const char* text;
+    double expected;
+  } cases[] = {
       {"1,2", 2.0},
       {"2+3*4", 14.0},
       {"10-4-3", 3.0},
@@ -115,7 +103,12 @@ TEST_F(ExpressionTest, ValuesOfOperatorsAndFunctions) {
       {"ncr(4294967296,1)", HUGE_VAL},
       {"npr(12,12)", 479001600.0},
       {"npr(13,13)", HUGE_VAL},
-  });
+  };
+  for (const auto& c : cases) {
+    const double v = Value(c.text);  // exact, with NaN equal to NaN
+    EXPECT_TRUE(v == c.expected || (std::isnan(v) && std::isnan(c.expected)))
+        << c.text << ": " << v;
+  }
 }
 
 TEST_F(ExpressionTest, ErrorsStopWithTheirPosition) {
@@ -133,31 +126,22 @@ TEST_F(ExpressionTest, ErrorsStopWithTheirPosition) {
     EXPECT_NE(r.kind, TE_TOK_END) << c.text;
     EXPECT_EQ(r.position, c.position) << c.text;
   }
-  // "1 2" stops at the second number: the kind says number, not end.
-  EXPECT_EQ(Evaluate("1 2").kind, TE_TOK_NUMBER);
+  EXPECT_EQ(Evaluate("1 2").kind, TE_TOK_NUMBER);  // stops at the second number
   EXPECT_EQ(Evaluate("").kind, TE_TOK_ERROR);
 }
 
 TEST_F(ExpressionTest, NestingIsBoundedWithoutExhaustingTheStack) {
-  auto nested = [](int depth) {
-    return std::string(static_cast<size_t>(depth), '(') + "1" +
-           std::string(static_cast<size_t>(depth), ')');
-  };
-  auto chain = [](int terms) {
-    std::string s = "1";
-    for (int i = 1; i < terms; ++i) s += "+1";
+  auto repeat = [](const char* part, int n) {
+    std::string s;
+    for (int i = 0; i < n; ++i) s += part;
     return s;
   };
-  EXPECT_EQ(Value(nested(100).c_str()), 1.0);
-  EXPECT_EQ(Value(chain(200).c_str()), 200.0);
-  EXPECT_NE(Evaluate(nested(100000).c_str()).kind, TE_TOK_END);
-  EXPECT_NE(Evaluate(chain(100000).c_str()).kind, TE_TOK_END);
-  std::string negations(100000, '-');
-  negations += "2";
-  EXPECT_EQ(Value(negations.c_str()), 2.0);  // an even count of signs
-  std::string sines;
-  for (int i = 0; i < 100000; ++i) sines += "sin ";
-  EXPECT_NE(Evaluate((sines + "1").c_str()).kind, TE_TOK_END);
+  EXPECT_EQ(Value(repeat("(", 100) + "1" + repeat(")", 100)), 1.0);
+  EXPECT_EQ(Value(repeat("1+", 199) + "1"), 200.0);
+  EXPECT_EQ(Value(repeat("-", 100000) + "2"), 2.0);  // an even count of signs
+  for (const std::string& deep : {repeat("(", 100000) + "1" + repeat(")", 100000),
+                                  repeat("1+", 100000) + "1", repeat("sin ", 100000) + "1"})
+    EXPECT_NE(Evaluate(deep).kind, TE_TOK_END);
 }
 
 // ---- Caller tables -------------------------------------------------------
@@ -182,11 +166,20 @@ void* Fn(F* f) {
   return reinterpret_cast<void*>(f);
 }
 
+// Parses and folds `text` against `table`.
+te_node* Compile(const char* text, const xvariable* table, int n) {
+  te_state state{};
+  state.start = text;
+  state.lookup = table;
+  state.lookup_len = n;
+  te_node* root = te_parse(&state);
+  EXPECT_EQ(state.type, TE_TOK_END) << text;
+  te_fold(root);
+  return root;
+}
+
 TEST_F(ExpressionTest, CallerNamesComeFirstAndAreReadAtEvaluation) {
-  double x = 3.0;
-  double first = 1.0;
-  double second = 2.0;
-  double myE = 5.0;
+  double x = 3.0, first = 1.0, second = 2.0, myE = 5.0;
   const xvariable table[] = {
       {"x", &x, TE_VARIABLE, nullptr},        {"v", &first, TE_VARIABLE, nullptr},
       {"v", &second, TE_VARIABLE, nullptr},   {"e", &myE, TE_VARIABLE, nullptr},
@@ -196,14 +189,7 @@ TEST_F(ExpressionTest, CallerNamesComeFirstAndAreReadAtEvaluation) {
   EXPECT_EQ(Evaluate("e", table, 5).value, 5.0);  // hides the built-in
   EXPECT_EQ(Evaluate("x_2*x", table, 5).value, 6.0);
   EXPECT_EQ(Evaluate("x2", table, 5).value, 0.0);  // exact match only
-
-  te_state state{};
-  state.start = "x*x+1";
-  state.lookup = table;
-  state.lookup_len = 5;
-  te_node* root = te_parse(&state);
-  ASSERT_EQ(state.type, TE_TOK_END);
-  te_fold(root);
+  te_node* root = Compile("x*x+1", table, 5);
   EXPECT_EQ(te_eval(root), 10.0);
   x = 4.0;
   EXPECT_EQ(te_eval(root), 17.0);
@@ -211,8 +197,7 @@ TEST_F(ExpressionTest, CallerNamesComeFirstAndAreReadAtEvaluation) {
 }
 
 TEST_F(ExpressionTest, PureFunctionsWithConstantArgumentsFoldOnce) {
-  double x = 0.0;
-  double factor = 3.0;
+  double x = 0.0, factor = 3.0;
   const xvariable table[] = {
       {"x", &x, TE_VARIABLE, nullptr},
       {"cnt", Fn(&Count), TE_FUNCTION0 + 0 + TE_FLAG_PURE, nullptr},
@@ -224,54 +209,40 @@ TEST_F(ExpressionTest, PureFunctionsWithConstantArgumentsFoldOnce) {
       {"sum7", Fn(&Sum7), TE_FUNCTION0 + 7 + TE_FLAG_PURE, nullptr},
   };
   const int n = 8;
-  auto compile = [&](const char* text) {
-    te_state state{};
-    state.start = text;
-    state.lookup = table;
-    state.lookup_len = n;
-    te_node* root = te_parse(&state);
-    EXPECT_EQ(state.type, TE_TOK_END) << text;
-    te_fold(root);
-    return root;
+  // (text, calls at fold time, two evaluations, arguments traced at fold
+  // and at evaluation): a pure function runs at fold time and never again;
+  // without the pure flag it runs at every evaluation; a variable argument
+  // (0 at fold time, 4 after) keeps the call for run time; constant arguments fold first to last,
+  // while a variable first argument stops the fold and evaluation then runs
+  // the arguments last to first.
+  const struct {
+    const char* text;
+    int foldCalls;
+    double first, second;
+    std::vector<double> foldTrace, evalTrace;
+  } cases[] = {
+      {"cnt()+cnt", 2, 3.0, 3.0, {}, {}},
+      {"tick+twice(2)", 0, 5.0, 6.0, {}, {}},
+      {"twice(x)", 0, 8.0, 8.0, {}, {}},
+      {"sel(1, rec(1), rec(2))", 0, 1.0, 1.0, {1.0, 2.0}, {}},
+      {"sel(x, rec(1), rec(2))", 0, 1.0, 1.0, {}, {2.0, 1.0, 2.0, 1.0}},
   };
-
-  // A pure function runs at fold time and never again.
-  g_calls = 0;
-  te_node* root = compile("cnt()+cnt");
-  EXPECT_EQ(g_calls, 2);
-  EXPECT_EQ(root->type, TE_CONSTANT);
-  EXPECT_EQ(te_eval(root), 3.0);
-  EXPECT_EQ(te_eval(root), 3.0);
-  EXPECT_EQ(g_calls, 2);
-  te_free(root);
-
-  // Without the pure flag it runs at every evaluation.
-  g_calls = 0;
-  root = compile("tick+twice(2)");
-  EXPECT_EQ(g_calls, 0);
-  EXPECT_EQ(te_eval(root), 5.0);
-  EXPECT_EQ(te_eval(root), 6.0);
-  te_free(root);
-
-  // A variable argument keeps the call for run time.
-  root = compile("twice(x)");
-  x = 4.0;
-  EXPECT_EQ(te_eval(root), 8.0);
-  te_free(root);
-
-  // Constant arguments fold first to last; a variable first argument stops
-  // the fold, and evaluation then runs the arguments last to first.
-  g_trace.clear();
-  root = compile("sel(1, rec(1), rec(2))");
-  EXPECT_EQ(g_trace, (std::vector<double>{1.0, 2.0}));
-  te_free(root);
-  g_trace.clear();
-  root = compile("sel(x, rec(1), rec(2))");
-  EXPECT_TRUE(g_trace.empty());
-  te_eval(root);
-  EXPECT_EQ(g_trace, (std::vector<double>{2.0, 1.0}));
-  te_free(root);
-
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    g_calls = 0;
+    g_trace.clear();
+    x = 0.0;
+    te_node* root = Compile(c.text, table, n);
+    x = 4.0;
+    EXPECT_EQ(g_calls, c.foldCalls);
+    EXPECT_EQ(g_trace, c.foldTrace);
+    g_trace.clear();
+    EXPECT_EQ(te_eval(root), c.first);
+    EXPECT_EQ(te_eval(root), c.second);
+    EXPECT_EQ(g_trace, c.evalTrace);
+    EXPECT_EQ(root->type == TE_CONSTANT, c.foldCalls > 0 || !c.foldTrace.empty());
+    te_free(root);
+  }
   // Closures get their context; seven arguments arrive in order.
   EXPECT_EQ(Evaluate("scale(2)", table, n).value, 6.0);
   EXPECT_EQ(Evaluate("scale 2^2", table, n).value, 36.0);

@@ -42,101 +42,79 @@ class ScriptTest : public ::testing::Test {
   LogState saved_log_{};
 };
 
-TEST_F(ScriptTest, ExpressionLinesFeedOut) {
-  EXPECT_EQ(RunScript("in*2", 3.0f), 6.0f);
-  EXPECT_EQ(RunScript("in*2\nout+1", 3.0f), 7.0f);
-  EXPECT_EQ(RunScript("in*2\r\n\r\nout+1\r", 3.0f), 7.0f);
-
+// Scripts that stand alone: the result and the error messages, in order.
+TEST_F(ScriptTest, ResultsAndErrorMessages) {
+  const std::string longLine = std::string(5000, 'a') + "$123456789xyz" + std::string(5000, ' ');
+  const struct {
+    std::string script;
+    float in, out;
+    std::vector<std::string> errors;
+  } cases[] = {
+      {"in*2", 3.0f, 6.0f, {}},
+      {"in*2\r\n\r\nout+1\r", 3.0f, 7.0f, {}},
+      {"1/0", 1.0f, HUGE_VALF, {}},
+      // Every line is rounded to float before the next one reads it.
+      {"0.1", 0.0f, 0.1f, {}},
+      {"1+2^-30\nout-1", 0.0f, 0.0f, {}},
+      {"1+2^-20\nout-1", 0.0f, 0x1p-20f, {}},
+      // Forward over a line to a label defined later (out = 3 at the goto);
+      // a lone ">" acts on the present out; a label and a script variable of
+      // one name: the label is read.
+      {"in\n>skip\nout*100\n:skip\nout+1", 2.0f, 4.0f, {}},
+      {"out-5\n>\nout*2", 2.0f, -6.0f, {}},
+      {"#lab=7\n:lab\nlab", 0.0f, 1.0f, {}},
+      // A goto beyond the last line, to exactly the line count, or to a
+      // target that is no label stops the script with the value in out.
+      {">5\nout+1\nout+2", 1.0f, 5.0f, {"(line 1):\n>5 (>5)"}},
+      {">2\n:a", 1.0f, 2.0f, {"(line 1):\n>2 (>2)"}},
+      {"in\n\n>0.5\nout+1", 1.0f, 0.5f, {"(line 2):\n>0.5 (>0)"}},
+      // A bad goto expression is reported twice, the second time one line
+      // further on and with its ">", and nothing after it runs.
+      {"in+1\n>(\nout*100", 1.0f, 2.0f, {" (LINE 2):\n(", "( (LINE 3):\n>("}},
+      // Bad lines report where the parser stopped; blank lines before them
+      // count not; a blank before ":" makes an expression line.
+      {"in*2\n1+*234567890123\nout+100", 3.0f, 6.0f, {"234567890 (LINE 2):\n1+*234567890123"}},
+      {"\n\n(", 3.0f, 3.0f, {" (LINE 1):\n("}},
+      {"in\n\n\nsin", 3.0f, 3.0f, {" (LINE 2):\nsin"}},
+      {" :a", 3.0f, 3.0f, {"a (LINE 1):\n :a"}},
+      // A line far longer than any message buffer keeps its whole text.
+      {longLine, 8.0f, 8.0f, {"123456789 (LINE 1):\n" + longLine}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.script.substr(0, 40));
+    g_errors.clear();
+    ClearSystemModulators();
+    EXPECT_EQ(RunScript(c.script.c_str(), c.in), c.out);
+    EXPECT_EQ(g_errors, c.errors);
+  }
+  EXPECT_EQ(User("skip"), 3.0);
   // Nothing but line ends: the input comes back, in and out are set.
   EXPECT_EQ(RunScript("\n\r\n\r", 4.5f), 4.5f);
   EXPECT_EQ(User("in"), 4.5);
   EXPECT_EQ(User("out"), 4.5);
-
-  EXPECT_EQ(RunScript("1/0", 1.0f), HUGE_VALF);
-  EXPECT_TRUE(g_errors.empty());
-
-  // Every line is rounded to float before the next one reads it.
   EXPECT_EQ(RunScript("0.1", 0.0f), 0.1f);
   EXPECT_EQ(User("out"), 0.10000000149011612);
-  EXPECT_EQ(RunScript("1+2^-30\nout-1", 0.0f), 0.0f);
-  EXPECT_EQ(RunScript("1+2^-20\nout-1", 0.0f), 0x1p-20f);
+  // Without a handler errors are dropped, nothing crashes.
+  g_errors.clear();
+  EXPECT_EQ(ondrel_set_script_error_handler(nullptr), 0);
+  EXPECT_EQ(RunScript("in\n(", 2.0f), 2.0f);
+  EXPECT_TRUE(g_errors.empty());
 }
 
-TEST_F(ScriptTest, LabelsAndGotos) {
-  // Forward over a line to a label defined later.
-  EXPECT_EQ(RunScript("in\n>skip\nout*100\n:skip\nout+1", 2.0f), 4.0f);  // out = 3 at the goto
-  EXPECT_EQ(User("skip"), 3.0);
-
-  // Backward: count k up to 5, then fall through with a negative value.
+TEST_F(ScriptTest, BackwardGotosLoopAndAskForASecondPass) {
+  // Count k up to 5, then fall through with a negative value.
   EXPECT_EQ(RunScript("#k=0\n:top\n#k=k+1\n>if(lt(k,5),top,-1)\nk*10", 0.0f), 50.0f);
   EXPECT_EQ(SystemModulators()["k"], 5.0);
   EXPECT_TRUE(TwoPassFlag());
-  EXPECT_TRUE(g_errors.empty());
-
-  // A lone ">" acts on the present out.
-  ClearSystemModulators();
-  EXPECT_EQ(RunScript("out-5\n>\nout*2", 2.0f), -6.0f);
-  EXPECT_TRUE(TwoPassFlag());
   ClearSystemModulators();
   EXPECT_FALSE(TwoPassFlag());
-
-  // A label and a script variable of one name: the label is read.
   EXPECT_EQ(RunScript("#lab=7\n:lab\nlab", 0.0f), 1.0f);
   EXPECT_EQ(SystemModulators()["lab"], 7.0);
-}
-
-TEST_F(ScriptTest, GotoFailuresStopTheScript) {
-  // Beyond the last line: the value stays in out.
-  EXPECT_EQ(RunScript(">5\nout+1\nout+2", 1.0f), 5.0f);
-  // Exactly the line count, and a target that is no label.
-  EXPECT_EQ(RunScript(">2\n:a", 1.0f), 2.0f);
-  EXPECT_EQ(RunScript("in\n\n>0.5\nout+1", 1.0f), 0.5f);
-  ASSERT_EQ(g_errors.size(), 3u);
-  EXPECT_EQ(g_errors[0], "(line 1):\n>5 (>5)");
-  EXPECT_EQ(g_errors[1], "(line 1):\n>2 (>2)");
-  EXPECT_EQ(g_errors[2], "(line 2):\n>0.5 (>0)");
-
-  // A bad goto expression is reported twice, the second time one line
-  // further on and with its ">", and nothing after it runs.
-  g_errors.clear();
-  EXPECT_EQ(RunScript("in+1\n>(\nout*100", 1.0f), 2.0f);
-  ASSERT_EQ(g_errors.size(), 2u);
-  EXPECT_EQ(g_errors[0], " (LINE 2):\n(");
-  EXPECT_EQ(g_errors[1], "( (LINE 3):\n>(");
-}
-
-TEST_F(ScriptTest, BadLinesReportWhereTheParserStopped) {
-  EXPECT_EQ(RunScript("in*2\n1+*234567890123\nout+100", 3.0f), 6.0f);
-  // Two line ends before the bad line: it is still line 1.
-  EXPECT_EQ(RunScript("\n\n(", 3.0f), 3.0f);
-  EXPECT_EQ(RunScript("in\n\n\nsin", 3.0f), 3.0f);
-  // A blank before ":" makes an expression line.
-  EXPECT_EQ(RunScript(" :a", 3.0f), 3.0f);
-  ASSERT_EQ(g_errors.size(), 4u);
-  EXPECT_EQ(g_errors[0], "234567890 (LINE 2):\n1+*234567890123");
-  EXPECT_EQ(g_errors[1], " (LINE 1):\n(");
-  EXPECT_EQ(g_errors[2], " (LINE 2):\nsin");
-  EXPECT_EQ(g_errors[3], "a (LINE 1):\n :a");
-
   // A bad definition reports and the script goes on; the variable keeps
   // its value.
-  g_errors.clear();
   SetSystemModulator("x", 4.0);
   EXPECT_EQ(RunScript("#x=1+\nx+1", 0.0f), 5.0f);
-  ASSERT_EQ(g_errors.size(), 1u);
-  EXPECT_EQ(g_errors[0], " (LINE 1):\n1+");
-
-  // A line far longer than any message buffer keeps its whole text.
-  g_errors.clear();
-  const std::string longLine = std::string(5000, 'a') + "$123456789xyz" + std::string(5000, ' ');
-  EXPECT_EQ(RunScript(longLine.c_str(), 8.0f), 8.0f);
-  ASSERT_EQ(g_errors.size(), 1u);
-  EXPECT_EQ(g_errors[0], "123456789 (LINE 1):\n" + longLine);
-
-  // Without a handler errors are dropped, nothing crashes.
-  EXPECT_EQ(ondrel_set_script_error_handler(nullptr), 0);
-  EXPECT_EQ(RunScript("in\n(", 2.0f), 2.0f);
-  EXPECT_EQ(g_errors.size(), 1u);
+  EXPECT_EQ(g_errors, std::vector<std::string>{" (LINE 1):\n1+"});
 }
 
 TEST_F(ScriptTest, DefinitionsLiveInTheSystemStoreUntilCleared) {
@@ -198,7 +176,6 @@ TEST_F(ScriptTest, GearPriceExampleBypassesOrHalves) {
 }
 
 TEST_F(ScriptTest, EngineCanBeDestroyedAndRecreated) {
-  EXPECT_EQ(RunScript("1.25", 0.0f), 1.25f);
   DestroyScriptEngine();
   DestroyScriptEngine();
   EXPECT_EQ(RunScript("in+0.5", 1.0f), 1.5f);

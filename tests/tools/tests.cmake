@@ -4,7 +4,7 @@
 # from its key generator.
 if(TARGET ondrel_tool AND Python3_Interpreter_FOUND)
   set(tool_test_cases
-    effects_and_params process_float process_s16 process_passthrough process_layout process_upmix
+    effects_and_params process_float process_s16 process_layout
     process_speed
     preset_round_trip
     error_exits response script scramble reverb_preset resources headphone

@@ -33,18 +33,16 @@ def f32(x):
     return struct.unpack("<f", struct.pack("<f", x))[0]
 
 
-def run(*args, expect=0, stdin=None):
+def run(*args, expect=0):
     """Runs the tool; checks the exit code; returns (stdout, stderr)."""
     cmd = [ARGS.tool] + [str(a) for a in args]
     env = dict(os.environ, LANG="C", LC_ALL="C")
-    proc = subprocess.run(cmd, capture_output=True, cwd=ARGS.work, env=env, input=stdin, timeout=60)
-    out = proc.stdout.decode("utf-8")
-    err = proc.stderr.decode("utf-8")
-    if proc.returncode != expect:
-        fail("%s: exit %d, expected %d\nstdout: %s\nstderr: %s" % (" ".join(cmd), proc.returncode, expect, out, err))
-    for bad in ("terminate called", "Traceback", "Aborted", "Segmentation"):
-        if bad in err:
-            fail("%s: crashed: %s" % (" ".join(cmd), err))
+    proc = subprocess.run(cmd, capture_output=True, cwd=ARGS.work, env=env, timeout=60)
+    out, err = proc.stdout.decode("utf-8"), proc.stderr.decode("utf-8")
+    check(proc.returncode == expect, "%s: exit %d, expected %d\nstdout: %s\nstderr: %s"
+          % (" ".join(cmd), proc.returncode, expect, out, err))
+    check(not any(bad in err for bad in ("terminate called", "Traceback", "Aborted", "Segmentation")),
+          "%s: crashed: %s" % (" ".join(cmd), err))
     return out, err
 
 
@@ -59,6 +57,19 @@ def check(condition, message):
 
 def path(name):
     return os.path.join(ARGS.work, name)
+
+
+def write_file(name, content):
+    """Writes bytes as they are, text as UTF-8, anything else as JSON."""
+    if not isinstance(content, (bytes, str)):
+        content = json.dumps(content, ensure_ascii=False)
+    with open(path(name), "wb") as f:
+        f.write(content.encode("utf-8") if isinstance(content, str) else content)
+
+
+def read_bytes(name):
+    with open(path(name), "rb") as f:
+        return f.read()
 
 
 def write_wav(name, rate, channels, samples, kind, mask=None):
@@ -80,59 +91,40 @@ def write_wav(name, rate, channels, samples, kind, mask=None):
         f.write(b"RIFF" + struct.pack("<I", len(body)) + body)
 
 
-def wav_channel_mask(name):
-    """dwChannelMask of a WAVEX file, None for a plain WAV."""
-    with open(path(name), "rb") as f:
-        raw = f.read()
-    at = raw.find(b"fmt ")
-    check(at > 0, name + " has no fmt chunk")
-    fmt = raw[at + 8:at + 8 + struct.unpack("<I", raw[at + 4:at + 8])[0]]
-    if struct.unpack("<H", fmt[:2])[0] != 0xFFFE:
-        return None
-    return struct.unpack("<I", fmt[20:24])[0]
-
-
-def read_wav(name):
-    """Returns (rate, channels, kind, samples) of a PCM or float WAV."""
+def read_wav(name, with_mask=False):
+    """Returns (rate, channels, kind, samples) of a PCM or float WAV, and
+    with `with_mask` its dwChannelMask (None for a plain WAV) too."""
     with open(path(name), "rb") as f:
         raw = f.read()
     check(raw[:4] == b"RIFF" and raw[8:12] == b"WAVE", name + " is not a WAV file")
-    pos, fmt, data = 12, None, None
+    pos, chunks = 12, {}
     while pos + 8 <= len(raw):
-        cid, size = raw[pos:pos + 4], struct.unpack("<I", raw[pos + 4:pos + 8])[0]
-        chunk = raw[pos + 8:pos + 8 + size]
-        if cid == b"fmt ":
-            fmt = chunk
-        elif cid == b"data":
-            data = chunk
+        size = struct.unpack("<I", raw[pos + 4:pos + 8])[0]
+        chunks[raw[pos:pos + 4]] = raw[pos + 8:pos + 8 + size]
         pos += 8 + size + (size & 1)
+    fmt, data = chunks[b"fmt "], chunks[b"data"]
     tag, channels, rate, _, _, bits = struct.unpack("<HHIIHH", fmt[:16])
-    if tag == 0xFFFE:
-        tag = struct.unpack("<H", fmt[24:26])[0]
+    mask = struct.unpack("<I", fmt[20:24])[0] if tag == 0xFFFE else None
+    tag = struct.unpack("<H", fmt[24:26])[0] if tag == 0xFFFE else tag
     if tag == 3 and bits == 32:
-        return rate, channels, "f32", list(array.array("f", data))
-    if tag == 1 and bits == 16:
-        return rate, channels, "s16", list(array.array("h", data))
-    if tag == 1 and bits == 24:
-        return rate, channels, "s24", [struct.unpack("<i", data[i:i + 3] + (b"\xff" if data[i + 2] & 0x80 else b"\0"))[0]
-                                        for i in range(0, len(data), 3)]
-    fail("%s: unexpected WAV format tag %d, %d bits" % (name, tag, bits))
+        result = rate, channels, "f32", list(array.array("f", data))
+    elif tag == 1 and bits == 16:
+        result = rate, channels, "s16", list(array.array("h", data))
+    elif tag == 1 and bits == 24:
+        result = rate, channels, "s24", [struct.unpack("<i", data[i:i + 3] + (b"\xff" if data[i + 2] & 0x80 else b"\0"))[0]
+                                          for i in range(0, len(data), 3)]
+    else:
+        fail("%s: unexpected WAV format tag %d, %d bits" % (name, tag, bits))
+    return result + (mask,) if with_mask else result
 
 
-def process(inp, out, *args, fmt=None, expect=0):
+def process(inp, out, *args, fmt=None):
     """Runs `process` from `inp` to `out`; returns (stdout, samples), checking
     the written (rate, channels, kind) against `fmt` when given."""
-    text, _ = run("process", inp, out, *args, expect=expect)
+    text, _ = run("process", inp, out, *args)
     rate, channels, kind, samples = read_wav(out)
     check(fmt is None or (rate, channels, kind) == fmt, "%s: format %s" % (out, (rate, channels, kind)))
     return text, samples
-
-
-def png_size(name):
-    with open(path(name), "rb") as f:
-        head = f.read(24)
-    check(head[:8] == b"\x89PNG\r\n\x1a\n" and head[12:16] == b"IHDR", name + " is not a PNG file")
-    return struct.unpack(">II", head[16:24])
 
 
 def amplifier_gain(db):
@@ -153,8 +145,9 @@ def first_difference(got, want, what):
             fail("%s: first difference at sample %d: %r, expected %r" % (what, i, a, b))
 
 
-def leftovers():
-    return [os.path.join(root, n) for root, _, names in os.walk(ARGS.work) for n in names if ".part" in n]
+def check_no_leftovers():
+    left = [os.path.join(r, n) for r, _, names in os.walk(ARGS.work) for n in names if ".part" in n]
+    check(not left, "temporary files left: %s" % left)
 
 
 # ---- cases ---------------------------------------------------------------
@@ -162,90 +155,69 @@ def leftovers():
 def case_effects_and_params():
     out, _ = run("effects", "--locale", "en-US")
     rows = [line.split() for line in out.splitlines()[1:41]]
-    names = [r[1] for r in rows]
     expected = ("through studio-ir chaos amplifier rotator limiter sampler eq30 exciter resampler "
                 "stereo-enhancer delay eq10 fidelity dfx-hyperbass dfx-3dsurround dfx-headphone ambience "
                 "dynamicboost reverb vocal hyperbass mbc supereq headphone panner mono2dual pitch lowpass "
                 "highpass bandpass notch lowshelf highshelf peak allpass deesser vbass growl two2six").split()
-    # A type not built has no name yet ("-"); a built one has its stable name.
-    shown = [e if r[-1] == "yes" else "-" for e, r in zip(expected, rows)]
-    check(names == shown, "short names differ: %s" % names)
+    check([r[1] for r in rows] == expected, "short names differ: %s" % rows)
     check([int(r[0]) for r in rows] == list(range(1, 41)), "type values are not 1..40")
-    amp = rows[3]
-    check(amp[2:] == ["Amplifier", "1", "yes"], "amplifier row: %s" % amp)
-    check(rows[0][2:] == ["-", "0", "yes"], "through row: %s" % rows[0])
-    check(out.splitlines()[-1].endswith("of 40 effect types are built into this libondrel."), out)
+    check(rows[3][2:] == ["Amplifier", "1", "yes"] and rows[0][2:] == ["-", "0", "yes"], rows[:4])
+    check(out.splitlines()[-1].endswith("40 of 40 effect types are built into this libondrel."), out)
 
     table = json.loads(run("params", "amplifier", "--json", "--locale", "en")[0])
-    check(table["type"] == 4 and table["name"] == "amplifier" and table["display_name"] == "Amplifier", table)
+    check((table["type"], table["name"], table["display_name"], len(table["params"])) ==
+          (4, "amplifier", "Amplifier", 1), table)
     gain = table["params"][0]
-    check(len(table["params"]) == 1, table)
-    check((gain["name"], gain["min"], gain["default"], gain["max"]) == ("Gain", -96.0, 0.0, 18.0), gain)
-    check(gain["display"] == "+0.0 dB" and not gain["binary"] and not gain["rebuild"], gain)
-    check(json.loads(run("params", "4", "--json", "--locale", "en")[0]) == table, "params 4 differs from params amplifier")
-
-
-def process_amplifiers(channels, frames):
-    """A preset of two amplifiers plus one inline: checked sample for sample
-    in float32."""
-    rate = 44100
-    x = noise(frames * channels, 0.9, 100 + channels)
-    write_wav("in.wav", rate, channels, x, "f32")
-    with open(path("preset.json"), "w") as f:
-        json.dump({"text": "two amps", "effects": [{"type": "amplifier", "params": {"Gain": -6.0}},
-                                                    {"type": 4, "params": {"Gain": 2.5}}]}, f)
-    out, got = process("in.wav", "out.wav", "--preset", "preset.json", "--effect", "amplifier Gain=-1.25",
-                       "--format", "f32", fmt=(rate, channels, "f32"))
-    g1, g2, g3 = amplifier_gain(-6.0), amplifier_gain(2.5), amplifier_gain(-1.25)
-    want = [f32(f32(f32(v * g1) * g2) * g3) for v in x]
-    first_difference(got, want, "%d-channel amplifier chain" % channels)
-    check("amplifier > amplifier > amplifier" in out, out)
-    check("frames %d -> %d" % (frames, frames) in out, out)
-    peak_in = max(abs(v) for v in x)
-    check("peak %.1f dBFS" % (20 * math.log10(peak_in)) in out, out)
+    check((gain["name"], gain["min"], gain["default"], gain["max"], gain["display"], gain["binary"],
+           gain["rebuild"]) == ("Gain", -96.0, 0.0, 18.0, "+0.0 dB", False, False), gain)
+    check(json.loads(run("params", "4", "--json", "--locale", "en")[0]) == table, "params 4 differs")
 
 
 def case_process_float():
-    # 20000 frames: not a multiple of the block size, and more than one read
-    # chunk of the tool; the tail comes out through the flush.
-    process_amplifiers(2, 20000)
-    process_amplifiers(1, 777)
-    process_amplifiers(3, 1500)
-    check(not leftovers(), "temporary files left: %s" % leftovers())
+    """A preset of two amplifiers plus one inline, checked sample for sample
+    in float32; 20000 frames are not a multiple of the block size and more
+    than one read chunk of the tool, so the tail comes out through the flush."""
+    write_file("preset.json", {"text": "two amps", "effects": [{"type": "amplifier", "params": {"Gain": -6.0}},
+                                                                {"type": 4, "params": {"Gain": 2.5}}]})
+    g1, g2, g3 = amplifier_gain(-6.0), amplifier_gain(2.5), amplifier_gain(-1.25)
+    for channels, frames in ((2, 20000), (1, 777), (3, 1500)):
+        x = noise(frames * channels, 0.9, 100 + channels)
+        write_wav("in.wav", 44100, channels, x, "f32")
+        out, got = process("in.wav", "out.wav", "--preset", "preset.json", "--effect", "amplifier Gain=-1.25",
+                           "--format", "f32", fmt=(44100, channels, "f32"))
+        first_difference(got, [f32(f32(f32(v * g1) * g2) * g3) for v in x], "%d-channel chain" % channels)
+        for text in ("amplifier > amplifier > amplifier", "frames %d -> %d" % (frames, frames),
+                     "peak %.1f dBFS" % (20 * math.log10(max(abs(v) for v in x)))):
+            check(text in out, out)
+    check_no_leftovers()
 
 
 def case_process_s16():
     rate, channels, frames = 48000, 2, 9000
     rng = random.Random(7)
-    x = [rng.randint(-32768, 32767) for _ in range(frames * channels)]
-    x[:4] = [-32768, 32767, 0, 1]
+    x = [-32768, 32767, 0, 1] + [rng.randint(-32768, 32767) for _ in range(frames * channels - 4)]
     write_wav("in16.wav", rate, channels, x, "s16")
     # +6 dB drives full-scale samples past 1.0: the queue wraps them rather
     # than clipping.
     g = amplifier_gain(6.0)
 
     def model(v):
-        y = f32(f32(v * f32(2.0 ** -15)) * g)
-        z = f32(y * 32767.0)
-        r = math.trunc(z + 0.5) if z > 0 else math.trunc(z - 0.5)
-        r &= 0xFFFF
+        z = f32(f32(f32(v * f32(2.0 ** -15)) * g) * 32767.0)
+        r = (math.trunc(z + 0.5) if z > 0 else math.trunc(z - 0.5)) & 0xFFFF
         return r - 0x10000 if r >= 0x8000 else r
 
     args = ("--effect", "amplifier Gain=6", "--format", "s16", "--quiet")
     got = process("in16.wav", "out16.wav", *args, fmt=(rate, channels, "s16"))[1]
     first_difference(got, [model(v) for v in x], "int16 path")
-
     # A float file on the int16 path: full scale is 1.0 (x 32768, rounded,
     # clipped), not libsndfile's unscaled or peak-normalised reading.
-    xf = noise(frames * channels, 0.9, 8)
-    xf[:4] = [1.5, -1.5, f32(0.5), f32(-0.25)]
+    xf = [1.5, -1.5, f32(0.5), f32(-0.25)] + noise(frames * channels - 4, 0.9, 8)
     write_wav("inf.wav", rate, channels, xf, "f32")
     got = process("inf.wav", "outf16.wav", *args, fmt=(rate, channels, "s16"))[1]
-    want = [model(max(-32768, min(32767, round(v * 32768.0)))) for v in xf]
-    first_difference(got, want, "float file on the int16 path")
+    first_difference(got, [model(max(-32768, min(32767, round(v * 32768.0)))) for v in xf], "float on int16")
 
 
-def case_process_passthrough():
+def case_process_layout():
     # No effect: the host's own buffer is the output.
     x = noise(4000, 0.5, 3)
     write_wav("f.wav", 22050, 2, x, "f32")
@@ -257,66 +229,46 @@ def case_process_passthrough():
     x24 = [rng.randint(-(1 << 22), 1 << 22) for _ in range(2000)]
     write_wav("i24.wav", 44100, 1, x24, "s24")
     got = process("i24.wav", "o24.wav", "-e", "amplifier Gain=0", "--quiet", fmt=(44100, 1, "s24"))[1]
-    worst = max(abs(a - b) for a, b in zip(got, x24))
-    check(len(got) == len(x24) and worst <= 1, "24-bit round trip off by %d" % worst)
-
-
-def case_process_layout():
+    check(len(got) == len(x24) and max(abs(a - b) for a, b in zip(got, x24)) <= 1, "24-bit round trip")
     # A 5.1(side) file keeps its speaker map through the chain; a plain
-    # 6-channel WAV comes out with the 5.1 map the library assumes for it.
+    # 6-channel WAV comes out with the 5.1 map the library assumes for it;
+    # stereo stays a plain WAV.
     x = noise(6 * 700, 0.5, 11)
     g = amplifier_gain(-3.0)
-    want = [f32(v * g) for v in x]
     write_wav("side.wav", 48000, 6, x, "f32", 0x60F)
     write_wav("plain.wav", 48000, 6, x, "f32")
+    write_wav("st.wav", 48000, 2, x[:400], "f32")
     for name, mask, shown in (("side", 0x60F, "6 ch (5.1(side)) | out WAVEX FLOAT 48000 Hz 6 ch (5.1(side))"),
-                              ("plain", 0x3F, "6 ch | out WAVEX FLOAT 48000 Hz 6 ch |")):
-        out, got = process(name + ".wav", name + "_out.wav", "-e", "amplifier Gain=-3")
-        check(wav_channel_mask(name + "_out.wav") == mask, "%s: mask %r" % (name, wav_channel_mask(name + "_out.wav")))
-        check(shown in out, out)
-        first_difference(got, want, name + " 6-channel samples")
+                              ("plain", 0x3F, "6 ch | out WAVEX FLOAT 48000 Hz 6 ch |"), ("st", None, "")):
+        out, _ = run("process", name + ".wav", name + "_out.wav", "-e", "amplifier Gain=-3")
+        _, _, _, got, got_mask = read_wav(name + "_out.wav", True)
+        check(got_mask == mask and shown in out, "%s: mask %r\n%s" % (name, got_mask, out))
+        first_difference(got, [f32(v * g) for v in x[:len(got)]], name + " samples")
     # A mask one speaker short leaves channel 7 without a position: the map
     # is dropped with a note, and the count's default takes its place.
     write_wav("odd.wav", 48000, 7, noise(7 * 100, 0.5, 12), "f32", 0x3F)
     _, err = run("process", "odd.wav", "odd_out.wav", "-e", "amplifier", "--verbose")
     check("channel map of 'odd.wav' is not used" in err, err)
-    check(wav_channel_mask("odd_out.wav") == 0x70F, "7 ch default: %r" % wav_channel_mask("odd_out.wav"))
-    # Stereo stays a plain WAV.
-    write_wav("st.wav", 48000, 2, x[:400], "f32")
-    run("process", "st.wav", "st_out.wav", "-e", "amplifier", "--quiet")
-    check(wav_channel_mask("st_out.wav") is None, "stereo output became WAVEX")
-
-
-
-def case_process_upmix():
-    # Stereo in, 5.1 out: six channels with the 5.1 map, whether the input
-    # is a plain WAV or carries the stereo map; the fronts are the input at
-    # half level.
-    x = noise(2 * 3000, 0.5, 21)
-    want = [f32(v * 0.5) for v in x]
-    write_wav("st2.wav", 44100, 2, x, "f32")
-    write_wav("stx.wav", 44100, 2, x, "f32", 0x3)
-    for name in ("st2", "stx"):
-        got = process(name + ".wav", name + "_51.wav", "-e", "two2six", "--quiet", fmt=(44100, 6, "f32"))[1]
-        check(wav_channel_mask(name + "_51.wav") == 0x3F and len(got) == 6 * 3000, name + ": mask or length")
-        fronts = [v for i, v in enumerate(got) if i % 6 < 2]
-        first_difference(fronts, want, name + " fronts")
+    check(read_wav("odd_out.wav", True)[4] == 0x70F, "7 ch default mask")
+    # Stereo in, 5.1 out: the 5.1 map whether the input is a plain WAV or
+    # carries the stereo map.
+    write_wav("stx.wav", 48000, 2, x[:400], "f32", 0x3)
+    for name in ("st", "stx"):
+        run("process", name + ".wav", name + "_51.wav", "-e", "two2six", "--quiet")
+        rate, channels, _, got, mask = read_wav(name + "_51.wav", True)
+        check((channels, mask, len(got)) == (6, 0x3F, 6 * 200), "%s: %d ch, mask %r" % (name, channels, mask))
 
 
 def case_process_speed():
     """--speed 1.25: a quarter shorter, same pitch, the end's source byte
     from the speed map (factor 1.25 + 0.0025)."""
     rate, frames = 44100, 88200
-    x = []
-    for n in range(frames):
-        v = 0.4 * math.sin(2 * math.pi * 440.0 * n / rate)
-        x += [v, -v]
+    x = [s * 0.4 * math.sin(2 * math.pi * 440.0 * n / rate) for n in range(frames) for s in (1, -1)]
     write_wav("tone.wav", rate, 2, x, "f32")
     out, got = process("tone.wav", "fast.wav", "--speed", "1.25", "--format", "f32", fmt=(rate, 2, "f32"))
     check(len(got) == 2 * 70560, "stretched length %d frames" % (len(got) // 2))
     left = got[0::2][10000:60000]
-    rises = sum(1 for a, b in zip(left, left[1:]) if a < 0 <= b)
-    pitch = rises * rate / len(left)
+    pitch = sum(1 for a, b in zip(left, left[1:]) if a < 0 <= b) * rate / len(left)
     check(abs(pitch - 440.0) < 4.0, "pitch moved to %.1f Hz" % pitch)
     out_bytes = 70560 * 2 * 4
     source = int(f32(f32(out_bytes) * f32((1.25 - 0.5) / 1.5 * 0.005 + 1.25)))
@@ -327,32 +279,27 @@ def case_process_speed():
 def case_preset_round_trip():
     preset = {"text": "Hall — 大厅",
               "effects": [{"type": "amplifier", "params": {"Gain": -7.5}, "scripts": {"Gain": "in*0.5"}},
-                          {"type": "through"},
-                          {"type": 4, "params": {"Gain": 0.1}}]}
-    with open(path("p.json"), "w", encoding="utf-8") as f:
-        json.dump(preset, f, ensure_ascii=False)
+                          {"type": "through"}, {"type": 4, "params": {"Gain": 0.1}}]}
+    write_file("p.json", preset)
     run("preset", "encode", "p.json", "p.bin")
     decoded = json.loads(run("preset", "decode", "p.bin")[0])
-    check(decoded["text"] == preset["text"], "text: %r" % decoded["text"])
-    check([e["type"] for e in decoded["effects"]] == ["amplifier", "through", "amplifier"], decoded)
-    check(decoded["effects"][0]["params"] == {"Gain": -7.5}, decoded)
-    check(decoded["effects"][0]["scripts"] == {"Gain": "in*0.5"}, decoded)
-    check(f32(decoded["effects"][2]["params"]["Gain"]) == f32(0.1), decoded)
-    check("scripts" not in decoded["effects"][2], "an empty script must not be written")
+    effects = decoded["effects"]
+    check(decoded["text"] == preset["text"] and [e["type"] for e in effects] == ["amplifier", "through", "amplifier"]
+          and effects[0]["params"] == {"Gain": -7.5} and effects[0]["scripts"] == {"Gain": "in*0.5"}
+          and f32(effects[2]["params"]["Gain"]) == f32(0.1), decoded)
+    check("scripts" not in effects[2], "an empty script must not be written")
     # decode -> encode -> decode is stable.
     run("preset", "decode", "p.bin", "p2.json")
     run("preset", "encode", "p2.json", "p2.bin")
     check(json.loads(run("preset", "decode", "p2.bin")[0]) == decoded, "second round trip differs")
-
     # The binary preset drives process exactly as the JSON one does.
-    write_wav("in.wav", 44100, 2, noise(3000, 0.5, 11), "f32")
+    x = noise(3000, 0.5, 11)
+    write_wav("in.wav", 44100, 2, x, "f32")
     run("process", "in.wav", "a.wav", "-p", "p.json", "--quiet")
     run("process", "in.wav", "b.wav", "-p", "p.bin", "--quiet")
     check(read_wav("a.wav") == read_wav("b.wav"), "JSON and binary presets process differently")
-    _, _, _, got = read_wav("a.wav")
     g1, g2 = amplifier_gain(-3.75), amplifier_gain(f32(0.1))  # the script halves the first Gain
-    x = read_wav("in.wav")[3]
-    first_difference(got, [f32(f32(v * g1) * g2) for v in x], "scripted preset")
+    first_difference(read_wav("a.wav")[3], [f32(f32(v * g1) * g2) for v in x], "scripted preset")
 
 
 def case_error_exits():
@@ -368,62 +315,58 @@ def case_error_exits():
              "memory.json": '{"effects": [{"type": "amplifier", "scripts": {"Gain": "put(1e12, 1)\\nget(-1e11)"}}]}',
              "bom.json": '\ufeff{"effects": [{"type": "amplifier"}]}'}
     for name, text in files.items():
-        with open(path(name), "w", encoding="utf-8") as f:
-            f.write(text)
+        write_file(name, text)
     os.makedirs(path("adir.wav"))
-    with open(path("in.wav"), "rb") as f:
-        original = f.read()
+    original = read_bytes("in.wav")
+    p = ["process", "in.wav", "o.wav"]
     cases = [
-        (["process", "missing.wav", "o.wav"], 2, "cannot open 'missing.wav'"),
-        (["process", "garbage.wav", "o.wav"], 2, "cannot read 'garbage.wav' as sound"),
-        (["process", "in.wav", "o.wav", "-e", "amplifire Gain=1"], 2, "unknown effect 'amplifire' (did you mean 'amplifier'?)"),
-        (["process", "in.wav", "o.wav", "-e", "amplifier Gian=1"], 2, "has no parameter 'Gian' (did you mean 'Gain'?); its parameters are 'Gain'"),
-        (["process", "in.wav", "o.wav", "-e", "amplifier Gain=nan"], 2, "Gain=nan is not a number that a parameter can hold"),
-        (["process", "in.wav", "o.wav", "-p", "huge.json"], 2, "Gain=1e+300 is not a number that a parameter can hold"),
-        (["process", "in.wav", "o.wav", "-p", "overflow.json"], 2, "overflow.json: a number is out of range"),
-        (["process", "in.wav", "in.wav", "-e", "amplifier Gain=1"], 2, "'in.wav' is the input file"),
-        (["process", "in.wav", "adir.wav"], 2, "cannot write 'adir.wav': it is a directory"),
-        (["process", "in.wav", "nodir/o.wav"], 2, "the directory 'nodir' does not exist"),
-        (["process", "adir.wav", "o.wav"], 2, "'adir.wav' is a directory"),
-        (["process", "in.wav", "o.opus"], 2, "Opus only supports sample rates"),
-        (["process", "in.wav", "o.wav", "-e", "amplifier Gain=loud"], 2, "must be a number"),
-        (["process", "in.wav", "o.wav", "-e", "amplifier Gain"], 2, "is not of the form NAME=VALUE"),
-        (["process", "in.wav", "o.wav", "-e", "amplifier Gain='-6"], 2, "unterminated quote"),
-        (["process", "in.wav", "o.wav", "-e", "limiter Limit=-1 Release Tim=80"], 2, "no parameter 'Release Tim'"),
-        (["process", "in.wav", "o.wav", "-p", "badparam.json"], 2, "effects[0] (amplifier): effect 'amplifier' has no parameter 'Gian'"),
-        (["process", "in.wav", "o.wav", "-p", "badtype.json"], 2, "unknown effect 'amplifire' (did you mean 'amplifier'?); valid effects are 'through'"),
-        (["process", "in.wav", "o.wav", "-p", "badkey.json"], 2, "unknown key 'parameters'"),
-        (["process", "in.wav", "o.wav", "-p", "broken.json"], 2, "not valid JSON"),
-        (["process", "in.wav", "o.wav", "-p", "strval.json"], 2, "must be a number in real units"),
-        (["process", "in.wav", "o.mp9"], 2, "cannot tell the output format"),
-        (["process", "in.wav", "o.wav", "-r", "no/such/dir"], 2, "resource root 'no/such/dir' is not a directory"),
-        (["process", "in.wav", "o.wav", "--locale", "english"], 2, "locale 'english'"),
-        (["process", "in.wav", "o.wav", "-m", "GENRE"], 2, "not of the form NAME=VALUE"),
-        (["process", "in.wav", "o.wav", "--format", "s24"], 2, "s24"),
-        (["process", "in.wav"], 2, "OUT is required"),
-        (["params", "limitless"], 2, "unknown effect 'limitless'"),
-        (["preset", "encode", "badparam.json", "o.bin"], 2, "no parameter 'Gian'"),
-        (["preset", "decode", "garbage.wav", "o.json"], 2, "not a valid parameter stream"),
-        (["script", "in*2"], 2, "--in is required"),
-        (["preset", "decode", "badparam.json", "adir.wav"], 2, "it is a directory"),
-        (["frobnicate"], 2, ""),
+        (["process", "missing.wav", "o.wav"], "cannot open 'missing.wav'"),
+        (["process", "garbage.wav", "o.wav"], "cannot read 'garbage.wav' as sound"),
+        (p + ["-e", "amplifire Gain=1"], "unknown effect 'amplifire' (did you mean 'amplifier'?)"),
+        (p + ["-e", "amplifier Gian=1"], "has no parameter 'Gian' (did you mean 'Gain'?); its parameters are 'Gain'"),
+        (p + ["-e", "amplifier Gain=nan"], "Gain=nan is not a number that a parameter can hold"),
+        (p + ["-p", "huge.json"], "Gain=1e+300 is not a number that a parameter can hold"),
+        (p + ["-p", "overflow.json"], "overflow.json: a number is out of range"),
+        (["process", "in.wav", "in.wav", "-e", "amplifier Gain=1"], "'in.wav' is the input file"),
+        (["process", "in.wav", "adir.wav"], "cannot write 'adir.wav': it is a directory"),
+        (["process", "in.wav", "nodir/o.wav"], "the directory 'nodir' does not exist"),
+        (["process", "adir.wav", "o.wav"], "'adir.wav' is a directory"),
+        (["process", "in.wav", "o.opus"], "Opus only supports sample rates"),
+        (p + ["-e", "amplifier Gain=loud"], "must be a number"),
+        (p + ["-e", "amplifier Gain"], "is not of the form NAME=VALUE"),
+        (p + ["-e", "amplifier Gain='-6"], "unterminated quote"),
+        (p + ["-e", "limiter Limit=-1 Release Tim=80"], "no parameter 'Release Tim'"),
+        (p + ["-p", "badparam.json"], "effects[0] (amplifier): effect 'amplifier' has no parameter 'Gian'"),
+        (p + ["-p", "badtype.json"], "unknown effect 'amplifire' (did you mean 'amplifier'?); valid effects are 'through'"),
+        (p + ["-p", "badkey.json"], "unknown key 'parameters'"),
+        (p + ["-p", "broken.json"], "not valid JSON"),
+        (p + ["-p", "strval.json"], "must be a number in real units"),
+        (["process", "in.wav", "o.mp9"], "cannot tell the output format"),
+        (p + ["-r", "no/such/dir"], "resource root 'no/such/dir' is not a directory"),
+        (p + ["--locale", "english"], "locale 'english'"),
+        (p + ["-m", "GENRE"], "not of the form NAME=VALUE"),
+        (p + ["--format", "s24"], "s24"),
+        (["process", "in.wav"], "OUT is required"),
+        (["params", "limitless"], "unknown effect 'limitless'"),
+        (["preset", "encode", "badparam.json", "o.bin"], "no parameter 'Gian'"),
+        (["preset", "decode", "garbage.wav", "o.json"], "not a valid parameter stream"),
+        (["script", "in*2"], "--in is required"),
+        (["preset", "decode", "badparam.json", "adir.wav"], "it is a directory"),
+        (["frobnicate"], ""),
     ]
-    for args, code, text in cases:
-        _, err = run(*args, expect=code)
+    for args, text in cases:
+        _, err = run(*args, expect=2)
         check(text in err, "%s: message %r lacks %r" % (args, err, text))
-        for name in ("o.wav", "o.bin", "o.json"):
+        for name in ("o.wav", "o.bin", "o.json", "o.opus"):
             check(not os.path.exists(path(name)), "%s left %s behind" % (args, name))
+    check_no_leftovers()
+    check(not os.listdir(path("adir.wav")) and read_bytes("in.wav") == original, "a refused run wrote")
     # Script memory indexes far outside the memory read 0 and write nothing.
     run("process", "in.wav", "mem.wav", "-p", "memory.json")
     out, _ = run("script", "get(-100000000000)", "--in", "0")
     check(out.startswith("result: 0 "), "get out of range: %r" % out)
-    check(not leftovers(), "temporary files left: %s" % leftovers())
-    check(not os.path.exists(path("o.opus")) and not os.listdir(path("adir.wav")), "a refused output was written")
-    with open(path("in.wav"), "rb") as f:
-        check(f.read() == original, "the input file was changed")
     # A preset saved with a UTF-8 byte order mark is still JSON.
-    out, _ = run("process", "in.wav", "bom.wav", "-p", "bom.json")
-    check("amplifier |" in out, out)
+    check("amplifier |" in run("process", "in.wav", "bom.wav", "-p", "bom.json")[0], "BOM preset")
     # Names with spaces run up to their '='; quoted values; case-insensitive
     # names as a fallback.
     run("process", "in.wav", "ok.wav", "-e", "limiter Limit=-1 Release Time=80  auto level=0", "-e",
@@ -431,45 +374,39 @@ def case_error_exits():
     # A value outside the range is stored, with a warning.
     _, err = run("process", "in.wav", "o.wav", "-e", "amplifier Gain=30", "--quiet")
     check("warning:" in err and "outside its range -96 to 18" in err, err)
-    # Help works on every command.
     for cmd in ("effects", "params", "process", "demo", "script", "response", "scramble", "preset encode"):
         check("Usage:" in run(*(cmd.split() + ["--help"]))[0], cmd + " --help")
 
 
 def case_response():
-    with open(path("amp.json"), "w") as f:
-        json.dump({"text": "Quieter", "effects": [{"type": "amplifier", "params": {"Gain": -6}}]}, f)
-    out, _ = run("response", "amp.json", "--out", "r.png", "--csv", "r.csv")
-    check(png_size("r.png") == (960, 540), "default size %s" % (png_size("r.png"),))
-    check("Quieter" in out, out)
+    # Bins 0 .. N/2 of a power-of-two transform of at least half a second,
+    # drawn at the default or a given size, never at a refused one.
+    write_file("amp.json", {"text": "Quieter", "effects": [{"type": "amplifier", "params": {"Gain": -6}}]})
+    for extra, size in (((), (960, 540)), (("--width", "640", "--height", "400"), (640, 400))):
+        out, _ = run("response", "amp.json", "--out", "r.png", "--csv", "r.csv", *extra)
+        head = read_bytes("r.png")[:24]
+        check(head[:8] == b"\x89PNG\r\n\x1a\n" and struct.unpack(">II", head[16:24]) == size, "png %r" % head)
+        check("Quieter" in out, out)
     with open(path("r.csv")) as f:
         lines = f.read().splitlines()
-    # Bins 0 .. N/2 of a power-of-two transform of at least half a second.
     check(lines[0] == "frequency_hz,left_db,right_db" and len(lines) - 1 >= 12001 and
           ((len(lines) - 2) & (len(lines) - 3)) == 0, "%d rows: %s" % (len(lines) - 1, lines[0]))
-    run("response", "amp.json", "--out", "m.png", "--rate", "44100", "--channels", "1", "--width", "640",
-        "--height", "400")
-    check(png_size("m.png") == (640, 400), "custom size %s" % (png_size("m.png"),))
     run("response", "amp.json", "--out", "x.png", "--width", "10", expect=2)
     check(not os.path.exists(path("x.png")), "a refused size wrote a picture")
-
     # A low-pass biquad: the measured curve follows the closed-form magnitude
     # of its cookbook design, which checks the frequency axis and the level.
-    with open(path("lp.json"), "w") as f:
-        json.dump({"effects": [{"type": "lowpass", "params": {"Frequency": 1000.0, "Q": 0.7071}}]}, f)
+    write_file("lp.json", {"effects": [{"type": "lowpass", "params": {"Frequency": 1000.0, "Q": 0.7071}}]})
     rows = [r for r in response_rows("lp.json", 48000) if r[0] <= 8000.0]
     worst, at = worst_deviation(rows, lambda f: chain_db([("LP", 1000.0, 0.7071, 0.0)], 0.0, f, 48000))
     check(worst < 0.02, "low-pass response off by %.4f dB at %g Hz" % (worst, at))
 
 
 def case_script():
-    with open(path("bypass.txt"), "w") as f:
-        f.write("#GV_FXBYPASSED=gt(in,0)\nin\n")
+    write_file("bypass.txt", "#GV_FXBYPASSED=gt(in,0)\nin\n")
     # (script, input, extra arguments, exit code, texts shown, texts not shown);
     # GENRE_ZKV 9 maps to genre class 1.
     for text, value, extra, code, shown, hidden in (
-            ("in*2", "3", (), 0, ("result: 6 ", "errors: none"), ()),
-            ("#x=in*2\nout+1", "3", (), 0, ("result: 7 ", " x=6"), ()),
+            ("#x=in*2\nout+1", "3", (), 0, ("result: 7 ", " x=6", "errors: none"), ()),
             (">0-1\nin", "3", (), 0, ("runs: 2 (two-pass)",), ("ondrel_tool",)),
             ("in*(", "3", (), 1, ("result: 3 ", "errors: 1", "LINE 1"), ()),
             ("GENRE*10", "0", ("-m", "GENRE_ZKV=9"), 0, ("result: 10 ",), ()),
@@ -479,64 +416,51 @@ def case_script():
         check(all(t in out for t in shown) and not any(t in out for t in hidden), "%r: %s" % (text, out))
 
 
-def scramble_reference(data):
-    keygen_spec = importlib.util.spec_from_file_location("keygen", os.path.join(ARGS.source, "scripts", "gen_scramble_key.py"))
-    keygen = importlib.util.module_from_spec(keygen_spec)
-    keygen_spec.loader.exec_module(keygen)
-    key = keygen.key_table()
-    out = bytearray(data)
-    for i in range(len(out)):
-        p = i % 0x80000  # the index restarts in every block
-        m = p if p <= 32767 else p % 32767
-        out[i] ^= key[(m * m + 61357) % 256]
-    return bytes(out)
-
-
 def case_scramble():
+    # The reference: byte p of every 0x80000-byte block is XORed with
+    # key[(m*m + 61357) % 256], m = p up to 32767, else p % 32767.
+    spec = importlib.util.spec_from_file_location("keygen", os.path.join(ARGS.source, "scripts", "gen_scramble_key.py"))
+    keygen = importlib.util.module_from_spec(spec)
+    spec.loader.exec_module(keygen)
+    key = keygen.key_table()
     rng = random.Random(9)
     data = bytes(rng.getrandbits(8) for _ in range(0x80000 + 4097))
-    with open(path("clear.bin"), "wb") as f:
-        f.write(data)
+    want = bytearray(data)
+    for i in range(len(want)):
+        p = i % 0x80000
+        m = p if p <= 32767 else p % 32767
+        want[i] ^= key[(m * m + 61357) % 256]
+    write_file("clear.bin", data)
     run("scramble", "clear.bin", "scrambled.bin")
-    with open(path("scrambled.bin"), "rb") as f:
-        scrambled = f.read()
-    want = scramble_reference(data)
-    if scrambled != want:
-        first = next(i for i in range(len(want)) if i >= len(scrambled) or scrambled[i] != want[i])
-        fail("scramble differs from the reference at byte %d" % first)
+    got = read_bytes("scrambled.bin")
+    if got != want:
+        fail("scramble differs from the reference at byte %d" % next(
+            i for i in range(len(want)) if i >= len(got) or got[i] != want[i]))
     run("scramble", "scrambled.bin", "back.bin")
-    with open(path("back.bin"), "rb") as f:
-        check(f.read() == data, "scrambling twice does not give the input back")
-    open(path("empty.bin"), "wb").close()
+    check(read_bytes("back.bin") == data, "scrambling twice does not give the input back")
+    write_file("empty.bin", b"")
     run("scramble", "empty.bin", "empty.out")
-    check(os.path.getsize(path("empty.out")) == 0, "empty input gave a non-empty output")
+    check(read_bytes("empty.out") == b"", "empty input gave a non-empty output")
     run("scramble", "clear.bin", "clear.bin", expect=2)
-    with open(path("clear.bin"), "rb") as f:
-        check(f.read() == data, "scrambling onto the input damaged it")
+    check(read_bytes("clear.bin") == data, "scrambling onto the input damaged it")
 
 
 def case_headphone():
     # A room set of our own: the chosen room passes the centre at 0.5 to the
     # left ear and 0.25 to the right, through the fixed path gain of
     # 32767/32768 and the limiter's level 0.9765625 and 219-frame look-ahead.
-    def serve(room, name, gain):
+    for room, name, gain in (("MovieTheater", "FC_L.data", 0.5), ("MovieTheater", "FC_R.data", 0.25),
+                             ("LiveRoom", "FC_L.data", 1.0)):  # the build room, replaced by RoomType=3
         os.makedirs(path(os.path.join("rooms", room)), exist_ok=True)
-        with open(path(os.path.join("rooms", room, name)), "wb") as f:
-            f.write(struct.pack("<f", gain) + bytes(4092))
-    serve("MovieTheater", "FC_L.data", 0.5)
-    serve("MovieTheater", "FC_R.data", 0.25)
-    serve("LiveRoom", "FC_L.data", 1.0)  # the build room, replaced by RoomType=3
+        write_file(os.path.join("rooms", room, name), struct.pack("<f", gain) + bytes(4092))
     x = noise(6000, 0.5, 25)
     write_wav("mono.wav", 44100, 1, x, "f32")
     y = process("mono.wav", "room.wav", "-e", "headphone RoomType=3", "--rooms", "rooms", fmt=(44100, 2, "f32"))[1]
     check(len(y) >= 2 * 6000, "output %d samples" % len(y))
-    path_gain = 32767.0 / 32768.0 * 0.9765625
-    worst = 0.0
-    for n in range(6000):
-        want = (0.0, 0.0) if n < 219 else (0.5 * path_gain * x[n - 219], 0.25 * path_gain * x[n - 219])
-        worst = max(worst, abs(y[2 * n] - want[0]), abs(y[2 * n + 1] - want[1]))
+    g = 32767.0 / 32768.0 * 0.9765625
+    worst = max(abs(y[2 * n + e] - (0.0 if n < 219 else w * g * x[n - 219]))
+                for n in range(6000) for e, w in ((0, 0.5), (1, 0.25)))
     check(worst < 1e-6, "headphone render off by %g" % worst)
-
     # The room set built with the project is found by default and is audible.
     run("process", "mono.wav", "shipped.wav", "-e", "headphone RoomType=1")
     _, channels, _, z = read_wav("shipped.wav")
@@ -553,20 +477,16 @@ def case_reverb_preset():
     for name in ("input.wav", "output.wav", "headphone.wav", "response.png"):
         check(os.path.exists(path(os.path.join("demo-out", name))), name + " missing")
     check("frames 441000 ->" in out and "wrote demo-out/input.wav" in out, out)
-    _, _, _, h = read_wav("demo-out/headphone.wav")
-    check(max(abs(v) for v in h) > 3000, "the headphone render is silent")
-    run("process", "demo-out/input.wav", "hall.wav", "--preset",
-        os.path.join(ARGS.source, "presets", "reverb.json"))
-    _, _, _, x = read_wav("demo-out/input.wav")
+    check(max(abs(v) for v in read_wav("demo-out/headphone.wav")[3]) > 3000, "the headphone render is silent")
+    run("process", "demo-out/input.wav", "hall.wav", "--preset", os.path.join(ARGS.source, "presets", "reverb.json"))
+    x = read_wav("demo-out/input.wav")[3]
     rate, channels, kind, y = read_wav("hall.wav")
     check((rate, channels, len(y)) == (44100, 2, len(x) + 2 * 220), "output %s" % ((rate, channels, len(y)),))
     check(max(abs(v) for v in y) < 32000, "output clips")
-    g = 10 ** (-4 / 20.0)
-    n = 2 * 200000
+    g, n = 10 ** (-4 / 20.0), 2 * 200000
     dry = sum((g * v) ** 2 for v in x[:n])
     wet = sum((y[i + 440] - g * x[i]) ** 2 for i in range(n))
-    ratio_db = 10 * math.log10(wet / dry)
-    check(-12 < ratio_db < 0, "wet to dry %.1f dB" % ratio_db)
+    check(-12 < 10 * math.log10(wet / dry) < 0, "wet to dry %.1f dB" % (10 * math.log10(wet / dry)))
 
 
 def case_resources():
@@ -585,10 +505,9 @@ def case_resources():
     write_wav(os.path.join("irs", "plain.wav"), 44100, 2, h, "f32")
     run("scramble", os.path.join("irs", "plain.wav"), os.path.join("irs", "room.wav"))
     for name in ("plain.wav", "room.wav"):
-        run("process", "in.wav", "ir.wav", "--resources", "irs", "--effect", "studio-ir IR File=" + name,
-            "--format", "f32", "--quiet")
-        _, c, _, y = read_wav("ir.wav")
-        check(c == 2 and len(y) >= 2 * (frames - 255), "studio-ir output length %d" % len(y))
+        y = process("in.wav", "ir.wav", "--resources", "irs", "--effect", "studio-ir IR File=" + name,
+                    "--format", "f32", "--quiet", fmt=(44100, 2, "f32"))[1]
+        check(len(y) >= 2 * (frames - 255), "studio-ir output length %d" % len(y))
         for n in range(frames - 255):
             for ch in range(2):
                 want = sum(g[ch] * x[2 * (n + 255 - k) + ch] for k, g in taps.items() if n + 255 - k >= 0)
@@ -598,14 +517,9 @@ def case_resources():
 
     loop = [0.25, -0.5, 0.125, 0.75]
     write_wav(os.path.join("irs", "loop.wav"), 44100, 2, loop, "f32")
-    run("process", "in.wav", "loop-out.wav", "-r", "irs", "-e", "sampler Audio File=loop.wav",
-        "--format", "f32", "--quiet")
-    _, _, _, y = read_wav("loop-out.wav")
-    check(len(y) >= len(x), "sampler output length %d" % len(y))
-    for i in range(len(x)):
-        want = f32(x[i] + loop[(i // 2) % 2 * 2 + i % 2])
-        if y[i] != want:
-            fail("sampler sample %d: %r, want %r" % (i, y[i], want))
+    y = process("in.wav", "loop-out.wav", "-r", "irs", "-e", "sampler Audio File=loop.wav", "--format", "f32",
+                "--quiet")[1]
+    first_difference(y[:len(x)], [f32(v + loop[(i // 2) % 2 * 2 + i % 2]) for i, v in enumerate(x)], "sampler")
 
 
 # ---- batch processing ------------------------------------------------------
@@ -613,45 +527,38 @@ def case_resources():
 def case_batch():
     # A library of mixed containers, a sub-folder, a file that is no sound,
     # and things the walk must leave alone.
-    os.makedirs(path(os.path.join("lib", "disc 2")))
-    write_wav(os.path.join("lib", "one.wav"), 44100, 2, noise(5000, 0.5, 1), "f32")
-    write_wav(os.path.join("lib", "disc 2", "two.wav"), 48000, 1, noise(3001, 0.5, 2), "f32")
-    with open(path(os.path.join("lib", "broken.wav")), "wb") as f:
-        f.write(b"RIFF nothing here" * 4)
-    with open(path(os.path.join("lib", "cover.jpg")), "wb") as f:
-        f.write(b"\xff\xd8 not audio")
+    lib = lambda *names: os.path.join("lib", *names)
+    os.makedirs(path(lib("disc 2")))
+    write_wav(lib("one.wav"), 44100, 2, noise(5000, 0.5, 1), "f32")
+    write_wav(lib("disc 2", "two.wav"), 48000, 1, noise(3001, 0.5, 2), "f32")
+    write_file(lib("broken.wav"), b"RIFF nothing here" * 4)
+    write_file(lib("cover.jpg"), b"\xff\xd8 not audio")
+    write_wav("single.wav", 44100, 2, noise(777, 0.5, 3), "f32")
+    want = {"one.wav", os.path.join("disc 2", "two.wav"), "single.wav"}
     sox = shutil.which("sox")
     if sox:
-        subprocess.run([sox, path(os.path.join("lib", "one.wav")), path(os.path.join("lib", "three.flac"))], check=True)
-        subprocess.run([sox, path(os.path.join("lib", "one.wav")), path(os.path.join("lib", "disc 2", "four.ogg"))],
-                       check=True)
-    write_wav("single.wav", 44100, 2, noise(777, 0.5, 3), "f32")
-    gain = amplifier_gain(-6.0)
+        for target in ("three.flac", os.path.join("disc 2", "four.ogg")):
+            subprocess.run([sox, path(lib("one.wav")), path(lib(target))], check=True)
+            want.add(target)
 
     out, err = run("process", "lib", "single.wav", "--out-dir", "out", "-e", "amplifier Gain=-6", "-j", "3",
                    expect=1)
     check(err.count("ondrel: skipped") == 1 and "skipped 'lib/broken.wav'" in err, err)
-    want = {"one.wav", os.path.join("disc 2", "two.wav"), "single.wav"}
-    if sox:
-        want |= {"three.flac", os.path.join("disc 2", "four.ogg")}
-    got = set()
-    for root, _, files in os.walk(path("out")):
-        got |= {os.path.relpath(os.path.join(root, n), path("out")) for n in files}
+    got = {os.path.relpath(os.path.join(root, n), path("out")) for root, _, files in os.walk(path("out"))
+           for n in files}
     check(got == want, "outputs %s, want %s" % (sorted(got), sorted(want)))
     check("%d of %d files processed, 1 failed" % (len(want), len(want) + 1) in out, out)
     # Each result is its input through the chain, in its own format.
+    gain = amplifier_gain(-6.0)
     for name in ("one.wav", os.path.join("disc 2", "two.wav")):
-        _, _, _, x = read_wav(os.path.join("lib", name))
-        rate, _, kind, y = read_wav(os.path.join("out", name))
-        check(kind == "f32" and len(y) == len(x), "%s: %s, %d samples" % (name, kind, len(y)))
-        for i in range(len(x)):
-            if y[i] != f32(x[i] * gain):
-                fail("%s sample %d: %r, want %r" % (name, i, y[i], f32(x[i] * gain)))
+        _, _, kind, y = read_wav(os.path.join("out", name))
+        check(kind == "f32", name + ": " + kind)
+        first_difference(y, [f32(v * gain) for v in read_wav(lib(name))[3]], name)
     if sox:
         info = subprocess.run([sox, "--i", "-t", path(os.path.join("out", "disc 2", "four.ogg"))],
                               capture_output=True, text=True).stdout.strip()
         check(info == "vorbis", "four.ogg written as %r" % info)
-    check(not leftovers(), "temporary files left: %s" % leftovers())
+    check_no_leftovers()
 
     # Kept results are not touched again; a container change; a wrong chain
     # stops everything before work.
@@ -660,17 +567,17 @@ def case_batch():
     check("1 kept as they were" in out and os.path.getmtime(path(os.path.join("out", "one.wav"))) == before, out)
     run("process", "lib/one.wav", "single.wav", "--out-dir", "flac", "--ext", "flac", "-q")
     check(sorted(os.listdir(path("flac"))) == ["one.flac", "single.flac"], os.listdir(path("flac")))
-    _, err = run("process", "lib", "--out-dir", "none", "-e", "amplifier Gian=1", expect=2)
-    check("no parameter 'Gian'" in err and not os.path.exists(path("none")), err)
-    _, err = run("process", "lib/one.wav", "single.wav", "lib/one.wav", "--out-dir", "twice", expect=2)
-    check("would both be written" in err, err)
-    _, err = run("process", "lib", "--out-dir", "lib", expect=2)
-    check("is the input file" in err, err)
+    for args, text in ((("lib", "--out-dir", "none", "-e", "amplifier Gian=1"), "no parameter 'Gian'"),
+                       (("lib/one.wav", "single.wav", "lib/one.wav", "--out-dir", "twice"), "would both be written"),
+                       (("lib", "--out-dir", "lib"), "is the input file")):
+        _, err = run("process", *args, expect=2)
+        check(text in err, err)
+    check(not os.path.exists(path("none")), "a refused batch made its folder")
     # The results may live inside the library: they are not taken as inputs.
     run("process", "single.wav", "lib/one.wav", "--out-dir", "lib/eq", "-e", "amplifier")
     run("process", "lib", "--out-dir", "lib/eq", "--ext", "w64", "-e", "amplifier", expect=1)
     check(not os.path.exists(path(os.path.join("lib", "eq", "eq"))), "the output folder was taken as input")
-    check(not leftovers(), "temporary files left: %s" % leftovers())
+    check_no_leftovers()
 
 
 # ---- headphone equaliser import --------------------------------------------
@@ -678,27 +585,17 @@ def case_batch():
 def cookbook(kind, fc, q, gain, rate):
     """(b, a) of the cookbook biquad `kind` in double."""
     w0 = 2 * math.pi * fc / rate
-    c, s = math.cos(w0), math.sin(w0)
-    alpha = s / (2 * q)
-    A = 10 ** (gain / 40)
+    c, alpha, A = math.cos(w0), math.sin(w0) / (2 * q), 10 ** (gain / 40)
     if kind == "PK":
         return [1 + alpha * A, -2 * c, 1 - alpha * A], [1 + alpha / A, -2 * c, 1 - alpha / A]
     if kind in ("LS", "HS"):
-        k = 2 * math.sqrt(A) * alpha
-        sg = 1 if kind == "LS" else -1
-        b = [A * ((A + 1) - sg * (A - 1) * c + k), sg * 2 * A * ((A - 1) - sg * (A + 1) * c),
-             A * ((A + 1) - sg * (A - 1) * c - k)]
-        a = [(A + 1) + sg * (A - 1) * c + k, -sg * 2 * ((A - 1) + sg * (A + 1) * c), (A + 1) + sg * (A - 1) * c - k]
-        return b, a
-    if kind == "LP":
-        return [(1 - c) / 2, 1 - c, (1 - c) / 2], [1 + alpha, -2 * c, 1 - alpha]
-    if kind == "HP":
-        return [(1 + c) / 2, -(1 + c), (1 + c) / 2], [1 + alpha, -2 * c, 1 - alpha]
-    if kind == "NO":
-        return [1, -2 * c, 1], [1 + alpha, -2 * c, 1 - alpha]
-    if kind == "AP":
-        return [1 - alpha, -2 * c, 1 + alpha], [1 + alpha, -2 * c, 1 - alpha]
-    raise ValueError(kind)
+        k, sg = 2 * math.sqrt(A) * alpha, 1 if kind == "LS" else -1
+        return ([A * ((A + 1) - sg * (A - 1) * c + k), sg * 2 * A * ((A - 1) - sg * (A + 1) * c),
+                 A * ((A + 1) - sg * (A - 1) * c - k)],
+                [(A + 1) + sg * (A - 1) * c + k, -sg * 2 * ((A - 1) + sg * (A + 1) * c), (A + 1) + sg * (A - 1) * c - k])
+    b = {"LP": [(1 - c) / 2, 1 - c, (1 - c) / 2], "HP": [(1 + c) / 2, -(1 + c), (1 + c) / 2], "NO": [1, -2 * c, 1],
+         "AP": [1 - alpha, -2 * c, 1 + alpha]}[kind]
+    return b, [1 + alpha, -2 * c, 1 - alpha]
 
 
 def chain_db(filters, preamp, freq, rate):
@@ -738,12 +635,10 @@ def case_eq_import():
         lines.append("Filter %d: ON %s Fc %g Hz%s Q %g" % (n + 1, tokens.get(kind, kind), fc,
                                                             " Gain %g dB" % gain if gain else "", q))
     lines.insert(4, "Filter 99: OFF PK Fc 500 Hz Gain 9.0 dB Q 1.00")
-    with open(path("ParametricEQ.txt"), "w") as f:
-        f.write("\r\n".join(lines) + "\r\n")
+    write_file("ParametricEQ.txt", "\r\n".join(lines) + "\r\n")
     out, _ = run("preset", "import", "ParametricEQ.txt", "eq.json")
     check("10 filters, preamp -6.2 dB" in out, out)
-    with open(path("eq.json")) as f:
-        types = [fx["type"] for fx in json.load(f)["effects"]]
+    types = [fx["type"] for fx in json.loads(read_bytes("eq.json"))["effects"]]
     check(types == ["amplifier", "lowshelf", "peak", "peak", "highshelf", "peak", "peak", "notch", "highpass",
                     "lowpass", "allpass"], types)
     preamp = 20 * math.log10(amplifier_gain(-6.2))
@@ -759,8 +654,7 @@ def case_eq_import():
     # A graphic curve is fitted with bells: the chain follows the curve.
     points = [(20 * 2 ** (k / 6.0), 6.0 / (1 + (20 * 2 ** (k / 6.0) / 120.0) ** 2) - 4.0 *
                math.exp(-math.log2(20 * 2 ** (k / 6.0) / 3000.0) ** 2)) for k in range(60)]
-    with open(path("GraphicEQ.txt"), "w") as f:
-        f.write("GraphicEQ: " + "; ".join("%.1f %.2f" % p for p in points) + "\n")
+    write_file("GraphicEQ.txt", "GraphicEQ: " + "; ".join("%.1f %.2f" % p for p in points) + "\n")
     out, _ = run("preset", "import", "GraphicEQ.txt", "g.json")
     check("curve points fitted by" in out, out)
 
@@ -783,8 +677,7 @@ def case_eq_import():
                           ("Filter 1: ON PK Fc 100 Hz Q 1", ":1: the filter has no 'Gain'"),
                           ("Filter 1: ON PK Fc 30000 Hz Gain 3 dB Q 1", "is not below half of 48000 Hz"),
                           ("Preamp: -3 dB", "no 'Filter' lines")):
-        with open(path("bad.txt"), "w") as f:
-            f.write(text + "\n")
+        write_file("bad.txt", text + "\n")
         _, err = run("preset", "import", "bad.txt", "bad.json", expect=2)
         check(message in err and not os.path.exists(path("bad.json")), "%r: %s" % (text, err))
 
@@ -793,38 +686,22 @@ def case_eq_import():
 
 def control_symbol(name):
     """The LV2 symbol of a parameter: lower case, each run of other
-    characters one '_', none at the end, "p_" before a leading digit."""
-    out = ""
-    for c in name:
-        if c.isalnum():
-            out += c.lower()
-        elif out and not out.endswith("_"):
-            out += "_"
-    out = out.rstrip("_")
+    characters one '_', none at either end, "p_" before a leading digit."""
+    out = re.sub(r"[^0-9a-z]+", "_", name.lower()).strip("_")
     return "p_" + out if not out or out[0].isdigit() else out
-
-
-def lv2_port_symbols():
-    """Port symbols per plugin short name, read from the bundle this build
-    generated (None when the build has no LV2 bundle)."""
-    build = os.path.dirname(os.path.dirname(os.path.dirname(ARGS.tool)))
-    ttl = os.path.join(build, "lib", "lv2", "ondrel.lv2", "ondrel.ttl")
-    if not os.path.exists(ttl):
-        return None
-    ports = {}
-    with open(ttl, encoding="utf-8") as f:
-        for block in f.read().split("\n<urn:ondrel:")[1:]:
-            short = block[:block.index(">")]
-            ports[short] = set(re.findall(r'lv2:symbol "([^"]+)"', block))
-    return ports
 
 
 def case_pipewire():
     """The shipped filter chains name only plugins, controls, ports and
     values that exist (in the tool's catalogue and, when built, the LV2
     bundle), and link every node to the next on both channels."""
-    catalogue = {}
-    bundle = lv2_port_symbols()
+    catalogue, bundle = {}, None
+    ttl = os.path.join(os.path.dirname(os.path.dirname(os.path.dirname(ARGS.tool))), "lib", "lv2", "ondrel.lv2",
+                       "ondrel.ttl")
+    if os.path.exists(ttl):
+        with open(ttl, encoding="utf-8") as f:
+            bundle = {block[:block.index(">")]: set(re.findall(r'lv2:symbol "([^"]+)"', block))
+                      for block in f.read().split("\n<urn:ondrel:")[1:]}
     node_re = re.compile(r'\{\s*type\s*=\s*lv2\s+name\s*=\s*(\w+)\s+plugin\s*=\s*"urn:ondrel:([\w-]+)"'
                          r'(?:\s+control\s*=\s*\{([^}]*)\})?')
     for conf in ("ondrel-eq.conf", "ondrel-eq-headphone.conf"):
@@ -836,24 +713,21 @@ def case_pipewire():
         check(nodes and len(nodes) == len(re.findall(r"type\s*=\s*lv2", text)), "%s: nodes %r" % (conf, nodes))
         for name, short, controls in nodes:
             if short not in catalogue:
-                out, _ = run("params", short, "--json")
-                catalogue[short] = {control_symbol(p["name"]): p for p in json.loads(out)["params"]}
+                catalogue[short] = {control_symbol(p["name"]): p
+                                    for p in json.loads(run("params", short, "--json")[0])["params"]}
+            ports = {"in_1", "in_2", "out_1", "out_2"}
             for symbol, v in re.findall(r'"([^"]+)"\s*=\s*(-?[\d.]+)', controls):
                 p = catalogue[short].get(symbol)
-                check(p is not None, "%s: %s has no control %r" % (conf, short, symbol))
-                check(p["min"] <= float(v) <= p["max"], "%s: %s %s=%s outside its range" % (conf, short, symbol, v))
-                check(bundle is None or symbol in bundle.get(short, ()), "%s: no LV2 port %s of %s" % (conf, symbol, short))
+                check(p is not None and p["min"] <= float(v) <= p["max"], "%s: %s %s=%s" % (conf, short, symbol, v))
+                ports.add(symbol)
+            check(bundle is None or ports <= bundle.get(short, set()), "%s: LV2 ports %s of %s" % (conf, ports, short))
         names = [n[0] for n in nodes]
-        plugins = {n[0]: n[1] for n in nodes}
         links = re.findall(r'output\s*=\s*"(\w+):out_([12])"\s+input\s*=\s*"(\w+):in_([12])"', text)
         want = [(a, ch, b, ch) for a, b in zip(names, names[1:]) for ch in "12"]
         check(sorted(links) == sorted(want), "%s: links %r, want %r" % (conf, links, want))
         check(re.search(r'inputs\s*=\s*\[\s*"%s:in_1"\s+"%s:in_2"\s*\]' % (names[0], names[0]), text) and
               re.search(r'outputs\s*=\s*\[\s*"%s:out_1"\s+"%s:out_2"\s*\]' % (names[-1], names[-1]), text),
               conf + ": the chain does not run from the first node to the last")
-        for port in ("in_1", "in_2", "out_1", "out_2"):
-            for name in names:
-                check(bundle is None or port in bundle.get(plugins[name], ()), "%s: %s has no port %s" % (conf, name, port))
     check({"eq10", "limiter", "headphone"} <= set(catalogue), sorted(catalogue))
 
 
