@@ -7,7 +7,7 @@
 // Build with clang: -fsanitize=fuzzer,address,undefined, linked with the
 // library built by clang with -fsanitize=fuzzer-no-link,address,undefined
 // (the generated param_stream_generated.h is not needed here). The
-// deterministic smoke test includes this file with
+// corpus replay test includes this file with
 // ONDREL_FUZZ_PARAM_STREAM_NO_ENTRY defined and calls RunOnce.
 #include <cstddef>
 #include <cstdint>

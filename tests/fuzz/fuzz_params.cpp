@@ -6,7 +6,7 @@
 // run for a few blocks. Only the library's statuses may come back; memory
 // errors are left to the sanitizers.
 //
-// The deterministic smoke test includes this file with
+// The corpus replay test includes this file with
 // ONDREL_FUZZ_PARAMS_NO_ENTRY defined and calls RunOnce.
 #include <cmath>
 #include <cstdint>

@@ -6,7 +6,7 @@
 // A preset that loads must survive its own JSON form: written out and read
 // back, it gives the same chain description and the same JSON again.
 //
-// The deterministic smoke test includes this file with
+// The corpus replay test includes this file with
 // ONDREL_FUZZ_PRESET_NO_ENTRY defined and calls RunOnce.
 #include <cstdint>
 #include <stdexcept>

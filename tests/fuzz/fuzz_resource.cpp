@@ -9,7 +9,7 @@
 // sets trim and fade (or the sampler's gain); byte 2 picks the stream's
 // channels and rate; the rest is the file.
 //
-// The deterministic smoke test includes this file with
+// The corpus replay test includes this file with
 // ONDREL_FUZZ_RESOURCE_NO_ENTRY defined and calls RunOnce.
 #include <stdlib.h>
 #include <unistd.h>

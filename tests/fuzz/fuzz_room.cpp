@@ -9,7 +9,7 @@
 // reader's behaviour (bits 0-1: full, short, failing or huge-claim reads;
 // bit 2: every other file missing); the rest is the file's content.
 //
-// The deterministic smoke test includes this file with
+// The corpus replay test includes this file with
 // ONDREL_FUZZ_ROOM_NO_ENTRY defined and calls RunOnce.
 #include <cmath>
 #include <cstdint>

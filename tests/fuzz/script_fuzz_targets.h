@@ -1,5 +1,5 @@
 // Fuzz bodies for the expression evaluator and the script interpreter,
-// shared by the libFuzzer entry points and the deterministic smoke test.
+// shared by the libFuzzer entry points and the corpus replay test.
 // Each returns false on a finding that is not a crash (a broken invariant);
 // crashes and memory errors are left to the sanitizers.
 #pragma once
