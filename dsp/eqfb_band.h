@@ -45,6 +45,19 @@ inline float RunEqfbBands(EqfbBand* bands, int32_t count, float y) {
   return y;
 }
 
+// Runs `n` samples of each of `channels` buffers in place through that
+// channel's `count` bands, with the arithmetic of RunEqfbBands per band and
+// sample, in the same order. The bands of one channel run as a pipeline in
+// vector lanes (band j works on sample t - j at step t), so that they no
+// longer wait for each other; the channels are independent. Allocates
+// nothing.
+// Band b of channel c is *table[b * stride + c].
+void RunEqfbBandsBlock(EqfbBand* const* table, int32_t count, int32_t stride, float* const* bufs,
+                       int32_t channels, int32_t n);
+// Band b of channel c is bands[c * count + b].
+void RunEqfbBandsBlock(EqfbBand* bands, int32_t count, float* const* bufs, int32_t channels,
+                       int32_t n);
+
 // Zeroes the states of `count` bands; coefficients stay.
 inline void ClearEqfbBands(EqfbBand* bands, int32_t count) {
   for (int32_t b = 0; b < count; ++b) bands[b].state1 = bands[b].state2 = 0.0f;

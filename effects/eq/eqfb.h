@@ -57,6 +57,8 @@ class EqfbEffect : public IOndrel2 {
 
   // Index = band * channels + channel.
   std::vector<std::unique_ptr<EqfbBand>> filters;
+  // The same records as plain pointers, in the same order, for the block kernel.
+  std::vector<EqfbBand*> bandTable;
   // Centre of each band in Hz, fixed for the object's life.
   std::vector<float> frequencies;
   // Channels the records were built for.

@@ -89,17 +89,41 @@ int32_t HyperBassEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames
   if (!bands || !voices) return ONDREL_OK;
   const int32_t channels = std::min(static_cast<int32_t>(bufs.size()), builtChannels);
   const int32_t n = *frames;
-  for (int32_t c = 0; c < channels; ++c) {
+  // The low-pass mix of a sample never depends on the tilt's output, so
+  // each buffer gets its mix first and then goes through the tilt bands as
+  // a whole block.
+  // Two channels share one loop: each low-pass waits on its own previous
+  // sample (a divide), so the two recursions overlap.
+  int32_t c = 0;
+  for (; c + 1 < channels; c += 2) {
+    float* x = bufs[static_cast<size_t>(c)];
+    float* z = bufs[static_cast<size_t>(c) + 1];
+    Voice& v = voices[static_cast<size_t>(c)];
+    Voice& w = voices[static_cast<size_t>(c) + 1];
+    // Locals, so that the states stay in registers (the buffers are floats
+    // too and could otherwise alias them).
+    float lowV = v.low, lowW = w.low;
+    const Voice cv = v, cw = w;
+    for (int32_t i = 0; i < n; ++i) {
+      lowV = (lowV * cv.selectivity + x[i]) / (cv.selectivity + 1.0f);
+      lowW = (lowW * cw.selectivity + z[i]) / (cw.selectivity + 1.0f);
+      x[i] = (cv.ratio * lowV + x[i]) * cv.gain;
+      z[i] = (cw.ratio * lowW + z[i]) * cw.gain;
+    }
+    v.low = lowV;
+    w.low = lowW;
+  }
+  for (; c < channels; ++c) {
     float* x = bufs[static_cast<size_t>(c)];
     Voice& v = voices[static_cast<size_t>(c)];
-    EqfbBand* group = &bands[static_cast<size_t>(c) * kTiltBands];
+    float low = v.low;
     for (int32_t i = 0; i < n; ++i) {
-      const float low = (v.low * v.selectivity + x[i]) / (v.selectivity + 1.0f);
-      v.low = low;
-      const float y = (v.ratio * low + x[i]) * v.gain;
-      x[i] = RunEqfbBands(group, kTiltBands, y);
+      low = (low * v.selectivity + x[i]) / (v.selectivity + 1.0f);
+      x[i] = (v.ratio * low + x[i]) * v.gain;
     }
+    v.low = low;
   }
+  RunEqfbBandsBlock(bands.get(), kTiltBands, bufs.data(), channels, n);
   return ONDREL_OK;
 }
 

@@ -68,17 +68,19 @@ int32_t VocalEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
   const int32_t channels = static_cast<int32_t>(bufs.size()) < builtChannels
                                ? static_cast<int32_t>(bufs.size())
                                : builtChannels;
+  // The emphasis of a sample reads only the input, so each buffer gets it
+  // first and then goes through the curve as a whole block.
   for (int32_t c = 0; c < channels; ++c) {
     float* x = bufs[static_cast<size_t>(c)];
     Voice& v = voices[c];
-    EqfbBand* curve = bands[c].band;
     for (int32_t i = 0; i < n; ++i) {
       const float in = x[i];
-      const float y = (in - v.previous) * v.amount + in;
+      x[i] = (in - v.previous) * v.amount + in;
       v.previous = in;
-      x[i] = RunEqfbBands(curve, kBands, y);
     }
   }
+  static_assert(sizeof(ChannelBands) == kBands * sizeof(EqfbBand), "curves lie back to back");
+  if (bands) RunEqfbBandsBlock(bands[0].band, kBands, bufs.data(), channels, n);
   return ONDREL_OK;
 }
 
