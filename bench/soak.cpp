@@ -111,8 +111,14 @@ std::vector<AEffect*> MakeChain() {
   size_t count = 0;
   const EffectTypeRow* rows = EffectTypeRows(&count);
   std::vector<AEffect*> chain;
-  for (size_t i = 0; i < count; ++i)
+  for (size_t i = 0; i < count; ++i) {
+    // The resampler effect answers every block that has frames with their
+    // count as a failure status, which stops the pass: behind it a chain
+    // passes no audio at all and its input waits for ever. It only sets the
+    // rate between chains, so the soak leaves it out.
+    if (rows[i].type == EFFECT_RESAMPLER) continue;
     if (AEffect* fx = MakeBusy(rows[i].type)) chain.push_back(fx);
+  }
   // A limiter last keeps the sum of all those gains in range.
   AEffect* limiter = nullptr;
   if (ondrel_create_effect(EFFECT_LIMITER, &limiter) == ONDREL_OK) chain.push_back(limiter);
