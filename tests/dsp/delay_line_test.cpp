@@ -12,13 +12,9 @@ namespace {
 TEST(DelayLine, DelaysByItsLengthOnAPowerOfTwoRing) {
   for (int32_t length : {0, 1, 7, 1000, 1024}) {
     DelayLine line;
-    EXPECT_EQ(line.length, -1);
     ASSERT_EQ(line.Resize(length), 0);
-    const int32_t expectedMask = length == 1000 ? 1023 : length == 1024 ? 2047 : -2;
-    if (expectedMask != -2) {
-      EXPECT_EQ(line.mask, expectedMask);
-    }
     EXPECT_GT(line.mask + 1, length);
+    EXPECT_LE(line.mask, 2 * length);
     EXPECT_EQ((line.mask + 1) & line.mask, 0) << "ring size not a power of two";
     std::vector<float> out;
     for (int32_t n = 0; n < 3 * length + 5; ++n) {
