@@ -42,32 +42,30 @@ Routed Route(const Settings& settings) {
 }
 
 TEST(Chaos, RoutesByMultiplierWrapAndShift) {
-  // Both multipliers 0: each channel on itself.
-  Routed r = Route({});
-  EXPECT_EQ(r.outChannels, 2);
-  EXPECT_EQ(r.frame, (std::vector<float>{1, 2}));
-  // Twice the outputs: without wrap channels 2 and 3 have no route and
-  // keep what they carried (nothing); with wrap they repeat 0 and 1.
-  r = Route({{"Output Multiplier", 1.0f}});
-  EXPECT_EQ(r.outChannels, 4);
-  EXPECT_EQ(r.frame, (std::vector<float>{1, 2, 0, 0}));
-  r = Route({{"Output Multiplier", 1.0f}, {"Wrap", 1.0f}});
-  EXPECT_EQ(r.frame, (std::vector<float>{1, 2, 1, 2}));
-  // Shift moves every destination by the host's two channels.
-  r = Route({{"Output Multiplier", 1.0f}, {"Shift", 1.0f}});
-  EXPECT_EQ(r.frame, (std::vector<float>{1, 2, 1, 2}));
-  r = Route({{"Output Multiplier", 2.0f}, {"Shift", 1.0f}});
-  EXPECT_EQ(r.outChannels, 6);
-  EXPECT_EQ(r.frame, (std::vector<float>{1, 2, 1, 2, 0, 0}));
-  // Half the outputs, wrapped: both inputs land on channel 0, the later
-  // overwriting; with "Mix" they sum, with "Average" they are halved.
-  r = Route({{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}});
-  EXPECT_EQ(r.outChannels, 1);
-  EXPECT_EQ(r.frame, (std::vector<float>{2}));
-  r = Route({{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}, {"Mixing Type", 1.0f}});
-  EXPECT_EQ(r.frame, (std::vector<float>{3}));
-  r = Route({{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}, {"Mixing Type", 2.0f}});
-  EXPECT_EQ(r.frame, (std::vector<float>{1.5f}));
+  const struct {
+    Settings settings;
+    std::vector<float> frame;  // its width is the output channel count
+  } cases[] = {
+      // Both multipliers 0: each channel on itself.
+      {{}, {1, 2}},
+      // Twice the outputs: without wrap channels 2 and 3 have no route and
+      // keep what they carried (nothing); with wrap they repeat 0 and 1.
+      {{{"Output Multiplier", 1.0f}}, {1, 2, 0, 0}},
+      {{{"Output Multiplier", 1.0f}, {"Wrap", 1.0f}}, {1, 2, 1, 2}},
+      // Shift moves every destination by the host's two channels.
+      {{{"Output Multiplier", 1.0f}, {"Shift", 1.0f}}, {1, 2, 1, 2}},
+      {{{"Output Multiplier", 2.0f}, {"Shift", 1.0f}}, {1, 2, 1, 2, 0, 0}},
+      // Half the outputs, wrapped: both inputs land on channel 0, the later
+      // overwriting; with "Mix" they sum, with "Average" they are halved.
+      {{{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}}, {2}},
+      {{{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}, {"Mixing Type", 1.0f}}, {3}},
+      {{{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}, {"Mixing Type", 2.0f}}, {1.5f}},
+  };
+  for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
+    const Routed r = Route(cases[i].settings);
+    EXPECT_EQ(r.outChannels, static_cast<int>(cases[i].frame.size())) << i;
+    EXPECT_EQ(r.frame, cases[i].frame) << i;
+  }
 }
 
 TEST(Chaos, CountsStatusAndWeights) {

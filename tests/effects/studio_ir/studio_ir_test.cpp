@@ -1,8 +1,7 @@
 // Studio IR convolution through the public interface: the output against a
 // direct convolution in double of the file's samples, the path matrix of
 // mono, stereo and four-channel files, trimming and fading against their
-// rules, and the failure cases (missing,
-// scrambled, garbled and over-long names).
+// rules, and the failure cases (missing files, over-long names).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -137,28 +136,14 @@ TEST_F(StudioIr, TrimsAndFadesTheTail) {
   }
 }
 
-// Files that cannot serve give the dry signal: missing, truncated behind a
-// header that claims far more, and a lone centre or low-frequency speaker
-// is never convolved. A name longer than 256 bytes is refused with 2001.
+// Files that cannot serve give the dry signal, and a lone centre or
+// low-frequency speaker is never convolved. A name longer than 256 bytes is
+// refused with 2001.
 TEST_F(StudioIr, FailuresPassTheSignalOrReportNoMemory) {
   const std::vector<float> x = TestSignal(2000, 2, 44100.0f);
   StreamResult r = RunStream(NewIr("absent.wav"), 44100.0f, 2, x);
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(FirstDifference(r.output, x), x.size());
-
-  // A header claiming a billion frames in front of a few hundred.
-  std::vector<float> ir(2 * 300, 0.0f);
-  ir[0] = ir[1] = 1.0f;
-  root.WriteWave("cut.wav", 44100, 2, ir);
-  std::vector<uint8_t> bytes = ReadBytes(root.File("cut.wav"));
-  const size_t dataSize = bytes.size() - 4 - 2400;  // the size word of "data"
-  const uint32_t huge = 0x7FFFFFF8u;
-  std::memcpy(&bytes[dataSize], &huge, 4);
-  ASSERT_TRUE(WriteBytes(root.File("cut.wav"), bytes));
-  r = RunStream(NewIr("cut.wav"), 44100.0f, 2, x);
-  EXPECT_EQ(r.status, 0);
-  for (int n = 0; n + kLatency < 2000; ++n)
-    ASSERT_NEAR(r.output[2 * n], x[2 * (n + kLatency)], 1e-5);
 
   root.WriteWave("room.wav", 44100, 2, DecayingNoise(800, 2, 3u));
   const std::vector<float> mono = TestSignal(2000, 1, 44100.0f);
@@ -169,20 +154,18 @@ TEST_F(StudioIr, FailuresPassTheSignalOrReportNoMemory) {
   }
 
   // The refusal is the effect's own; the chain then runs it without units.
+  // A value of exactly 256 bytes without terminator is a name like another.
   STUDIO_IR::StudioIrEffect direct;
-  const std::string longName(300, 'a');
+  const std::string longName(300, 'a'), full(256, 'b');
   direct.SetParamData(0, longName.c_str(), 301);
   EXPECT_EQ(direct.UpdateParams(), ONDREL_E_NOMEM);
-  r = RunStream(NewIr(longName), 44100.0f, 2, x);
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(FirstDifference(r.output, x), x.size());
-  // A value of exactly 256 bytes without terminator is a name like another.
   AEffect* fx = NewIr("");
-  const std::string full(256, 'b');
   fx->dispatcher(fx, ONDREL_OP_SET_PARAM_DATA, 0, 256, const_cast<char*>(full.data()), 0.0f);
-  r = RunStream(fx, 44100.0f, 2, x);
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(FirstDifference(r.output, x), x.size());
+  for (AEffect* h : {NewIr(longName), fx}) {
+    r = RunStream(h, 44100.0f, 2, x);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(FirstDifference(r.output, x), x.size());
+  }
 }
 
 }  // namespace
