@@ -94,7 +94,8 @@ TEST(EqfbStream, FlatBandsAndBandsAtHalfTheRatePassBitForBit) {
   for (const Case& c : cases) {
     ONDREL2::AEffect* fx = ondrel_test::NewEffect(c.type, {});
     for (size_t b = 0; b < c.gains.size(); ++b)
-      ondrel_test::SetParamAt(fx, static_cast<int>(b) + 1, c.gains[b]);
+      fx->dispatcher(fx, ONDREL2::ONDREL_OP_SET_PARAM, static_cast<int>(b) + 1, 0, nullptr,
+                     c.gains[b]);
     const auto r = ondrel_test::RunStream(fx, c.rate, 2, x);
     ASSERT_EQ(r.status, 0);
     EXPECT_EQ(FirstDifference(r.output, x) == x.size(), c.passes) << c.type << " at " << c.rate;

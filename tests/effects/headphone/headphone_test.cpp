@@ -98,14 +98,6 @@ std::vector<float> Render(AEffect* fx, int channels, const std::vector<float>& i
   return r.output;
 }
 
-std::vector<float> Noise(int frames, int channels, float level, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<float> u(-level, level);
-  std::vector<float> x(static_cast<size_t>(frames) * channels);
-  for (float& v : x) v = u(rng);
-  return x;
-}
-
 // ---- Tests -----------------------------------------------------------------
 
 // All 22 files random: the rendered 5.1 stream equals the linear
@@ -138,7 +130,8 @@ TEST_F(HeadphoneTest, MatchesDirectConvolution) {
     }
 
   const int frames = 7000;
-  const std::vector<float> in = Noise(frames, 6, 0.1f, 11);
+  std::vector<float> in = ondrel_test::TestSignal(frames, 6, 44100.0f);
+  for (float& v : in) v *= 0.15f;
   const std::vector<float> out = Render(NewHeadphone(), 6, in);
   ASSERT_GE(out.size(), static_cast<size_t>(2 * frames));
 
@@ -224,7 +217,7 @@ TEST_F(HeadphoneTest, RemixMatrices) {
 // Without room files the effect renders silence, not the dry signal; a
 // channel count without a layout fails to set up.
 TEST_F(HeadphoneTest, MissingRoomsAndUnusableLayouts) {
-  const std::vector<float> in = Noise(4096, 6, 0.5f, 1);
+  const std::vector<float> in = ondrel_test::TestSignal(4096, 6, 44100.0f);
   const std::vector<float> out = Render(NewHeadphone(), 6, in);
   ASSERT_GE(out.size(), 2u * 4096u);
   for (float v : out) ASSERT_EQ(v, 0.0f);

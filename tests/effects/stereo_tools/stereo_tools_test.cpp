@@ -106,27 +106,16 @@ TEST_F(StereoToolsTest, RotatorKeepsPowerAndTurnsAtItsRate) {
 }
 
 TEST_F(StereoToolsTest, MonoToDualWidensMono) {
-  const int frames = 2000;
+  const std::vector<float> in = TestSignal(2000, 1, 44100.0f);
   for (float mute : {0.0f, 1.0f}) {
-    AEffect* fx = ondrel_test::NewEffect(EFFECT_MONO2DUAL, {{"Mute Right", mute}});
-    void* inst = ondrel_create_inst();
-    ASSERT_EQ(ondrel_setup_input(inst, 1, 0), 0);
-    ASSERT_EQ(ondrel_set_params(inst, &fx, 1), 0);
-    int channels = 0;
-    uint64_t layout = 1;
-    ondrel_get_out_chns(inst, &channels, &layout);
-    EXPECT_EQ(channels, 2);
-    EXPECT_EQ(layout, 0u);
-    std::vector<float> in = TestSignal(frames, 1, 44100.0f), out(frames * 2);
-    int available = 0, written = 0;
-    ASSERT_EQ(ondrel_processf_input(inst, in.data(), frames, &available), 0);
-    ASSERT_EQ(available, 2 * 1536);
-    ASSERT_EQ(ondrel_processf_output(inst, out.data(), available, &written), 0);
-    for (int n = 0; n < written / 2; ++n) {
-      ASSERT_EQ(out[n * 2], in[n]);
-      ASSERT_EQ(out[n * 2 + 1], mute != 0 ? 0.0f : in[n]) << n;
+    const auto r = RunStream(ondrel_test::NewEffect(EFFECT_MONO2DUAL, {{"Mute Right", mute}}),
+                             44100.0f, 1, in);
+    ASSERT_EQ(r.status, 0);
+    ASSERT_EQ(r.output.size(), 2 * in.size());
+    for (size_t n = 0; n < in.size(); ++n) {
+      ASSERT_EQ(r.output[n * 2], in[n]);
+      ASSERT_EQ(r.output[n * 2 + 1], mute != 0 ? 0.0f : in[n]) << n;
     }
-    ondrel_destroy_inst(inst);
   }
 }
 
