@@ -100,7 +100,10 @@ TEST(OndrelStereoConvolution, MissingPathsPassThroughAndPartialFramesWait) {
   const int bs = 32;
   const std::vector<float> x = Noise(static_cast<size_t>(bs * 12), 51);  // interleaved
   std::vector<float> left, right;
-  for (size_t n = 0; n < x.size(); n += 2) left.push_back(x[n]), right.push_back(x[n + 1]);
+  for (size_t n = 0; n < x.size(); n += 2) {
+    left.push_back(x[n]);
+    right.push_back(x[n + 1]);
+  }
   const std::vector<float> h3 = Noise(9, 54, true);
   const std::vector<double> rr = Direct(right, h3);
   OndrelStereoConvolution three;

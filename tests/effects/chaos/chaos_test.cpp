@@ -21,23 +21,14 @@ struct Routed {
 // Streams a stereo signal whose channel c is the constant c + 1 through a
 // chaos effect with `settings`, and reports the output width and a frame.
 Routed Route(const Settings& settings) {
-  InitQuiet();
-  ONDREL2::AEffect* fx = NewEffect(EFFECT_CHAOS, settings);
-  void* inst = ONDREL2::ondrel_create_inst();
-  ONDREL2::ondrel_setup_input(inst, 2, 0);
-  EXPECT_EQ(ONDREL2::ondrel_set_params(inst, &fx, 1), 0);
-  Routed r;
-  uint64_t mask = 0;
-  ONDREL2::ondrel_get_out_chns(inst, &r.outChannels, &mask);
-  std::vector<float> in(2 * 2048), out(16 * 2048);
+  std::vector<float> in(2 * 2048);
   for (size_t n = 0; n < in.size(); ++n) in[n] = static_cast<float>(n % 2 + 1);
-  int available = 0, written = 0;
-  EXPECT_EQ(
-      ONDREL2::ondrel_processf_input(inst, in.data(), static_cast<int>(in.size()), &available), 0);
-  ONDREL2::ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &written);
-  if (written >= 2 * r.outChannels)
-    r.frame.assign(out.begin() + r.outChannels, out.begin() + 2 * r.outChannels);
-  ONDREL2::ondrel_destroy_inst(inst);
+  const StreamResult s = RunStream(NewEffect(EFFECT_CHAOS, settings), 44100.0f, 2, in);
+  EXPECT_EQ(s.status, 0);
+  Routed r;
+  r.outChannels = static_cast<int>(s.output.size() / 2048);
+  if (r.outChannels > 0)
+    r.frame.assign(s.output.begin() + r.outChannels, s.output.begin() + 2 * r.outChannels);
   return r;
 }
 

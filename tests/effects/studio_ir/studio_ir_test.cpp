@@ -37,18 +37,13 @@ std::vector<float> DecayingNoise(int frames, int channels, unsigned seed) {
   return h;
 }
 
-// Channel `c` of interleaved `x`, or zeros when it has fewer channels.
-std::vector<double> Channel(const std::vector<float>& x, int channels, int c, int frames) {
-  std::vector<double> out(static_cast<size_t>(frames), 0.0);
-  if (c < channels)
-    for (int n = 0; n < frames; ++n) out[n] = x[static_cast<size_t>(n) * channels + c];
-  return out;
-}
-
-void Convolve(const std::vector<double>& x, const std::vector<double>& h, std::vector<double>& y) {
-  for (size_t n = 0; n < y.size(); ++n)
-    for (size_t k = 0; k < h.size() && k <= n; ++k)
-      if (n - k < x.size()) y[n] += h[k] * x[n - k];
+// Adds to `y` the convolution of channel `xc` of stereo `x` with channel
+// `hc` of `h` (`width` channels wide), if it has that channel.
+void AddConvolution(const std::vector<float>& x, int xc, const std::vector<float>& h, int width,
+                    int hc, std::vector<double>& y) {
+  for (size_t n = 0; n < y.size() && hc < width; ++n)
+    for (size_t k = 0; k * width < h.size() && k <= n; ++k)
+      y[n] += static_cast<double>(h[k * width + hc]) * x[(n - k) * 2 + xc];
 }
 
 // Response to a unit impulse on the left channel, left output: the impulse
@@ -72,27 +67,22 @@ struct StudioIr : EffectTest {
 // left to left, 1 right to right, 2 right to left, 3 left to right; a mono
 // file on both sides, a stereo file without crosstalk.
 TEST_F(StudioIr, MatchesDirectConvolutionForEveryFileWidth) {
-  const int irFrames = 1500, frames = 6000;
+  const int frames = 6000;
   const std::vector<float> x = TestSignal(frames, 2, 44100.0f);
   for (int width : {1, 2, 4}) {
     SCOPED_TRACE(width);
-    const std::vector<float> h = DecayingNoise(irFrames, width, 7u + width);
+    const std::vector<float> h = DecayingNoise(1500, width, 7u + width);
     root.WriteWave("room.wav", 44100, width, h);
     AEffect* fx = NewIr("room.wav");
     StreamResult r = RunStream(fx, 44100.0f, 2, x);
     ASSERT_EQ(r.status, 0);
     ASSERT_GE(r.output.size(), static_cast<size_t>(frames - kLatency) * 2);
 
-    const std::vector<double> hLL = Channel(h, width, 0, irFrames);
-    const std::vector<double> hRR = Channel(h, width, width == 1 ? 0 : 1, irFrames);
-    const std::vector<double> hRL = Channel(h, width, 2, irFrames);
-    const std::vector<double> hLR = Channel(h, width, 3, irFrames);
-    const std::vector<double> xl = Channel(x, 2, 0, frames), xr = Channel(x, 2, 1, frames);
     std::vector<double> yl(frames, 0.0), yr(frames, 0.0);
-    Convolve(xl, hLL, yl);
-    Convolve(xr, hRL, yl);
-    Convolve(xr, hRR, yr);
-    Convolve(xl, hLR, yr);
+    AddConvolution(x, 0, h, width, 0, yl);
+    AddConvolution(x, 1, h, width, 2, yl);
+    AddConvolution(x, 1, h, width, width == 1 ? 0 : 1, yr);
+    AddConvolution(x, 0, h, width, 3, yr);
     double worst = 0.0, peak = 0.0;
     for (int n = 0; n + kLatency < frames; ++n) {
       worst = std::max(worst, std::fabs(r.output[2 * n] - yl[n + kLatency]));
