@@ -96,51 +96,5 @@ TEST(OndrelFastConvolution, ResponseReplacedMidStreamKeepsRunningHistory) {
   ExpectAdvanced(out, ref, bs / 2);
 }
 
-TEST(OndrelStereoConvolution, MissingPathsPassThroughAndPartialFramesWait) {
-  const int bs = 32;
-  const std::vector<float> x = Noise(static_cast<size_t>(bs * 12), 51);  // interleaved
-  std::vector<float> left, right;
-  for (size_t n = 0; n < x.size(); n += 2) {
-    left.push_back(x[n]);
-    right.push_back(x[n + 1]);
-  }
-  const std::vector<float> h3 = Noise(9, 54, true);
-  const std::vector<double> rr = Direct(right, h3);
-  OndrelStereoConvolution three;
-  EXPECT_FALSE(three.SetChannels(3));
-
-  // Only path 3: the left channel has no path and keeps its input; the
-  // frame count follows the convolver that ran. Reset doesn't reach the
-  // convolvers, so a second run continues without a new advance.
-  OndrelStereoConvolution rightOnly;
-  ASSERT_EQ(rightOnly.InitPath(bs, bs, 3), 0);
-  ASSERT_EQ(rightOnly.SetImpulseResponse(h3.data(), 9, 3), 0);
-  EXPECT_EQ(rightOnly.GetLatency(), bs / 2);
-  std::vector<float> block(x.begin(), x.begin() + 2 * bs);
-  int count = 2 * bs;
-  ASSERT_EQ(rightOnly.Process(block.data(), &count), 0);
-  ASSERT_EQ(count, 2 * (bs - bs / 2));
-  for (int n = 0; n < count / 2; ++n) ASSERT_EQ(block[2 * n], left[n]) << "frame " << n;
-  rightOnly.Reset();
-
-  // A call without a whole frame leaves the paths alone: the next block
-  // continues the stream. A negative count is refused.
-  float partial[1] = {7.0f};
-  count = 1;
-  EXPECT_EQ(rightOnly.Process(partial, &count), 0);
-  EXPECT_EQ(count, 0);
-  EXPECT_EQ(partial[0], 7.0f);
-  count = -2 * bs;
-  EXPECT_EQ(rightOnly.Process(block.data(), &count), 2000);
-  for (int k = 1; k < 3; ++k) {
-    block.assign(x.begin() + 2 * k * bs, x.begin() + 2 * (k + 1) * bs);
-    count = 2 * bs;
-    ASSERT_EQ(rightOnly.Process(block.data(), &count), 0);
-    EXPECT_EQ(count, 2 * bs);
-    for (int n = 0; n < bs; ++n)
-      ASSERT_NEAR(block[2 * n + 1], rr[static_cast<size_t>(k * bs + n)], kTolerance) << n;
-  }
-}
-
 }  // namespace
 }  // namespace ONDREL2
