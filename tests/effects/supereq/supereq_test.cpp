@@ -21,16 +21,6 @@ struct Design {
   std::vector<double> gainsDb = std::vector<double>(10, 0.0);
 };
 
-double I0(double x) {
-  double sum = 1.0, fact = 1.0;
-  for (int j = 1; j < 16; ++j) {
-    fact *= j;
-    const double t = std::pow(x / 2.0, j) / fact;
-    sum += t * t;
-  }
-  return sum;
-}
-
 // The response in double: Kaiser window (96 dB) times the band-weighted sum
 // of differences of ideal low passes.
 std::vector<double> ReferenceResponse(const Design& d) {
@@ -51,7 +41,9 @@ std::vector<double> ReferenceResponse(const Design& d) {
     }
     sum += ((n == 0 ? 1.0 : 0.0) - last) * std::pow(10.0, d.gainsDb.back() / 20.0);
     const double r = 2.0 * n / (length - 1.0);
-    h[static_cast<size_t>(k)] = sum * I0(beta * std::sqrt(std::max(0.0, 1.0 - r * r))) / I0(beta);
+    h[static_cast<size_t>(k)] =
+        sum * std::cyl_bessel_i(0.0, beta * std::sqrt(std::max(0.0, 1.0 - r * r))) /
+        std::cyl_bessel_i(0.0, beta);
   }
   return h;
 }
