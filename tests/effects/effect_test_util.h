@@ -30,15 +30,10 @@ struct EffectTest : ::testing::Test {
   void SetUp() override { InitQuiet(); }
 };
 
-inline void SetParamAt(ONDREL2::AEffect* fx, int index, float value) {
-  fx->dispatcher(fx, ONDREL2::ONDREL_OP_SET_PARAM, index, 0, nullptr, value);
-}
-
 inline void SetParam(ONDREL2::AEffect* fx, const char* name, float value) {
-  SetParamAt(
-      fx,
-      fx->dispatcher(fx, ONDREL2::ONDREL_OP_GET_PARAM_INDEX, 0, 0, const_cast<char*>(name), 0.0f),
-      value);
+  const int index =
+      fx->dispatcher(fx, ONDREL2::ONDREL_OP_GET_PARAM_INDEX, 0, 0, const_cast<char*>(name), 0.0f);
+  fx->dispatcher(fx, ONDREL2::ONDREL_OP_SET_PARAM, index, 0, nullptr, value);
 }
 
 // A new effect of `type` with `settings` applied by name.
@@ -130,8 +125,7 @@ inline std::vector<float> TestSignal(int frames, int channels, float rate, float
   return x;
 }
 
-// Index of the first sample whose bits differ; the common length if one is a
-// prefix of the other, a.size() when equal.
+// Index of the first sample whose bits differ; a.size() when equal.
 inline size_t FirstDifference(const std::vector<float>& a, const std::vector<float>& b) {
   for (size_t i = 0; i < a.size() && i < b.size(); ++i)
     if (std::memcmp(&a[i], &b[i], 4) != 0) return i;

@@ -21,53 +21,42 @@ struct Routed {
 // Streams a stereo signal whose channel c is the constant c + 1 through a
 // chaos effect with `settings`, and reports the output width and a frame.
 Routed Route(const Settings& settings) {
-  InitQuiet();
-  ONDREL2::AEffect* fx = NewEffect(EFFECT_CHAOS, settings);
-  void* inst = ONDREL2::ondrel_create_inst();
-  ONDREL2::ondrel_setup_input(inst, 2, 0);
-  EXPECT_EQ(ONDREL2::ondrel_set_params(inst, &fx, 1), 0);
-  Routed r;
-  uint64_t mask = 0;
-  ONDREL2::ondrel_get_out_chns(inst, &r.outChannels, &mask);
-  std::vector<float> in(2 * 2048), out(16 * 2048);
+  std::vector<float> in(2 * 2048);
   for (size_t n = 0; n < in.size(); ++n) in[n] = static_cast<float>(n % 2 + 1);
-  int available = 0, written = 0;
-  EXPECT_EQ(
-      ONDREL2::ondrel_processf_input(inst, in.data(), static_cast<int>(in.size()), &available), 0);
-  ONDREL2::ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &written);
-  if (written >= 2 * r.outChannels)
-    r.frame.assign(out.begin() + r.outChannels, out.begin() + 2 * r.outChannels);
-  ONDREL2::ondrel_destroy_inst(inst);
+  const StreamResult s = RunStream(NewEffect(EFFECT_CHAOS, settings), 44100.0f, 2, in);
+  EXPECT_EQ(s.status, 0);
+  Routed r;
+  r.outChannels = static_cast<int>(s.output.size() / 2048);
+  if (r.outChannels > 0)
+    r.frame.assign(s.output.begin() + r.outChannels, s.output.begin() + 2 * r.outChannels);
   return r;
 }
 
 TEST(Chaos, RoutesByMultiplierWrapAndShift) {
-  // Both multipliers 0: each channel on itself.
-  Routed r = Route({});
-  EXPECT_EQ(r.outChannels, 2);
-  EXPECT_EQ(r.frame, (std::vector<float>{1, 2}));
-  // Twice the outputs: without wrap channels 2 and 3 have no route and
-  // keep what they carried (nothing); with wrap they repeat 0 and 1.
-  r = Route({{"Output Multiplier", 1.0f}});
-  EXPECT_EQ(r.outChannels, 4);
-  EXPECT_EQ(r.frame, (std::vector<float>{1, 2, 0, 0}));
-  r = Route({{"Output Multiplier", 1.0f}, {"Wrap", 1.0f}});
-  EXPECT_EQ(r.frame, (std::vector<float>{1, 2, 1, 2}));
-  // Shift moves every destination by the host's two channels.
-  r = Route({{"Output Multiplier", 1.0f}, {"Shift", 1.0f}});
-  EXPECT_EQ(r.frame, (std::vector<float>{1, 2, 1, 2}));
-  r = Route({{"Output Multiplier", 2.0f}, {"Shift", 1.0f}});
-  EXPECT_EQ(r.outChannels, 6);
-  EXPECT_EQ(r.frame, (std::vector<float>{1, 2, 1, 2, 0, 0}));
-  // Half the outputs, wrapped: both inputs land on channel 0, the later
-  // overwriting; with "Mix" they sum, with "Average" they are halved.
-  r = Route({{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}});
-  EXPECT_EQ(r.outChannels, 1);
-  EXPECT_EQ(r.frame, (std::vector<float>{2}));
-  r = Route({{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}, {"Mixing Type", 1.0f}});
-  EXPECT_EQ(r.frame, (std::vector<float>{3}));
-  r = Route({{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}, {"Mixing Type", 2.0f}});
-  EXPECT_EQ(r.frame, (std::vector<float>{1.5f}));
+  const struct {
+    Settings settings;
+    std::vector<float> frame;  // its width is the output channel count
+  } cases[] = {
+      // Both multipliers 0: each channel on itself.
+      {{}, {1, 2}},
+      // Twice the outputs: without wrap channels 2 and 3 have no route and
+      // keep what they carried (nothing); with wrap they repeat 0 and 1.
+      {{{"Output Multiplier", 1.0f}}, {1, 2, 0, 0}},
+      {{{"Output Multiplier", 1.0f}, {"Wrap", 1.0f}}, {1, 2, 1, 2}},
+      // Shift moves every destination by the host's two channels.
+      {{{"Output Multiplier", 1.0f}, {"Shift", 1.0f}}, {1, 2, 1, 2}},
+      {{{"Output Multiplier", 2.0f}, {"Shift", 1.0f}}, {1, 2, 1, 2, 0, 0}},
+      // Half the outputs, wrapped: both inputs land on channel 0, the later
+      // overwriting; with "Mix" they sum, with "Average" they are halved.
+      {{{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}}, {2}},
+      {{{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}, {"Mixing Type", 1.0f}}, {3}},
+      {{{"Output Multiplier", -1.0f}, {"Wrap", 1.0f}, {"Mixing Type", 2.0f}}, {1.5f}},
+  };
+  for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
+    const Routed r = Route(cases[i].settings);
+    EXPECT_EQ(r.outChannels, static_cast<int>(cases[i].frame.size())) << i;
+    EXPECT_EQ(r.frame, cases[i].frame) << i;
+  }
 }
 
 TEST(Chaos, CountsStatusAndWeights) {

@@ -1,9 +1,8 @@
-// Dfx enhancers through the public interface: tables and names, bypass at
-// amount 0 with the stream length kept, the 3D surround's mid pass-through,
-// line delays and side high pass (against the cookbook closed form), the
-// headphone's first cross-feed arrival, the ambience's decay table, its
-// pass-through point and phase flip, its state kept across an amount change,
-// and the dynamic boost's delay, ceiling and left-driven level.
+// Dfx enhancers through the public interface: the 3D surround's mid
+// pass-through, line delays and side high pass (against the cookbook closed
+// form), the headphone's first cross-feed arrival, the ambience's
+// pass-through point and phase flip, and the dynamic boost's delay, ceiling
+// and left-driven level.
 #include "effects/dfx/dfx_effects.h"
 
 #include <gtest/gtest.h>
@@ -19,22 +18,6 @@ namespace {
 using namespace ONDREL2;
 using namespace ondrel_test;
 
-struct TypeRow {
-  ONDREL_EFFECT_TYPE type;
-  const char* param;
-  const char* zhName;
-  const char* display;  // of the default, zh-CN locale
-  float max;
-  float on;  // the smallest value that runs the kernel
-};
-
-const TypeRow kTypes[] = {
-    {EFFECT_DFX_3DSURROUND, "3DSurround", "环绕强度", "0", 127.0f, 1.0f},
-    {EFFECT_DFX_HEADPHONE, "Headphone", "耳机", "否", 1.999999f, 1.0f},
-    {EFFECT_AMBIENCE, "Ambience", "环境强度", "0", 127.0f, 1.0f},
-    {EFFECT_DYNAMICBOOST, "Dynamicboost", "动态推进", "0", 127.0f, 1.0f},
-};
-
 // First frame from which channel `c` differs from zero, or -1.
 int FirstNonZero(const std::vector<float>& x, int channels, int c) {
   for (size_t n = 0; n * channels < x.size(); ++n)
@@ -49,17 +32,13 @@ std::vector<float> Impulse(int frames, int channels, std::vector<float> first) {
 }
 
 TEST_F(EffectTest, Dfx3dSurroundPassesMidAndHighPassesDelayedSide) {
-  // Left equal to right (and a single speaker) comes out untouched.
+  // Left equal to right comes out untouched.
   const std::vector<float> mid = TestSignal(6000, 2, 44100.0f);
   std::vector<float> same(mid.size());
   for (size_t i = 0; i < same.size(); ++i) same[i] = mid[i - i % 2];
   const StreamResult stereo =
       RunStream(NewEffect(EFFECT_DFX_3DSURROUND, {{"3DSurround", 127.0f}}), 44100.0f, 2, same);
   EXPECT_EQ(FirstDifference(stereo.output, same), same.size());
-  const std::vector<float> mono(mid.begin(), mid.begin() + 6000);
-  const StreamResult single =
-      RunStream(NewEffect(EFFECT_DFX_3DSURROUND, {{"3DSurround", 127.0f}}), 44100.0f, 1, mono);
-  EXPECT_EQ(FirstDifference(single.output, mono), mono.size());
 
   // A left impulse: the side returns on the right after the short line and
   // on the left after the long one; both lines follow the rate.
@@ -97,9 +76,6 @@ TEST_F(EffectTest, DfxHeadphoneCrossFeedsAfterShortestLine) {
 }
 
 TEST_F(EffectTest, DfxAmbiencePlate) {
-  DFXBASE::DfxAmbience plate;
-  ASSERT_EQ(plate.Configure({44100, 64}), 0);
-
   // At 12 the wet level is 0 and the dry 1: the audio passes unchanged.
   const std::vector<float> sig = TestSignal(40000, 2, 44100.0f);
   const StreamResult at12 =
@@ -120,16 +96,6 @@ TEST_F(EffectTest, DfxAmbiencePlate) {
     first[k] = r.output[static_cast<size_t>(at * 2)];
   }
   EXPECT_LT(first[0] * first[1], 0.0f);
-
-  // An amount change keeps the plate ringing: after it, silence in gives
-  // the tail of the earlier impulse out.
-  const StreamResult moved = RunStream(NewEffect(EFFECT_AMBIENCE, {{"Ambience", 64.0f}}), 44100.0f,
-                                       2, in, {1024}, [](int chunk, AEffect* fx) {
-                                         if (chunk == 4) SetParam(fx, "Ambience", 100.0f);
-                                       });
-  double tail = 0.0;
-  for (size_t i = 6000 * 2; i < moved.output.size(); ++i) tail += std::fabs(moved.output[i]);
-  EXPECT_GT(tail, 1e-3);
 }
 
 TEST_F(EffectTest, DfxDynamicBoostDelaysLimitsAndFollowsLeft) {
@@ -159,11 +125,6 @@ TEST_F(EffectTest, DfxDynamicBoostDelaysLimitsAndFollowsLeft) {
       RunStream(NewEffect(EFFECT_DYNAMICBOOST, {{"Dynamicboost", 127.0f}}), rate, 2, rightOnly);
   EXPECT_NEAR(ToneAmplitude(ro.output, 2, 1, 22050, 22050, rate, 441.0),
               0.2 * std::pow(10.0, 11.6 / 20.0) * 0.966051, 2e-4);
-  // A louder left (the level settles over seconds) pulls the right down too.
-  const std::vector<float> both = Tone(132300, 2, rate, 441.0, 0.2, {2.0, 1.0});
-  const StreamResult bo =
-      RunStream(NewEffect(EFFECT_DYNAMICBOOST, {{"Dynamicboost", 127.0f}}), rate, 2, both);
-  EXPECT_LT(ToneAmplitude(bo.output, 2, 1, 88200, 44100, rate, 441.0), 0.4);
 }
 
 }  // namespace

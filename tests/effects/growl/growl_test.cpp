@@ -1,5 +1,5 @@
 // Growl: what its formulas imply with the wet path closed (threshold at full
-// scale, mix 0, silence), and the channel detector that lets the right side
+// scale, mix 0), and the channel detector that lets the right side
 // copy the left one after a window of equal blocks.
 #include <gtest/gtest.h>
 
@@ -31,17 +31,6 @@ TEST(Growl, ClosedWetPathLeavesTheScaledDrySignal) {
   const StreamResult dry =
       RunStream(NewEffect(EFFECT_GROWL, {{"Mix", 0.0f}, {"Output", -6.0f}}), kRate, 2, in);
   for (size_t i = 0; i < in.size(); ++i) ASSERT_NEAR(dry.output[i], in[i] / out, 1e-6) << i;
-
-  // Silence in, silence out, at a busy setting.
-  const std::vector<float> silence(10000, 0.0f);
-  const StreamResult quiet =
-      RunStream(NewEffect(EFFECT_GROWL, {{"Resonance", 1.0f}, {"Filter Mod", 1.0f}, {"Mix", 1.0f}}),
-                kRate, 2, silence);
-  for (float v : quiet.output) ASSERT_EQ(v, 0.0f);
-
-  // With the wet path open the output differs from the dry mix.
-  const StreamResult open = RunStream(NewEffect(EFFECT_GROWL), kRate, 2, in);
-  EXPECT_GT(MaxError(open.output, closed.output), 1e-3);
 }
 
 TEST(Growl, RightSideCopiesTheLeftAfterAWindowOfEqualBlocks) {

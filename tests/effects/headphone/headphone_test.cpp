@@ -98,14 +98,6 @@ std::vector<float> Render(AEffect* fx, int channels, const std::vector<float>& i
   return r.output;
 }
 
-std::vector<float> Noise(int frames, int channels, float level, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<float> u(-level, level);
-  std::vector<float> x(static_cast<size_t>(frames) * channels);
-  for (float& v : x) v = u(rng);
-  return x;
-}
-
 // ---- Tests -----------------------------------------------------------------
 
 // All 22 files random: the rendered 5.1 stream equals the linear
@@ -138,7 +130,8 @@ TEST_F(HeadphoneTest, MatchesDirectConvolution) {
     }
 
   const int frames = 7000;
-  const std::vector<float> in = Noise(frames, 6, 0.1f, 11);
+  std::vector<float> in = ondrel_test::TestSignal(frames, 6, 44100.0f);
+  for (float& v : in) v *= 0.15f;
   const std::vector<float> out = Render(NewHeadphone(), 6, in);
   ASSERT_GE(out.size(), static_cast<size_t>(2 * frames));
 
@@ -178,37 +171,22 @@ TEST_F(HeadphoneTest, MatchesDirectConvolution) {
   for (int n = 0; n < kLimiterDelay; ++n) EXPECT_EQ(out[static_cast<size_t>(2 * n)], 0.0f);
 }
 
-// The remix matrices, as users of each layout expect them (rows FL FR FC
-// LFE BL BR, columns in the input's channel order).
+// The remix matrices, as users of each layout expect them: rows FL FR FC
+// LFE BL BR, one letter per input channel: 0, 1, h = sqrt(1/2) (q one float
+// step below it), s = 1 / (1 + h), t = h * s, 9 = 0.9, 4 = 0.4.
 TEST_F(HeadphoneTest, RemixMatrices) {
-  const float h = 0.70710678f, s = 1.0f / 1.70710678f;
-  const std::map<int, std::vector<std::vector<float>>> want = {
-      {1, {{0}, {0}, {1}, {0}, {0}, {0}}},
-      {2, {{1, 0}, {0, 1}, {0.70710677f, 0.70710677f}, {0, 0}, {0.9f, 0.4f}, {0.4f, 0.9f}}},
-      {3, {{1, 0, 0}, {0, 1, 0}, {0, 0, 0}, {0, 0, 1}, {0, 0, 0}, {0, 0, 0}}},
-      {4, {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 0}, {0, 0, 0, h}, {0, 0, 0, h}}},
-      {5,
-       {{1, 0, 0, 0, 0},
-        {0, 1, 0, 0, 0},
-        {0, 0, 1, 0, 0},
-        {0, 0, 0, 0, 0},
-        {0, 0, 0, 1, 0},
-        {0, 0, 0, 0, 1}}},
-      {7,
-       {{s, 0, 0, 0, 0, 0, 0},
-        {0, s, 0, 0, 0, 0, 0},
-        {0, 0, s, 0, 0, 0, 0},
-        {0, 0, 0, s, 0, 0, 0},
-        {0, 0, 0, 0, h * s, s, 0},
-        {0, 0, 0, 0, h * s, 0, s}}},
-      {8,
-       {{s, 0, 0, 0, 0, 0, 0, 0},
-        {0, s, 0, 0, 0, 0, 0, 0},
-        {0, 0, s, 0, 0, 0, 0, 0},
-        {0, 0, 0, s, 0, 0, 0, 0},
-        {0, 0, 0, 0, s, 0, h * s, 0},
-        {0, 0, 0, 0, 0, s, 0, h * s}}},
+  const std::map<int, std::string> want = {
+      {1, "0 0 1 0 0 0"},
+      {2, "10 01 qq 00 94 49"},
+      {3, "100 010 000 001 000 000"},
+      {4, "1000 0100 0010 0000 000h 000h"},
+      {5, "10000 01000 00100 00000 00010 00001"},
+      {7, "s000000 0s00000 00s0000 000s000 0000ts0 0000t0s"},
+      {8, "s0000000 0s000000 00s00000 000s0000 0000s0t0 00000s0t"},
   };
+  const float h = 0.70710678f, s = 1.0f / 1.70710678f;
+  const std::map<char, float> weight = {{'0', 0.0f}, {'1', 1.0f},  {'h', h},    {'q', 0.70710677f},
+                                        {'s', s},    {'t', h * s}, {'9', 0.9f}, {'4', 0.4f}};
   for (const auto& [channels, rows] : want) {
     HeadphoneRoomEngine engine;
     ASSERT_TRUE(engine.Init(44100, channels)) << channels;
@@ -217,7 +195,7 @@ TEST_F(HeadphoneTest, RemixMatrices) {
     ASSERT_EQ(engine.remixer->inputChannels, channels);
     for (int o = 0; o < 6; ++o)
       for (int i = 0; i < channels; ++i)
-        EXPECT_NEAR(engine.remixer->At(o, i), rows[o][i], 1e-7)
+        EXPECT_NEAR(engine.remixer->At(o, i), weight.at(rows[o * (channels + 1) + i]), 1e-7)
             << channels << ": " << o << "," << i;
   }
   // 16 channels: a usable layout, the extra speakers dropped, no row above
@@ -237,9 +215,9 @@ TEST_F(HeadphoneTest, RemixMatrices) {
 }
 
 // Without room files the effect renders silence, not the dry signal; a
-// channel count without a layout fails to set up and passes blocks on.
+// channel count without a layout fails to set up.
 TEST_F(HeadphoneTest, MissingRoomsAndUnusableLayouts) {
-  const std::vector<float> in = Noise(4096, 6, 0.5f, 1);
+  const std::vector<float> in = ondrel_test::TestSignal(4096, 6, 44100.0f);
   const std::vector<float> out = Render(NewHeadphone(), 6, in);
   ASSERT_GE(out.size(), 2u * 4096u);
   for (float v : out) ASSERT_EQ(v, 0.0f);
@@ -251,13 +229,6 @@ TEST_F(HeadphoneTest, MissingRoomsAndUnusableLayouts) {
   nine.SetChannels(9, 0);
   nine.SetSampleRate(44100.0f);
   EXPECT_EQ(nine.UpdateParams(), ONDREL_E_INVALID);
-  std::vector<float> block(9 * 1024, 0.5f);
-  AudioEffect::ChannelVector bufs;
-  for (int c = 0; c < 9; ++c) bufs.push_back(block.data() + c * 1024);
-  int frames = 1024;
-  EXPECT_EQ(nine.ProcessBlock(bufs, &frames), 0);
-  EXPECT_EQ(frames, 1024);
-  for (float v : block) ASSERT_EQ(v, 0.5f);
 }
 
 // Rooms differ in their centre gain. A room other than the build room 2 is
@@ -280,22 +251,21 @@ TEST_F(HeadphoneTest, RoomChangesAndTheBuildRoom) {
     EXPECT_EQ(fx.ProcessOutput({out.data(), out.data() + 4096}, available, &got), 0);
     return static_cast<double>(out[static_cast<size_t>(got - 1)]) / (0.25 * kPathGain);
   };
-  EXPECT_NEAR(level(), 0.25, 1e-6);
-  fx.SetParam(0, 3.0f);
-  EXPECT_NEAR(level(), 0.125, 1e-6);
-  const size_t opens = g_served.opened.size();
-  fx.paramsDirty = true;
-  EXPECT_NEAR(level(), 0.125, 1e-6);
-  EXPECT_EQ(g_served.opened.size(), opens + 22);
-  EXPECT_EQ(g_served.opened.back(), "MovieTheater/BR_R.data");
-  fx.SetParam(0, 2.0f);
-  EXPECT_NEAR(level(), 0.125, 1e-6);
-  fx.SetParam(0, 1.0f);
-  EXPECT_NEAR(level(), 0.5, 1e-6);
-  fx.SetParam(0, 2.0f);
-  EXPECT_NEAR(level(), 0.5, 1e-6);
-  fx.SetSampleRate(48000.0f);  // rebuild: the build room again
-  EXPECT_NEAR(level(), 0.25, 1e-6);
+  // Settings in turn (a room, or -1 for a new update of the same one, or
+  // -2 for a new rate) and the level each gives.
+  const std::pair<float, double> steps[] = {{2, 0.25}, {3, 0.125}, {-1, 0.125}, {2, 0.125},
+                                            {1, 0.5},  {2, 0.5},   {-2, 0.25}};
+  for (const auto& [room, want] : steps) {
+    const size_t opens = g_served.opened.size();
+    if (room == -1) fx.paramsDirty = true;
+    if (room == -2) fx.SetSampleRate(48000.0f);  // rebuild: the build room again
+    if (room >= 0) fx.SetParam(0, room);
+    EXPECT_NEAR(level(), want, 1e-6) << room;
+    if (room == -1) {
+      EXPECT_EQ(g_served.opened.size(), opens + 22);
+      EXPECT_EQ(g_served.opened.back(), "MovieTheater/BR_R.data");
+    }
+  }
 }
 
 }  // namespace

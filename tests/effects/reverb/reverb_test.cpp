@@ -1,5 +1,5 @@
 // The reverb against a double-precision model written from its rules, and
-// its pass-through properties: zero gain, dry lone centre, one unit per pair.
+// its pass-through at zero gain.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -177,35 +177,13 @@ TEST(Reverb, FollowsDoubleModelOnBurst) {
   EXPECT_LT(MaxError(r.output, want), 1e-4 * peakWet);
 }
 
-TEST(Reverb, PassesDryWhereNoWetPath) {
-  const std::vector<float> stereo = TestSignal(3000, 2, 44100.0f);
-  // reverbGain 0 silences every stage, whatever the other gains.
+// reverbGain 0 silences every stage, whatever the other gains.
+TEST(Reverb, PassesDryAtZeroGain) {
   Settings silent = kRoom;
   silent.push_back({"reverbGain", 0.0f});
-  StreamResult r = RunStream(NewEffect(EFFECT_ALREVERB, silent), 44100.0f, 2, stereo);
-  EXPECT_EQ(FirstDifference(r.output, stereo), stereo.size());
-  // Mono with the default layout is a lone front centre: no unit.
-  const std::vector<float> mono = TestSignal(3000, 1, 44100.0f);
-  r = RunStream(NewEffect(EFFECT_ALREVERB, kRoom), 44100.0f, 1, mono);
-  EXPECT_EQ(FirstDifference(r.output, mono), mono.size());
-}
-
-TEST(Reverb, OneUnitPerPair) {
-  // Quad (FL FR BL BR): only the front left carries signal. Both front
-  // channels get its wet signal; the back pair has a unit of its own and
-  // stays silent.
-  std::vector<float> x(4 * 6000, 0.0f);
-  for (int n = 0; n < 300; ++n) x[4 * n] = TestSignal(300, 1, 44100.0f)[n];
-  const StreamResult r = RunStream(NewEffect(EFFECT_ALREVERB, kRoom), 44100.0f, 4, x, OddChunks(),
-                                   nullptr, true, 0x33);
-  ASSERT_EQ(r.status, 0);
-  double right = 0, back = 0;
-  for (size_t n = 0; n < r.output.size() / 4; ++n) {
-    right = std::max(right, std::fabs(double(r.output[4 * n + 1])));
-    back = std::max(back, std::fabs(double(r.output[4 * n + 2])) + std::fabs(r.output[4 * n + 3]));
-  }
-  EXPECT_GT(right, 1e-3);
-  EXPECT_EQ(back, 0.0);
+  const std::vector<float> x = TestSignal(3000, 2, 44100.0f);
+  const StreamResult r = RunStream(NewEffect(EFFECT_ALREVERB, silent), 44100.0f, 2, x);
+  EXPECT_EQ(FirstDifference(r.output, x), x.size());
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
 // Studio IR convolution through the public interface: the output against a
 // direct convolution in double of the file's samples, the path matrix of
 // mono, stereo and four-channel files, trimming and fading against their
-// rules, and the failure cases (missing,
-// scrambled, garbled and over-long names).
+// rules, and the failure cases (missing files, over-long names).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -38,18 +37,13 @@ std::vector<float> DecayingNoise(int frames, int channels, unsigned seed) {
   return h;
 }
 
-// Channel `c` of interleaved `x`, or zeros when it has fewer channels.
-std::vector<double> Channel(const std::vector<float>& x, int channels, int c, int frames) {
-  std::vector<double> out(static_cast<size_t>(frames), 0.0);
-  if (c < channels)
-    for (int n = 0; n < frames; ++n) out[n] = x[static_cast<size_t>(n) * channels + c];
-  return out;
-}
-
-void Convolve(const std::vector<double>& x, const std::vector<double>& h, std::vector<double>& y) {
-  for (size_t n = 0; n < y.size(); ++n)
-    for (size_t k = 0; k < h.size() && k <= n; ++k)
-      if (n - k < x.size()) y[n] += h[k] * x[n - k];
+// Adds to `y` the convolution of channel `xc` of stereo `x` with channel
+// `hc` of `h` (`width` channels wide), if it has that channel.
+void AddConvolution(const std::vector<float>& x, int xc, const std::vector<float>& h, int width,
+                    int hc, std::vector<double>& y) {
+  for (size_t n = 0; n < y.size() && hc < width; ++n)
+    for (size_t k = 0; k * width < h.size() && k <= n; ++k)
+      y[n] += static_cast<double>(h[k * width + hc]) * x[(n - k) * 2 + xc];
 }
 
 // Response to a unit impulse on the left channel, left output: the impulse
@@ -73,27 +67,22 @@ struct StudioIr : EffectTest {
 // left to left, 1 right to right, 2 right to left, 3 left to right; a mono
 // file on both sides, a stereo file without crosstalk.
 TEST_F(StudioIr, MatchesDirectConvolutionForEveryFileWidth) {
-  const int irFrames = 1500, frames = 6000;
+  const int frames = 6000;
   const std::vector<float> x = TestSignal(frames, 2, 44100.0f);
   for (int width : {1, 2, 4}) {
     SCOPED_TRACE(width);
-    const std::vector<float> h = DecayingNoise(irFrames, width, 7u + width);
+    const std::vector<float> h = DecayingNoise(1500, width, 7u + width);
     root.WriteWave("room.wav", 44100, width, h);
     AEffect* fx = NewIr("room.wav");
     StreamResult r = RunStream(fx, 44100.0f, 2, x);
     ASSERT_EQ(r.status, 0);
     ASSERT_GE(r.output.size(), static_cast<size_t>(frames - kLatency) * 2);
 
-    const std::vector<double> hLL = Channel(h, width, 0, irFrames);
-    const std::vector<double> hRR = Channel(h, width, width == 1 ? 0 : 1, irFrames);
-    const std::vector<double> hRL = Channel(h, width, 2, irFrames);
-    const std::vector<double> hLR = Channel(h, width, 3, irFrames);
-    const std::vector<double> xl = Channel(x, 2, 0, frames), xr = Channel(x, 2, 1, frames);
     std::vector<double> yl(frames, 0.0), yr(frames, 0.0);
-    Convolve(xl, hLL, yl);
-    Convolve(xr, hRL, yl);
-    Convolve(xr, hRR, yr);
-    Convolve(xl, hLR, yr);
+    AddConvolution(x, 0, h, width, 0, yl);
+    AddConvolution(x, 1, h, width, 2, yl);
+    AddConvolution(x, 1, h, width, width == 1 ? 0 : 1, yr);
+    AddConvolution(x, 0, h, width, 3, yr);
     double worst = 0.0, peak = 0.0;
     for (int n = 0; n + kLatency < frames; ++n) {
       worst = std::max(worst, std::fabs(r.output[2 * n] - yl[n + kLatency]));
@@ -137,28 +126,14 @@ TEST_F(StudioIr, TrimsAndFadesTheTail) {
   }
 }
 
-// Files that cannot serve give the dry signal: missing, truncated behind a
-// header that claims far more, and a lone centre or low-frequency speaker
-// is never convolved. A name longer than 256 bytes is refused with 2001.
+// Files that cannot serve give the dry signal, and a lone centre or
+// low-frequency speaker is never convolved. A name longer than 256 bytes is
+// refused with 2001.
 TEST_F(StudioIr, FailuresPassTheSignalOrReportNoMemory) {
   const std::vector<float> x = TestSignal(2000, 2, 44100.0f);
   StreamResult r = RunStream(NewIr("absent.wav"), 44100.0f, 2, x);
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(FirstDifference(r.output, x), x.size());
-
-  // A header claiming a billion frames in front of a few hundred.
-  std::vector<float> ir(2 * 300, 0.0f);
-  ir[0] = ir[1] = 1.0f;
-  root.WriteWave("cut.wav", 44100, 2, ir);
-  std::vector<uint8_t> bytes = ReadBytes(root.File("cut.wav"));
-  const size_t dataSize = bytes.size() - 4 - 2400;  // the size word of "data"
-  const uint32_t huge = 0x7FFFFFF8u;
-  std::memcpy(&bytes[dataSize], &huge, 4);
-  ASSERT_TRUE(WriteBytes(root.File("cut.wav"), bytes));
-  r = RunStream(NewIr("cut.wav"), 44100.0f, 2, x);
-  EXPECT_EQ(r.status, 0);
-  for (int n = 0; n + kLatency < 2000; ++n)
-    ASSERT_NEAR(r.output[2 * n], x[2 * (n + kLatency)], 1e-5);
 
   root.WriteWave("room.wav", 44100, 2, DecayingNoise(800, 2, 3u));
   const std::vector<float> mono = TestSignal(2000, 1, 44100.0f);
@@ -169,20 +144,18 @@ TEST_F(StudioIr, FailuresPassTheSignalOrReportNoMemory) {
   }
 
   // The refusal is the effect's own; the chain then runs it without units.
+  // A value of exactly 256 bytes without terminator is a name like another.
   STUDIO_IR::StudioIrEffect direct;
-  const std::string longName(300, 'a');
+  const std::string longName(300, 'a'), full(256, 'b');
   direct.SetParamData(0, longName.c_str(), 301);
   EXPECT_EQ(direct.UpdateParams(), ONDREL_E_NOMEM);
-  r = RunStream(NewIr(longName), 44100.0f, 2, x);
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(FirstDifference(r.output, x), x.size());
-  // A value of exactly 256 bytes without terminator is a name like another.
   AEffect* fx = NewIr("");
-  const std::string full(256, 'b');
   fx->dispatcher(fx, ONDREL_OP_SET_PARAM_DATA, 0, 256, const_cast<char*>(full.data()), 0.0f);
-  r = RunStream(fx, 44100.0f, 2, x);
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(FirstDifference(r.output, x), x.size());
+  for (AEffect* h : {NewIr(longName), fx}) {
+    r = RunStream(h, 44100.0f, 2, x);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(FirstDifference(r.output, x), x.size());
+  }
 }
 
 }  // namespace

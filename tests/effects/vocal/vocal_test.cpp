@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "effects/effect_test_util.h"
+#include "effects/tone_util.h"
 
 namespace {
 
@@ -41,19 +42,11 @@ double Closed(double f, double rate, double vocal, bool withBypass) {
 
 double Measured(double f, float rate, float vocal) {
   const int frames = static_cast<int>(rate);
-  std::vector<float> x(static_cast<size_t>(frames));
-  for (int n = 0; n < frames; ++n)
-    x[n] = static_cast<float>(0.25 * std::sin(2 * M_PI * f * n / rate));
+  const std::vector<float> x = ondrel_test::Tone(frames, 1, rate, f, 0.25);
   const auto r =
       ondrel_test::RunStream(ondrel_test::NewEffect(EFFECT_VOCAL, {{"Vocal", vocal}}), rate, 1, x);
   EXPECT_EQ(r.status, 0);
-  double ss = 0, sc = 0, cc = 0, ys = 0, yc = 0;
-  for (int n = frames / 2; n < frames; ++n) {
-    const double s = std::sin(2 * M_PI * f * n / rate), c = std::cos(2 * M_PI * f * n / rate);
-    ss += s * s, sc += s * c, cc += c * c, ys += r.output[n] * s, yc += r.output[n] * c;
-  }
-  const double det = ss * cc - sc * sc;
-  return std::hypot((ys * cc - yc * sc) / det, (yc * ss - ys * sc) / det) / 0.25;
+  return ondrel_test::ToneAmplitude(r.output, 1, 0, frames / 2, frames / 2, rate, f) / 0.25;
 }
 
 TEST_F(VocalTest, MagnitudeMatchesClosedFormWithBandsAboveNyquistBypassed) {
