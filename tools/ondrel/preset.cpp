@@ -1,5 +1,6 @@
 #include "preset.h"
 
+#include <cmath>
 #include <cstring>
 #include <stdexcept>
 
@@ -179,6 +180,22 @@ LoadedPreset PresetFromStream(const std::string& bytes, const std::string& sourc
   preset.text = text.data();
   for (int i = 0; i < count; ++i) preset.effects.Add(handles[i]);
   ONDREL2::ondrel_destroy_params(handles, count, false);
+  // A stream stores raw float bits, so it can hold NaN or infinity, which
+  // no JSON preset can express and no effect can use: such a parameter gets
+  // its default, and the user is told.
+  for (int i = 0; i < preset.effects.size(); ++i) {
+    AEffect* effect = preset.effects[i];
+    for (int p = 0; p < effect->numParams; ++p) {
+      if (ParamIsBinary(effect, p) || std::isfinite(GetParamValue(effect, p))) continue;
+      float fallback = 0.0f;
+      effect->dispatcher(effect, ONDREL2::ONDREL_OP_GET_PARAM_DEFAULT, p, 0, &fallback, 0.0f);
+      effect->dispatcher(effect, ONDREL2::ONDREL_OP_SET_PARAM_DATA, p, sizeof fallback, &fallback,
+                         0.0f);
+      Warn(source + ": effect " + std::to_string(i + 1) + " (" +
+           EffectShortName(EffectType(effect)) + "), parameter '" + ParamName(effect, p) +
+           "' is not a number; its default " + FloatText(fallback) + " is used");
+    }
+  }
   return preset;
 }
 
