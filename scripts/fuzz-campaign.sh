@@ -41,11 +41,15 @@ for t in "${targets[@]}"; do
   dict=()
   [ -f "$here/tests/fuzz/${t#fuzz_}.dict" ] && dict=(-dict="$here/tests/fuzz/${t#fuzz_}.dict")
   log="$build/$t.log"
+  # Inputs that once found a fault are seeds too; they are never rewritten.
+  regressions=()
+  [ -d "$here/tests/fuzz/regressions/$t" ] && regressions=("$here/tests/fuzz/regressions/$t")
   # Runs on a scratch corpus seeded from the checked-in one; new inputs are
   # merged back (minimised) afterwards.
   set +e
   "$build/tests/$t" "${dict[@]}" -max_total_time="$seconds" -print_final_stats=1 \
-    -artifact_prefix="$findings/" -timeout="${TIMEOUT:-30}" -rss_limit_mb=4096 "$work" "$corpus" >"$log" 2>&1
+    -artifact_prefix="$findings/" -timeout="${TIMEOUT:-30}" -rss_limit_mb=4096 "$work" "$corpus" \
+    "${regressions[@]}" >"$log" 2>&1
   rc=$?
   set -e
   # Keeps the checked-in corpus small: the greedy set cover of the old
