@@ -143,6 +143,28 @@ void LookaheadLimiter::Run(const float* const* src, float* const* dst, int32_t s
   const float fRate = static_cast<float>(sampleRate);
   const float level = autoLevel != 0 ? 1.0f / limit : 1.0f;
 
+  // The loop works on local copies of the settings and the running state:
+  // the ring and the outputs are floats too, so with the members the
+  // compiler would have to reload every one of them after each store.
+  const float levelIn = this->levelIn, levelOut = this->levelOut, limit = this->limit;
+  const float release = this->release, ascCoeff = this->ascCoeff;
+  const int32_t autoRelease = this->autoRelease, ascChanged = this->ascChanged;
+  float* const buffer = this->buffer;
+  int32_t* const nextPos = this->nextPos;
+  float* const nextDelta = this->nextDelta;
+  float att = this->att, delta = this->delta, ascSum = this->ascSum;
+  int32_t ascCount = this->ascCount, ascPos = this->ascPos, pos = this->pos;
+  int32_t nextIter = this->nextIter, nextLen = this->nextLen;
+
+  // Whole frames from ring position `from` forward to `to` (both in the
+  // ring): the integer divisions of the plain formula, without dividing
+  // where the ring or the frame make it unnecessary.
+  const auto FramesBetween = [size, chns](int32_t from, int32_t to) {
+    int32_t d = to - from + size;
+    if (d >= size) d -= size;
+    return chns == 2 ? d >> 1 : chns == 1 ? d : d / chns;
+  };
+
   for (int32_t n = 0; n < frames; ++n) {
     const int32_t at = n * stride;
 
@@ -177,7 +199,8 @@ void LookaheadLimiter::Run(const float* const* src, float* const* dst, int32_t s
         nextIter = 0;
       } else {
         for (int32_t i = nextIter; i < nextIter + nextLen; ++i) {
-          const int32_t j = i % size;
+          // nextIter < size and nextLen <= size: one subtraction wraps i.
+          const int32_t j = i >= size ? i - size : i;
           const int32_t p = nextPos[j];
           // A mono ring can wrap its pending list onto itself; an entry
           // without a position ends the search instead of reading before
@@ -187,8 +210,7 @@ void LookaheadLimiter::Run(const float* const* src, float* const* dst, int32_t s
           // group also looks at the sample of the following frame (at the
           // ring's end that is buffer[bufferSize], inside the allocation).
           const float ppeak = Larger(std::fabs(buffer[p]), std::fabs(buffer[p + 1]));
-          const float pdelta =
-              (ratio - limit / ppeak) / static_cast<float>(((pos - p + size) % size) / chns);
+          const float pdelta = (ratio - limit / ppeak) / static_cast<float>(FramesBetween(p, pos));
           if (nextDelta[j] > pdelta) {
             // Re-aim the ramp after the pending change at j towards this
             // peak; the changes behind j are dropped.
@@ -206,7 +228,8 @@ void LookaheadLimiter::Run(const float* const* src, float* const* dst, int32_t s
     }
 
     // 4. The oldest frame of the ring leaves it.
-    const int32_t out = (pos + chns) % size;
+    // pos < size and chns <= size: one subtraction wraps it.
+    const int32_t out = pos + chns >= size ? pos + chns - size : pos + chns;
     peak = 0.0f;
     for (int32_t c = 0; c < chns; ++c) peak = Larger(peak, std::fabs(buffer[out + c]));
 
@@ -239,8 +262,7 @@ void LookaheadLimiter::Run(const float* const* src, float* const* dst, int32_t s
           const int32_t q = nextPos[(nextIter + 1) % size];
           if (q >= 0) {
             const float ppeak = Larger(std::fabs(buffer[q]), std::fabs(buffer[q + 1]));
-            const float pdelta =
-                (limit / ppeak - att) / static_cast<float>(((q - out + size) % size) / chns);
+            const float pdelta = (limit / ppeak - att) / static_cast<float>(FramesBetween(out, q));
             if (rdelta > pdelta) delta = pdelta;
           }
         }
@@ -277,8 +299,16 @@ void LookaheadLimiter::Run(const float* const* src, float* const* dst, int32_t s
     }
 
     // 14.
-    pos = (pos + chns) % size;
+    pos = out;
   }
+  this->att = att;
+  this->delta = delta;
+  this->ascSum = ascSum;
+  this->ascCount = ascCount;
+  this->ascPos = ascPos;
+  this->pos = pos;
+  this->nextIter = nextIter;
+  this->nextLen = nextLen;
 }
 
 }  // namespace ONDREL2
