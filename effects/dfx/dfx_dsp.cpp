@@ -95,7 +95,60 @@ int32_t DfxHeadphone::Configure(const PARAM& param) {
   return ONDREL_OK;
 }
 
+namespace {
+
+// Frames per batch of the headphone mix. No line is read at a position
+// that a write of the same batch fills as long as every line is at least
+// this long, so a batch can read each line first and write it after.
+constexpr int32_t kHeadphoneBatch = 16;
+
+// Reads the next `m` samples of `line` into `out`, writes `out[k] * feedback
+// + in[k]` behind each, and moves the line on by `m`: per sample exactly
+// Read, Write and Advance.
+inline void RunLine(DelayLine& line, float feedback, const float* in, float* out, int32_t m) {
+  const uint32_t mask = static_cast<uint32_t>(line.mask);
+  const uint32_t ahead = static_cast<uint32_t>(line.length);
+  uint32_t at = line.readPos;
+  for (int32_t k = 0; k < m; ++k) {
+    out[k] = line.samples[(at + static_cast<uint32_t>(k)) & mask];
+    line.samples[(at + static_cast<uint32_t>(k) + ahead) & mask] = out[k] * feedback + in[k];
+  }
+  line.readPos = (at + static_cast<uint32_t>(m)) & mask;
+}
+
+}  // namespace
+
 void DfxHeadphone::Process(float* left, float* right, int32_t frames) {
+  int32_t shortest = kHeadphoneBatch;
+  for (int i = 0; i < kLines; ++i)
+    shortest = std::min({shortest, lineA_[i].length, lineB_[i].length});
+  if (shortest >= kHeadphoneBatch) {
+    // Batches of frames: the lines one after the other, then the weighted
+    // sums of every frame of the batch in the same order as frame by frame.
+    for (int32_t n0 = 0; n0 < frames; n0 += kHeadphoneBatch) {
+      const int32_t m = std::min(kHeadphoneBatch, frames - n0);
+      // The inputs are copied first: a lone channel comes as the same
+      // buffer for both sides.
+      float inL[kHeadphoneBatch], inR[kHeadphoneBatch];
+      std::copy(left + n0, left + n0 + m, inL);
+      std::copy(right + n0, right + n0 + m, inR);
+      float sumL[kHeadphoneBatch] = {}, sumR[kHeadphoneBatch] = {};
+      float c[kHeadphoneBatch], d[kHeadphoneBatch];
+      for (int i = 0; i < kLines; ++i) {
+        RunLine(lineA_[i], feedbackA_[i], inL, c, m);
+        RunLine(lineB_[i], feedbackB_[i], inR, d, m);
+        for (int32_t k = 0; k < m; ++k) {
+          sumL[k] = sumL[k] + kAtoLeft[i] * c[k] + kBtoLeft[i] * d[k];
+          sumR[k] = sumR[k] + kAtoRight[i] * c[k] + kBtoRight[i] * d[k];
+        }
+      }
+      for (int32_t k = 0; k < m; ++k) {
+        left[n0 + k] = inL[k] * 0.5f + sumL[k] * 0.5f;
+        right[n0 + k] = inR[k] * 0.5f + sumR[k] * 0.5f;
+      }
+    }
+    return;
+  }
   for (int32_t n = 0; n < frames; ++n) {
     const float l = left[n];
     const float r = right[n];
