@@ -122,11 +122,40 @@ int32_t DelayEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
                 const int64_t L = RingLength(unit.timeMs[i], unit.sampleRate);
                 const float fb = static_cast<float>(unit.feedbackPercent[i] / 100.0);
                 int64_t pos = unit.position[i];
-                for (int32_t n = 0; n < count; ++n) {
-                  const float d = ring[pos];
-                  ring[pos] = d * fb + x[n];
-                  x[n] = d;
-                  if (++pos >= L) pos = 0;  // a zero-length ring stays at slot 0
+                if (L <= 1) {
+                  // A zero-length ring stays at slot 0.
+                  for (int32_t n = 0; n < count; ++n) {
+                    const float d = ring[0];
+                    ring[0] = d * fb + x[n];
+                    x[n] = d;
+                  }
+                  pos = 0;
+                } else {
+                  // Runs up to the ring's end: each slot is read and written
+                  // once per run, so the loop works in vector lanes.
+                  for (int32_t n = 0; n < count;) {
+                    if (pos >= L) {
+                      // Left past a ring that has since become shorter: one
+                      // sample there, then back to the start.
+                      const float d = ring[pos];
+                      ring[pos] = d * fb + x[n];
+                      x[n] = d;
+                      pos = 0;
+                      ++n;
+                      continue;
+                    }
+                    const int32_t run = static_cast<int32_t>(std::min<int64_t>(count - n, L - pos));
+                    float* slot = ring + pos;
+                    float* y = x + n;
+                    for (int32_t k = 0; k < run; ++k) {
+                      const float d = slot[k];
+                      slot[k] = d * fb + y[k];
+                      y[k] = d;
+                    }
+                    n += run;
+                    pos += run;
+                    if (pos >= L) pos = 0;
+                  }
                 }
                 unit.position[i] = static_cast<int32_t>(pos);
               }
