@@ -24,11 +24,18 @@ double Decay(float t, float d) {
   return std::pow(kDecayGain, static_cast<double>(e));
 }
 
+// The longest line a setting may ask for. No value inside the parameter
+// ranges needs more than a second; a value far outside them (a damaged or
+// hostile stream) would otherwise reserve up to 2 GB for one line.
+constexpr float kLongestLineSeconds = 8.0f;
+
 // Sets `line` to the truncated product rate * seconds. A product that is not
-// a usable length (negative, NaN, beyond a ring) fails like an allocation.
+// a usable length (negative, NaN, beyond a ring or the longest line) fails
+// like an allocation.
 int32_t SizeLine(DelayLine& line, int32_t rate, float seconds) {
   const float samples = static_cast<float>(rate) * seconds;
-  if (!(samples >= 0.0f && samples < 536870912.0f)) return ONDREL_E_NOMEM;
+  if (!(samples >= 0.0f && samples < 536870912.0f && seconds <= kLongestLineSeconds))
+    return ONDREL_E_NOMEM;
   return line.Resize(static_cast<int32_t>(samples));
 }
 
