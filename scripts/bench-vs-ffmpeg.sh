@@ -10,6 +10,7 @@
 # (`-af lv2=p=urn:ondrel:NAME`), which compares the two filters in one host:
 # "lv2 net" is that run and "ff flt" ffmpeg's own filter, both on planar
 # float and net of ffmpeg's anull on planar float.
+# ffmpeg runs with -threads 1 and -filter_threads 1: one thread, like ours.
 # Usage: scripts/bench-vs-ffmpeg.sh [BUILD_DIR] [ROUNDS] [SECONDS]
 set -euo pipefail
 
@@ -84,7 +85,7 @@ PY
 now() { date +%s.%N; }
 ours() { "$tool" process -q -f s16 "$work/in.wav" "$work/ours.wav" -e "$1" >/dev/null; }
 theirs() {
-  ffmpeg -nostdin -hide_banner -v error -threads 1 -i "$work/in.wav" -af "$1" \
+  ffmpeg -nostdin -hide_banner -v error -threads 1 -filter_threads 1 -i "$work/in.wav" -af "$1" \
     -threads 1 -c:a pcm_s16le -y "$work/ff.wav"
 }
 
