@@ -58,7 +58,22 @@ jobs=(
   "exciter|exciter|aexciter"
   "delay|delay|adelay=120|260"
   "two2six|two2six Enabled=1|surround"
+  "amplifier|amplifier Gain=-3|volume=-3dB"
+  "lowshelf|lowshelf Frequency=120 Q=0.707 Gain=4|lowshelf=f=120:g=4"
+  "bandpass|bandpass LowEdge=300 HighEdge=3000|bandpass=f=949:t=o:w=3.3"
+  "dfxphone|dfx-headphone Headphone=1|crossfeed"
+  "ambience|ambience Ambience=60|aecho=0.8:0.88:60:0.4"
+  "dfxbass|dfx-hyperbass Hyperbass=60|bass=g=6"
+  "fidelity|fidelity Fidelity=60|aexciter"
+  "hyperbass|hyperbass|asubboost"
+  "vbass|vbass|virtualbass"
+  "mbc|mbc|mcompand"
+  "pitch|pitch Key=2|rubberband=pitch=1.122462"
 )
+# The room simulation against ffmpeg's SOFA renderer, when Debian's KEMAR
+# set is there.
+sofa=/usr/share/libmysofa/default.sofa
+[ -f "$sofa" ] && jobs+=("headphone|headphone RoomType=1|sofalizer=sofa=$sofa:type=freq")
 
 bundle=$(cd "$build/lib/lv2" 2>/dev/null && pwd || true)  # lilv wants an absolute path
 have_lv2=0
