@@ -14,22 +14,22 @@ namespace {
 
 std::string JsonTypeName(const json& j) { return j.type_name(); }
 
+// Text that a JSON file can hold as a string: UTF-8 as the JSON writer
+// checks it (no overlong forms, no surrogates), and no NUL.
 bool IsUtf8Text(const std::string& s) {
-  size_t i = 0;
-  while (i < s.size()) {
-    unsigned char c = static_cast<unsigned char>(s[i]);
-    if (c == 0) return false;
-    int len = c < 0x80             ? 1
-              : (c & 0xE0) == 0xC0 ? 2
-              : (c & 0xF0) == 0xE0 ? 3
-              : (c & 0xF8) == 0xF0 ? 4
-                                   : 0;
-    if (len == 0 || i + static_cast<size_t>(len) > s.size()) return false;
-    for (int k = 1; k < len; ++k)
-      if ((static_cast<unsigned char>(s[i + static_cast<size_t>(k)]) & 0xC0) != 0x80) return false;
-    i += static_cast<size_t>(len);
+  if (s.find('\0') != std::string::npos) return false;
+  try {
+    (void)json(s).dump();
+  } catch (const json::type_error&) {
+    return false;
   }
   return true;
+}
+
+// `s` with every byte that is not part of valid UTF-8 replaced by U+FFFD.
+std::string ReplacingInvalidUtf8(const std::string& s) {
+  return json::parse(json(s).dump(-1, ' ', false, json::error_handler_t::replace))
+      .get<std::string>();
 }
 
 std::string ToHex(const std::string& bytes) {
@@ -213,7 +213,13 @@ LoadedPreset LoadPresetFile(const std::string& path) {
 
 json PresetToJson(const std::string& text, AEffect* const* effects, int count) {
   json root = json::object();
-  root["text"] = text;
+  if (IsUtf8Text(text)) {
+    root["text"] = text;
+  } else {
+    // Labels written by older hosts may be in a local code page.
+    Warn("the preset's text is not UTF-8; its other bytes are written as U+FFFD");
+    root["text"] = ReplacingInvalidUtf8(text);
+  }
   json list = json::array();
   for (int i = 0; i < count; ++i) {
     AEffect* effect = effects[i];
