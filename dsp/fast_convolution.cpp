@@ -4,10 +4,23 @@
 #include <cstring>
 #include <new>
 
+#include "dsp/fft_avx2.h"
+#include "dsp/simd.h"
 #include "framework/alloc.h"
 #include "ondrel.h"
 
 namespace ONDREL2 {
+namespace {
+
+void MultiplyAccumulatePlain(const float* hr, const float* hi, const float* xr, const float* xi,
+                             float* accR, float* accI, int count) {
+  for (int k = 0; k < count; ++k) {
+    accR[k] += hr[k] * xr[k] - hi[k] * xi[k];
+    accI[k] += hi[k] * xr[k] + hr[k] * xi[k];
+  }
+}
+
+}  // namespace
 
 // ---------------------------------------------------------------------------
 // OndrelFastConvolution
@@ -36,16 +49,22 @@ int OndrelFastConvolution::Init(int newBlockSize, int newPadSize) {
   fftSize = blockSize + padSize;
   fft.reset();
   if (!TryAllocating([&] {
-        fft = std::make_unique<OndrelKissFFT>();
+        fft = std::make_unique<RealFftPlan>();
         overlap.assign(static_cast<size_t>(blockSize), 0.0f);
         work.assign(static_cast<size_t>(fftSize), 0.0f);
+        spectrum.assign(static_cast<size_t>(fftSize), 0.0f);
       })) {
     fft.reset();
     return ONDREL_E_NOMEM;
   }
-  const int status = fft->Init(fftSize);
-  if (status != ONDREL_OK) fft.reset();
-  return status;
+  vectorKernels = fftavx2::Available();
+  // An odd transform size has no real FFT; it is refused like a failed
+  // allocation.
+  if (!fft->Init(fftSize, vectorKernels)) {
+    fft.reset();
+    return ONDREL_E_NOMEM;
+  }
+  return ONDREL_OK;
 }
 
 int OndrelFastConvolution::SetImpulseResponse(const float* samples, int length) {
@@ -54,7 +73,7 @@ int OndrelFastConvolution::SetImpulseResponse(const float* samples, int length) 
   irLength = length;
   // P partitions of blockSize samples, the last one possibly short.
   const int count = static_cast<int>((static_cast<long long>(length) - 1 + blockSize) / blockSize);
-  const size_t spectrum = static_cast<size_t>(fftSize);
+  const size_t spectrumSize = static_cast<size_t>(fftSize);
 
   if (count != partitionCount) {
     partitionCount = 0;
@@ -62,8 +81,8 @@ int OndrelFastConvolution::SetImpulseResponse(const float* samples, int length) 
     std::vector<float>().swap(partitions);
     std::vector<float>().swap(accumulators);
     if (!TryAllocating([&] {
-          partitions.assign(spectrum * static_cast<size_t>(count), 0.0f);
-          accumulators.assign(spectrum * static_cast<size_t>(count), 0.0f);
+          partitions.assign(spectrumSize * static_cast<size_t>(count), 0.0f);
+          accumulators.assign(spectrumSize * static_cast<size_t>(count), 0.0f);
         })) {
       std::vector<float>().swap(partitions);
       std::vector<float>().swap(accumulators);
@@ -74,14 +93,15 @@ int OndrelFastConvolution::SetImpulseResponse(const float* samples, int length) 
   // With the same count the running accumulators and overlap are kept, so
   // that the new response takes over mid-stream without a gap.
 
+  float* const in = work.data();
+  const size_t half = spectrumSize / 2;
   for (int i = 0; i < count; ++i) {
-    float* partition = partitions.data() + spectrum * static_cast<size_t>(i);
+    float* partition = partitions.data() + spectrumSize * static_cast<size_t>(i);
     const int offset = blockSize * i;
     const int taken = std::min(blockSize, length - offset);
-    std::memcpy(partition, samples + offset, sizeof(float) * static_cast<size_t>(taken));
-    std::fill(partition + taken, partition + fftSize, 0.0f);
-    const int status = fft->ForwardPacked(partition);
-    if (status != ONDREL_OK) return status;
+    std::memcpy(in, samples + offset, sizeof(float) * static_cast<size_t>(taken));
+    std::fill(in + taken, in + fftSize, 0.0f);
+    fft->ForwardSplit(in, partition, partition + half);
   }
   return ONDREL_OK;
 }
@@ -92,45 +112,47 @@ int OndrelFastConvolution::Process(float* buffer, int* frames) {
     return ONDREL_E_INVALID;
   }
 
-  const size_t spectrum = static_cast<size_t>(fftSize);
+  const size_t spectrumSize = static_cast<size_t>(fftSize);
+  const int half = fftSize / 2;
   float* const in = work.data();
+  float* const xr = spectrum.data();
+  float* const xi = xr + half;
 
   std::memcpy(in, buffer, sizeof(float) * static_cast<size_t>(blockSize));
   std::fill(in + blockSize, in + fftSize, 0.0f);
-  fft->ForwardPacked(in);
+  fft->ForwardSplit(in, xr, xi);
 
   // Partition i is added into the accumulator that is due i blocks from
-  // now. In the packed layout elements 0 and 1 are the real bins 0 and N/2;
-  // every further pair is one complex bin.
+  // now. Element 0 of the real and of the imaginary half are the real bins
+  // 0 and N/2, which multiply as plain numbers; the kernel treats them as
+  // one complex bin, and they are then set from the values kept before.
+  const auto multiplyAccumulate =
+      vectorKernels ? fftavx2::MultiplyAccumulate : MultiplyAccumulatePlain;
   for (int i = 0; i < partitionCount; ++i) {
     int r = current + i;
     if (r >= partitionCount) r -= partitionCount;
-    const float* h = partitions.data() + spectrum * static_cast<size_t>(i);
-    float* acc = accumulators.data() + spectrum * static_cast<size_t>(r);
-    acc[0] += h[0] * in[0];
-    acc[1] += h[1] * in[1];
-    for (int k = 2; k < fftSize; k += 2) {
-      const float a = h[k];
-      const float b = h[k + 1];
-      const float c = in[k];
-      const float d = in[k + 1];
-      acc[k] += a * c - b * d;
-      acc[k + 1] += b * c + a * d;
-    }
+    const float* hr = partitions.data() + spectrumSize * static_cast<size_t>(i);
+    const float* hi = hr + half;
+    float* accR = accumulators.data() + spectrumSize * static_cast<size_t>(r);
+    float* accI = accR + half;
+    const float dc = accR[0];
+    const float nyquist = accI[0];
+    multiplyAccumulate(hr, hi, xr, xi, accR, accI, half);
+    accR[0] = dc + hr[0] * xr[0];
+    accI[0] = nyquist + hi[0] * xi[0];
   }
 
-  float* const due = accumulators.data() + spectrum * static_cast<size_t>(current);
-  fft->InversePacked(due);
+  float* const due = accumulators.data() + spectrumSize * static_cast<size_t>(current);
+  fft->InverseSplit(due, due + half, in);
 
   // The only scaling of the chain: it removes the factor N of the
   // unscaled forward/inverse pair.
   const float scale = static_cast<float>(fftSize);
-  for (int n = 0; n < blockSize; ++n)
-    buffer[n] = (due[n] + overlap[static_cast<size_t>(n)]) / scale;
+  for (int n = 0; n < blockSize; ++n) buffer[n] = (in[n] + overlap[static_cast<size_t>(n)]) / scale;
 
   // What lies behind the block becomes the overlap of the next one.
   const int tail = std::min(blockSize, padSize);
-  std::memcpy(overlap.data(), due + blockSize, sizeof(float) * static_cast<size_t>(tail));
+  std::memcpy(overlap.data(), in + blockSize, sizeof(float) * static_cast<size_t>(tail));
   std::fill(overlap.begin() + tail, overlap.end(), 0.0f);
 
   std::fill(due, due + fftSize, 0.0f);

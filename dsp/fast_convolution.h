@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "dsp/fft.h"
+#include "dsp/fft_kernel.h"
 
 namespace ONDREL2 {
 
@@ -23,7 +23,8 @@ class IOndrelConvolution {
 //
 // The response is cut into P partitions of `blockSize` samples; each
 // partition is zero-padded by `padSize` to the transform size
-// fftSize = blockSize + padSize and kept as a packed spectrum. Each Process
+// fftSize = blockSize + padSize and kept as a spectrum with split real and
+// imaginary parts (re[0] holds bin 0, im[0] bin fftSize/2). Each Process
 // call transforms one block, multiplies it with every partition into a ring
 // of P accumulating spectra (partition i lands i blocks later), and returns
 // the inverse of the accumulator that is due plus the tail of the previous
@@ -69,13 +70,15 @@ class OndrelFastConvolution : public IOndrelConvolution {
   int blockSize = 0;
   int padSize = 0;
   int irLength = 0;
-  std::unique_ptr<IOndrelFFT> fft;
+  std::unique_ptr<RealFftPlan> fft;
+  bool vectorKernels = false;
   int partitionCount = 0;
   std::vector<float> partitions;    // partitionCount spectra of fftSize floats
   std::vector<float> accumulators;  // ring of partitionCount spectra
   int current = 0;
-  std::vector<float> overlap;  // blockSize floats
-  std::vector<float> work;     // fftSize floats
+  std::vector<float> overlap;   // blockSize floats
+  std::vector<float> work;      // fftSize floats of time signal
+  std::vector<float> spectrum;  // the block's spectrum, fftSize floats
   bool firstBlock = true;
 };
 

@@ -1,0 +1,12 @@
+#pragma once
+
+namespace ONDREL2 {
+
+// True when the vector kernels may run: the processor has AVX2 and the
+// environment variable ONDREL_SIMD is not "0". Decided once per process, on
+// the first call. The vector and the plain kernels give identical results;
+// ONDREL_SIMD=0 exists so that the plain ones can be exercised on any
+// machine.
+bool OndrelSimdEnabled();
+
+}  // namespace ONDREL2
