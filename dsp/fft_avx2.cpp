@@ -17,6 +17,9 @@ void Radix4(float*, int, int, int, const float*, bool) {}
 void Radix2(float*, int, int, int, const float*) {}
 void MultiplyAccumulate(const float*, const float*, const float*, const float*, float*, float*,
                         int) {}
+void LeafRadix2(const float*, float*, const int*, int, float, float) {}
+void SplitForward(const float*, const float*, const float*, int, float*, float*) {}
+void JoinInverse(const float*, const float*, const float*, const float*, int, float*) {}
 
 #else
 
@@ -62,7 +65,108 @@ inline void Store4(float* a, float* b, __m128 re, __m128 im) {
   _mm_storeu_ps(b, _mm_unpackhi_ps(re, im));
 }
 
+inline __m256 Permute(__m256 v, __m256i order) { return _mm256_permutevar8x32_ps(v, order); }
+
 }  // namespace
+
+void LeafRadix2(const float* in, float* out, const int* index, int groups, float wr, float wi) {
+  const __m256 vr = _mm256_set1_ps(wr);
+  const __m256 vi = _mm256_set1_ps(wi);
+  const size_t second = 2 * static_cast<size_t>(groups);
+  for (int c = 0; c < groups; c += 8) {
+    __m256 r0, i0, r1, i1;
+    Load8(in + 2 * static_cast<size_t>(c), r0, i0);
+    Load8(in + second + 2 * static_cast<size_t>(c), r1, i1);
+    fftmath::Radix2(r0, i0, r1, i1, vr, vi);
+    // Each lane's group is two complex values, one 128-bit store.
+    const __m256d lo0 = _mm256_castps_pd(_mm256_unpacklo_ps(r0, i0));
+    const __m256d hi0 = _mm256_castps_pd(_mm256_unpackhi_ps(r0, i0));
+    const __m256d lo1 = _mm256_castps_pd(_mm256_unpacklo_ps(r1, i1));
+    const __m256d hi1 = _mm256_castps_pd(_mm256_unpackhi_ps(r1, i1));
+    const __m256 lanes04 = _mm256_castpd_ps(_mm256_unpacklo_pd(lo0, lo1));
+    const __m256 lanes15 = _mm256_castpd_ps(_mm256_unpackhi_pd(lo0, lo1));
+    const __m256 lanes26 = _mm256_castpd_ps(_mm256_unpacklo_pd(hi0, hi1));
+    const __m256 lanes37 = _mm256_castpd_ps(_mm256_unpackhi_pd(hi0, hi1));
+    _mm_storeu_ps(out + index[0], _mm256_castps256_ps128(lanes04));
+    _mm_storeu_ps(out + index[4], _mm256_extractf128_ps(lanes04, 1));
+    _mm_storeu_ps(out + index[1], _mm256_castps256_ps128(lanes15));
+    _mm_storeu_ps(out + index[5], _mm256_extractf128_ps(lanes15, 1));
+    _mm_storeu_ps(out + index[2], _mm256_castps256_ps128(lanes26));
+    _mm_storeu_ps(out + index[6], _mm256_extractf128_ps(lanes26, 1));
+    _mm_storeu_ps(out + index[3], _mm256_castps256_ps128(lanes37));
+    _mm_storeu_ps(out + index[7], _mm256_extractf128_ps(lanes37, 1));
+    index += 8;
+  }
+}
+
+// In both directions eight bins k .. k+7 pair with N/2-k-7 .. N/2-k; blocks
+// run while the two ranges stay apart, and the plain code finishes the
+// middle in its own order (bin N/4 is written twice there, the second value
+// standing).
+void SplitForward(const float* t, const float* sr, const float* si, int half, float* re,
+                  float* im) {
+  const __m256i natural = _mm256_setr_epi32(0, 1, 4, 5, 2, 3, 6, 7);
+  const __m256i mirrored = _mm256_setr_epi32(7, 6, 3, 2, 5, 4, 1, 0);
+  const __m256i reversed = _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0);
+  const __m256 halfV = _mm256_set1_ps(0.5f);
+  re[0] = t[0] + t[1];
+  im[0] = t[0] - t[1];
+  int k = 1;
+  for (; 2 * k + 14 < half; k += 8) {
+    const int n = half - k - 7;
+    __m256 pr, pi, nr, ni;
+    Load8(t + 2 * k, pr, pi);
+    Load8(t + 2 * n, nr, ni);
+    pr = Permute(pr, natural);
+    pi = Permute(pi, natural);
+    nr = Permute(nr, mirrored);
+    ni = Permute(ni, mirrored);
+    __m256 kr, ki, mr, mi;
+    fftmath::SplitForward(pr, pi, nr, ni, _mm256_loadu_ps(sr + k - 1), _mm256_loadu_ps(si + k - 1),
+                          halfV, kr, ki, mr, mi);
+    _mm256_storeu_ps(re + k, kr);
+    _mm256_storeu_ps(im + k, ki);
+    _mm256_storeu_ps(re + n, Permute(mr, reversed));
+    _mm256_storeu_ps(im + n, Permute(mi, reversed));
+  }
+  for (; k <= half / 2; ++k) {
+    const int n = half - k;
+    float kr, ki, mr, mi;
+    fftmath::SplitForward(t[2 * k], t[2 * k + 1], t[2 * n], t[2 * n + 1], sr[k - 1], si[k - 1],
+                          0.5f, kr, ki, mr, mi);
+    re[k] = kr;
+    im[k] = ki;
+    re[n] = mr;
+    im[n] = mi;
+  }
+}
+
+void JoinInverse(const float* re, const float* im, const float* sr, const float* si, int half,
+                 float* t) {
+  const __m256i natural = _mm256_setr_epi32(0, 1, 4, 5, 2, 3, 6, 7);
+  const __m256i mirrored = _mm256_setr_epi32(7, 6, 3, 2, 5, 4, 1, 0);
+  const __m256i reversed = _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0);
+  const float first = re[0];
+  const float last = im[0];
+  t[0] = first + last;
+  t[1] = first - last;
+  int k = 1;
+  for (; 2 * k + 14 < half; k += 8) {
+    const int n = half - k - 7;
+    const __m256 nr = Permute(_mm256_loadu_ps(re + n), reversed);
+    const __m256 ni = Permute(_mm256_loadu_ps(im + n), reversed);
+    __m256 kr, ki, mr, mi;
+    fftmath::JoinInverse(_mm256_loadu_ps(re + k), _mm256_loadu_ps(im + k), nr, ni,
+                         _mm256_loadu_ps(sr + k - 1), _mm256_loadu_ps(si + k - 1), kr, ki, mr, mi);
+    Store8(t + 2 * k, Permute(kr, natural), Permute(ki, natural));
+    Store8(t + 2 * n, Permute(mr, mirrored), Permute(mi, mirrored));
+  }
+  for (; k <= half / 2; ++k) {
+    const int n = half - k;
+    fftmath::JoinInverse(re[k], im[k], re[n], im[n], sr[k - 1], si[k - 1], t[2 * k], t[2 * k + 1],
+                         t[2 * n], t[2 * n + 1]);
+  }
+}
 
 void Radix4(float* data, int groups, int m, int lanes, const float* table, bool inverse) {
   const size_t leg = 2 * static_cast<size_t>(m);

@@ -15,6 +15,22 @@ bool Available();
 void Radix4(float* data, int groups, int m, int lanes, const float* table, bool inverse);
 void Radix2(float* data, int groups, int m, int lanes, const float* table);
 
+// The innermost stage when it is radix 2 with m = 1, fused with the
+// reordering of its input. Group g takes input values j and j + groups,
+// where j runs through 0 .. groups-1 in reversed-digit order of g, and
+// writes out[4g .. 4g+3]. Inputs are read in blocks of eight consecutive j;
+// `index` gives, per block, the float offset 4g of each lane's group (lane
+// order 0, 1, 4, 5, 2, 3, 6, 7 of j). `groups` is a multiple of 8; (wr, wi)
+// is the stage's only twiddle.
+void LeafRadix2(const float* in, float* out, const int* index, int groups, float wr, float wi);
+
+// The real-spectrum split of a forward transform from the half-size result
+// `t` into the split layout, and its inverse join from the split layout
+// into `t`; `sr`, `si` are the half-turn twiddles' parts.
+void SplitForward(const float* t, const float* sr, const float* si, int half, float* re, float* im);
+void JoinInverse(const float* re, const float* im, const float* sr, const float* si, int half,
+                 float* t);
+
 // acc += h * x over `count` complex values held as split real and
 // imaginary arrays: accR += hR*xR - hI*xI, accI += hI*xR + hR*xI.
 void MultiplyAccumulate(const float* hr, const float* hi, const float* xr, const float* xi,

@@ -143,6 +143,26 @@ bool RealFftPlan::Init(int n, bool vector) {
     }
     leafOrder.assign(static_cast<size_t>(nc), 0);
     BuildLeaves(factors, 0, 0, 0, 1, leafOrder);
+    const size_t last = factors.size() - 2;
+    fusedLeaf = vectorKernels && factors[last] == 2 && factors[last + 1] == 1 && nc % 16 == 0;
+    leafIndex.clear();
+    if (fusedLeaf) {
+      // The group that reads input j (and j + nc/2), for every j.
+      std::vector<int> groupOf(static_cast<size_t>(nc / 2), -1);
+      for (int g = 0; g < nc / 2; ++g) {
+        const int j = leafOrder[static_cast<size_t>(2 * g)];
+        if (j >= nc / 2 || leafOrder[static_cast<size_t>(2 * g + 1)] != j + nc / 2) {
+          fusedLeaf = false;
+          break;
+        }
+        groupOf[static_cast<size_t>(j)] = g;
+      }
+      for (int block = 0; fusedLeaf && block < nc / 2; block += 8) {
+        for (int lane = 0; lane < 8; ++lane) {
+          leafIndex.push_back(4 * groupOf[static_cast<size_t>(block + kWideOrder[lane])]);
+        }
+      }
+    }
     work.assign(static_cast<size_t>(nc) * 2, 0.0f);
 
     for (Direction* d : {&forward, &inverse}) {
@@ -159,6 +179,12 @@ bool RealFftPlan::Init(int n, bool vector) {
         double phase = -3.14159265358979323846264338327 * (static_cast<double>(i + 1) / nc + .5);
         if (d->inverse) phase *= -1;
         Twiddle(&d->super[static_cast<size_t>(i)], phase);
+      }
+      d->superRe.resize(d->super.size());
+      d->superIm.resize(d->super.size());
+      for (size_t i = 0; i < d->super.size(); ++i) {
+        d->superRe[i] = d->super[i].r;
+        d->superIm[i] = d->super[i].i;
       }
       d->stages.clear();
       d->tables.clear();
@@ -226,12 +252,18 @@ void RealFftPlan::RunStage(const Direction& d, const Stage& s, float* data) {
 }
 
 void RealFftPlan::Complex(const Direction& d, const float* in, float* out) {
-  for (int i = 0; i < half; ++i) {
-    const size_t from = 2 * static_cast<size_t>(leafOrder[static_cast<size_t>(i)]);
-    out[2 * i] = in[from];
-    out[2 * i + 1] = in[from + 1];
+  size_t stages = d.stages.size();
+  if (fusedLeaf) {
+    fftavx2::LeafRadix2(in, out, leafIndex.data(), half / 2, d.twiddles[0].r, d.twiddles[0].i);
+    --stages;
+  } else {
+    for (int i = 0; i < half; ++i) {
+      const size_t from = 2 * static_cast<size_t>(leafOrder[static_cast<size_t>(i)]);
+      out[2 * i] = in[from];
+      out[2 * i + 1] = in[from + 1];
+    }
   }
-  for (size_t s = d.stages.size(); s-- > 0;) RunStage(d, d.stages[s], out);
+  for (size_t s = stages; s-- > 0;) RunStage(d, d.stages[s], out);
 }
 
 void RealFftPlan::Forward(const float* time, float* bins) {
@@ -283,6 +315,11 @@ void RealFftPlan::ForwardSplit(const float* time, float* re, float* im) {
     return;
   }
   Complex(forward, time, work.data());
+  if (useVector) {
+    fftavx2::SplitForward(work.data(), forward.superRe.data(), forward.superIm.data(), half, re,
+                          im);
+    return;
+  }
   SplitForwardPlain(work.data(), forward.super.data(), half,
                     [re, im, last](int k, float r, float i) {
                       if (k == 0) {
@@ -339,6 +376,11 @@ void RealFftPlan::InverseSplit(const float* re, const float* im, float* time) {
     work[2 * static_cast<size_t>(last)] = im[0];
     work[2 * static_cast<size_t>(last) + 1] = 0.0f;
     kiss_fftri(kissInverse, reinterpret_cast<const kiss_fft_cpx*>(work.data()), time);
+    return;
+  }
+  if (useVector) {
+    fftavx2::JoinInverse(re, im, inverse.superRe.data(), inverse.superIm.data(), half, work.data());
+    Complex(inverse, work.data(), time);
     return;
   }
   JoinInversePlain(inverse.super.data(), half, work.data(), [re, im, last](int k) {

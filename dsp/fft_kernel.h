@@ -67,8 +67,10 @@ class RealFftPlan {
   };
   struct Direction {
     bool inverse = false;
-    std::vector<Cpx> twiddles;  // N/2
-    std::vector<Cpx> super;     // N/4, the real-spectrum split
+    std::vector<Cpx> twiddles;   // N/2
+    std::vector<Cpx> super;      // N/4, the real-spectrum split
+    std::vector<float> superRe;  // the same as separate parts
+    std::vector<float> superIm;
     // Per vector stage, per leg q = 1 .. radix-1 and per step of `lanes`
     // butterflies: the real parts of their twiddles, then the imaginary
     // parts, in the lane order of the kernel.
@@ -86,6 +88,10 @@ class RealFftPlan {
   bool useVector = false;
   std::vector<int> factors;    // radix, m pairs, outermost first
   std::vector<int> leafOrder;  // input index of each leaf position
+  // With a radix-2 innermost stage, the vector kernel gathers its input
+  // itself from these float offsets (see fftavx2::LeafRadix2).
+  bool fusedLeaf = false;
+  std::vector<int> leafIndex;
   Direction forward;
   Direction inverse;
   std::vector<float> work;  // N/2 interleaved complex values, or N/2 + 1 bins
