@@ -28,7 +28,28 @@ void MultiplyAccumulatePlain(const float* hr, const float* hi, const float* xr, 
 void OndrelFastConvolution::Reset() {
   firstBlock = true;
   std::fill(overlap.begin(), overlap.end(), 0.0f);
-  std::fill(accumulators.begin(), accumulators.end(), 0.0f);
+  std::fill(carried.begin(), carried.end(), 0.0f);
+  valid = 0;
+  carriedBlocks = 0;
+}
+
+// sum += h * x for one spectrum. Element 0 of the real and of the imaginary
+// half are the real bins 0 and N/2, which multiply as plain numbers; the
+// kernel treats them as one complex bin, and they are then set from the
+// values kept before.
+void OndrelFastConvolution::Accumulate(const float* h, const float* x, float* sum) const {
+  const int half = fftSize / 2;
+  float* sumR = sum;
+  float* sumI = sum + half;
+  const float dc = sumR[0];
+  const float nyquist = sumI[0];
+  if (vectorKernels) {
+    fftavx2::MultiplyAccumulate(h, h + half, x, x + half, sumR, sumI, half);
+  } else {
+    MultiplyAccumulatePlain(h, h + half, x, x + half, sumR, sumI, half);
+  }
+  sumR[0] = dc + h[0] * x[0];
+  sumI[0] = nyquist + h[half] * x[half];
 }
 
 int OndrelFastConvolution::Init(int newBlockSize, int newPadSize) {
@@ -39,9 +60,10 @@ int OndrelFastConvolution::Init(int newBlockSize, int newPadSize) {
   // carried over to new ones.
   if (newBlockSize != blockSize || newPadSize != padSize) {
     partitionCount = 0;
-    current = 0;
+    head = current = valid = carriedBlocks = 0;
     std::vector<float>().swap(partitions);
-    std::vector<float>().swap(accumulators);
+    std::vector<float>().swap(history);
+    std::vector<float>().swap(carried);
   }
 
   blockSize = newBlockSize;
@@ -52,7 +74,7 @@ int OndrelFastConvolution::Init(int newBlockSize, int newPadSize) {
         fft = std::make_unique<RealFftPlan>();
         overlap.assign(static_cast<size_t>(blockSize), 0.0f);
         work.assign(static_cast<size_t>(fftSize), 0.0f);
-        spectrum.assign(static_cast<size_t>(fftSize), 0.0f);
+        due.assign(static_cast<size_t>(fftSize), 0.0f);
       })) {
     fft.reset();
     return ONDREL_E_NOMEM;
@@ -77,21 +99,41 @@ int OndrelFastConvolution::SetImpulseResponse(const float* samples, int length) 
 
   if (count != partitionCount) {
     partitionCount = 0;
-    current = 0;
+    head = current = valid = carriedBlocks = 0;
     std::vector<float>().swap(partitions);
-    std::vector<float>().swap(accumulators);
+    std::vector<float>().swap(history);
+    std::vector<float>().swap(carried);
     if (!TryAllocating([&] {
           partitions.assign(spectrumSize * static_cast<size_t>(count), 0.0f);
-          accumulators.assign(spectrumSize * static_cast<size_t>(count), 0.0f);
+          history.assign(spectrumSize * static_cast<size_t>(count), 0.0f);
+          carried.assign(spectrumSize * static_cast<size_t>(count), 0.0f);
         })) {
       std::vector<float>().swap(partitions);
-      std::vector<float>().swap(accumulators);
+      std::vector<float>().swap(history);
+      std::vector<float>().swap(carried);
       return ONDREL_E_NOMEM;
     }
     partitionCount = count;
+  } else if (valid > 0) {
+    // Same count, mid-stream: what the blocks seen so far owe to upcoming
+    // outputs under the old response is summed now, in the order the
+    // blocks came, onto whatever was already carried. Upcoming block k
+    // (k = 0 next) receives block n-j (j = 1 newest) times partition k + j.
+    const int newest = head == 0 ? count - 1 : head - 1;
+    for (int k = 0; k + 1 < count; ++k) {
+      int slot = current + k;
+      if (slot >= count) slot -= count;
+      float* sum = carried.data() + spectrumSize * static_cast<size_t>(slot);
+      for (int j = std::min(valid, count - 1 - k); j >= 1; --j) {
+        int from = newest - (j - 1);
+        if (from < 0) from += count;
+        Accumulate(partitions.data() + spectrumSize * static_cast<size_t>(k + j),
+                   history.data() + spectrumSize * static_cast<size_t>(from), sum);
+      }
+    }
+    carriedBlocks = count - 1;
+    valid = 0;
   }
-  // With the same count the running accumulators and overlap are kept, so
-  // that the new response takes over mid-stream without a gap.
 
   float* const in = work.data();
   const size_t half = spectrumSize / 2;
@@ -115,35 +157,35 @@ int OndrelFastConvolution::Process(float* buffer, int* frames) {
   const size_t spectrumSize = static_cast<size_t>(fftSize);
   const int half = fftSize / 2;
   float* const in = work.data();
-  float* const xr = spectrum.data();
-  float* const xi = xr + half;
 
   std::memcpy(in, buffer, sizeof(float) * static_cast<size_t>(blockSize));
   std::fill(in + blockSize, in + fftSize, 0.0f);
-  fft->ForwardSplit(in, xr, xi);
+  const int newest = head;
+  float* const spectrum = history.data() + spectrumSize * static_cast<size_t>(newest);
+  fft->ForwardSplit(in, spectrum, spectrum + half);
+  head = head + 1 == partitionCount ? 0 : head + 1;
+  valid = std::min(valid + 1, partitionCount);
 
-  // Partition i is added into the accumulator that is due i blocks from
-  // now. Element 0 of the real and of the imaginary half are the real bins
-  // 0 and N/2, which multiply as plain numbers; the kernel treats them as
-  // one complex bin, and they are then set from the values kept before.
-  const auto multiplyAccumulate =
-      vectorKernels ? fftavx2::MultiplyAccumulate : MultiplyAccumulatePlain;
-  for (int i = 0; i < partitionCount; ++i) {
-    int r = current + i;
-    if (r >= partitionCount) r -= partitionCount;
-    const float* hr = partitions.data() + spectrumSize * static_cast<size_t>(i);
-    const float* hi = hr + half;
-    float* accR = accumulators.data() + spectrumSize * static_cast<size_t>(r);
-    float* accI = accR + half;
-    const float dc = accR[0];
-    const float nyquist = accI[0];
-    multiplyAccumulate(hr, hi, xr, xi, accR, accI, half);
-    accR[0] = dc + hr[0] * xr[0];
-    accI[0] = nyquist + hi[0] * xi[0];
+  // The due spectrum starts from what is carried for it, else from zero,
+  // and then takes block n-i times partition i for i = valid-1 .. 0: the
+  // oldest block first, as the blocks came.
+  float* const sum = due.data();
+  float* const carry = carried.data() + spectrumSize * static_cast<size_t>(current);
+  if (carriedBlocks > 0) {
+    std::copy(carry, carry + fftSize, sum);
+    std::fill(carry, carry + fftSize, 0.0f);
+    --carriedBlocks;
+  } else {
+    std::fill(sum, sum + fftSize, 0.0f);
   }
-
-  float* const due = accumulators.data() + spectrumSize * static_cast<size_t>(current);
-  fft->InverseSplit(due, due + half, in);
+  current = current + 1 == partitionCount ? 0 : current + 1;
+  for (int i = valid - 1; i >= 0; --i) {
+    int slot = newest - i;
+    if (slot < 0) slot += partitionCount;
+    Accumulate(partitions.data() + spectrumSize * static_cast<size_t>(i),
+               history.data() + spectrumSize * static_cast<size_t>(slot), sum);
+  }
+  fft->InverseSplit(sum, sum + half, in);
 
   // The only scaling of the chain: it removes the factor N of the
   // unscaled forward/inverse pair.
@@ -154,9 +196,6 @@ int OndrelFastConvolution::Process(float* buffer, int* frames) {
   const int tail = std::min(blockSize, padSize);
   std::memcpy(overlap.data(), in + blockSize, sizeof(float) * static_cast<size_t>(tail));
   std::fill(overlap.begin() + tail, overlap.end(), 0.0f);
-
-  std::fill(due, due + fftSize, 0.0f);
-  current = current + 1 == partitionCount ? 0 : current + 1;
 
   if (firstBlock) {
     // Advance the output once by the reported latency.
