@@ -20,6 +20,21 @@ void MultiplyAccumulatePlain(const float* hr, const float* hi, const float* xr, 
   }
 }
 
+void MultiplyAccumulate4Plain(const float* const h[4], const float* const x[4], float* accR,
+                              float* accI, int count) {
+  const size_t n = static_cast<size_t>(count);
+  for (int k = 0; k < count; ++k) {
+    float sr = accR[k];
+    float si = accI[k];
+    for (int j = 0; j < 4; ++j) {
+      sr += h[j][k] * x[j][k] - h[j][n + k] * x[j][n + k];
+      si += h[j][n + k] * x[j][k] + h[j][k] * x[j][n + k];
+    }
+    accR[k] = sr;
+    accI[k] = si;
+  }
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------
@@ -50,6 +65,26 @@ void OndrelFastConvolution::Accumulate(const float* h, const float* x, float* su
   }
   sumR[0] = dc + h[0] * x[0];
   sumI[0] = nyquist + h[half] * x[half];
+}
+
+void OndrelFastConvolution::Accumulate4(const float* const h[4], const float* const x[4],
+                                        float* sum) const {
+  const int half = fftSize / 2;
+  float* sumR = sum;
+  float* sumI = sum + half;
+  float dc = sumR[0];
+  float nyquist = sumI[0];
+  if (vectorKernels) {
+    fftavx2::MultiplyAccumulate4(h, x, sumR, sumI, half);
+  } else {
+    MultiplyAccumulate4Plain(h, x, sumR, sumI, half);
+  }
+  for (int j = 0; j < 4; ++j) {
+    dc = dc + h[j][0] * x[j][0];
+    nyquist = nyquist + h[j][half] * x[j][half];
+  }
+  sumR[0] = dc;
+  sumI[0] = nyquist;
 }
 
 int OndrelFastConvolution::Init(int newBlockSize, int newPadSize) {
@@ -179,12 +214,22 @@ int OndrelFastConvolution::Process(float* buffer, int* frames) {
     std::fill(sum, sum + fftSize, 0.0f);
   }
   current = current + 1 == partitionCount ? 0 : current + 1;
-  for (int i = valid - 1; i >= 0; --i) {
+  // Four partitions per pass keep the sum in registers between them.
+  const auto partition = [&](int i) {
+    return partitions.data() + spectrumSize * static_cast<size_t>(i);
+  };
+  const auto block = [&](int i) {
     int slot = newest - i;
     if (slot < 0) slot += partitionCount;
-    Accumulate(partitions.data() + spectrumSize * static_cast<size_t>(i),
-               history.data() + spectrumSize * static_cast<size_t>(slot), sum);
+    return history.data() + spectrumSize * static_cast<size_t>(slot);
+  };
+  int i = valid - 1;
+  for (; i >= 3; i -= 4) {
+    const float* const h[4] = {partition(i), partition(i - 1), partition(i - 2), partition(i - 3)};
+    const float* const x[4] = {block(i), block(i - 1), block(i - 2), block(i - 3)};
+    Accumulate4(h, x, sum);
   }
+  for (; i >= 0; --i) Accumulate(partition(i), block(i), sum);
   fft->InverseSplit(sum, sum + half, in);
 
   // The only scaling of the chain: it removes the factor N of the

@@ -74,6 +74,7 @@ class OndrelFastConvolution : public IOndrelConvolution {
   std::unique_ptr<RealFftPlan> fft;
   bool vectorKernels = false;
   void Accumulate(const float* h, const float* x, float* sum) const;
+  void Accumulate4(const float* const h[4], const float* const x[4], float* sum) const;
 
   int partitionCount = 0;
   std::vector<float> partitions;  // partitionCount spectra of fftSize floats

@@ -17,6 +17,7 @@ void Radix4(float*, int, int, int, const float*, bool) {}
 void Radix2(float*, int, int, int, const float*) {}
 void MultiplyAccumulate(const float*, const float*, const float*, const float*, float*, float*,
                         int) {}
+void MultiplyAccumulate4(const float* const[4], const float* const[4], float*, float*, int) {}
 void LeafRadix2(const float*, float*, const int*, int, float, float) {}
 void SplitForward(const float*, const float*, const float*, int, float*, float*) {}
 void JoinInverse(const float*, const float*, const float*, const float*, int, float*) {}
@@ -269,6 +270,32 @@ void MultiplyAccumulate(const float* hr, const float* hi, const float* xr, const
   for (; k < count; ++k) {
     accR[k] += hr[k] * xr[k] - hi[k] * xi[k];
     accI[k] += hi[k] * xr[k] + hr[k] * xi[k];
+  }
+}
+
+void MultiplyAccumulate4(const float* const h[4], const float* const x[4], float* accR, float* accI,
+                         int count) {
+  const size_t n = static_cast<size_t>(count);
+  int k = 0;
+  for (; k + 8 <= count; k += 8) {
+    __m256 sr = _mm256_loadu_ps(accR + k);
+    __m256 si = _mm256_loadu_ps(accI + k);
+    for (int j = 0; j < 4; ++j) {
+      const __m256 a = _mm256_loadu_ps(h[j] + k);
+      const __m256 b = _mm256_loadu_ps(h[j] + n + k);
+      const __m256 c = _mm256_loadu_ps(x[j] + k);
+      const __m256 d = _mm256_loadu_ps(x[j] + n + k);
+      sr = sr + (a * c - b * d);
+      si = si + (b * c + a * d);
+    }
+    _mm256_storeu_ps(accR + k, sr);
+    _mm256_storeu_ps(accI + k, si);
+  }
+  for (; k < count; ++k) {
+    for (int j = 0; j < 4; ++j) {
+      accR[k] += h[j][k] * x[j][k] - h[j][n + k] * x[j][n + k];
+      accI[k] += h[j][n + k] * x[j][k] + h[j][k] * x[j][n + k];
+    }
   }
 }
 

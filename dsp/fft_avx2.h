@@ -35,6 +35,11 @@ void JoinInverse(const float* re, const float* im, const float* sr, const float*
 // imaginary arrays: accR += hR*xR - hI*xI, accI += hI*xR + hR*xI.
 void MultiplyAccumulate(const float* hr, const float* hi, const float* xr, const float* xi,
                         float* accR, float* accI, int count);
+// The same for four products added one after the other (h[0] * x[0]
+// first); h[j] and x[j] each hold `count` real parts followed by `count`
+// imaginary parts.
+void MultiplyAccumulate4(const float* const h[4], const float* const x[4], float* accR, float* accI,
+                         int count);
 
 }  // namespace fftavx2
 }  // namespace ONDREL2

@@ -9,4 +9,9 @@ namespace ONDREL2 {
 // machine.
 bool OndrelSimdEnabled();
 
+// Test hook: 0 turns the vector kernels off and 1 back on (where the
+// processor has them) for objects planned from now on; -1 restores the
+// environment's choice.
+void OndrelSimdOverride(int mode);
+
 }  // namespace ONDREL2
