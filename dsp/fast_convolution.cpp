@@ -12,8 +12,11 @@
 namespace ONDREL2 {
 namespace {
 
-void MultiplyAccumulatePlain(const float* hr, const float* hi, const float* xr, const float* xi,
-                             float* accR, float* accI, int count) {
+// The plain kernels are written so that the compiler can run them in the
+// vector lanes the target always has: the sums never alias the operands.
+void MultiplyAccumulatePlain(const float* __restrict hr, const float* __restrict hi,
+                             const float* __restrict xr, const float* __restrict xi,
+                             float* __restrict accR, float* __restrict accI, int count) {
   for (int k = 0; k < count; ++k) {
     accR[k] += hr[k] * xr[k] - hi[k] * xi[k];
     accI[k] += hi[k] * xr[k] + hr[k] * xi[k];
@@ -23,16 +26,8 @@ void MultiplyAccumulatePlain(const float* hr, const float* hi, const float* xr, 
 void MultiplyAccumulate4Plain(const float* const h[4], const float* const x[4], float* accR,
                               float* accI, int count) {
   const size_t n = static_cast<size_t>(count);
-  for (int k = 0; k < count; ++k) {
-    float sr = accR[k];
-    float si = accI[k];
-    for (int j = 0; j < 4; ++j) {
-      sr += h[j][k] * x[j][k] - h[j][n + k] * x[j][n + k];
-      si += h[j][n + k] * x[j][k] + h[j][k] * x[j][n + k];
-    }
-    accR[k] = sr;
-    accI[k] = si;
-  }
+  for (int j = 0; j < 4; ++j)
+    MultiplyAccumulatePlain(h[j], h[j] + n, x[j], x[j] + n, accR, accI, count);
 }
 
 }  // namespace
