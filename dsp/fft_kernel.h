@@ -8,12 +8,13 @@
 namespace ONDREL2 {
 
 // Real-input FFT of one fixed, even size N in single precision, computed
-// exactly as Kiss FFT 1.3.x/131 computes kiss_fftr and kiss_fftri: the same
-// mixed-radix factorisation of N/2 (fours first, then twos, then odd
-// primes), the same twiddles (evaluated in double, rounded to float), the
-// same butterfly arithmetic in the same order and the same real-spectrum
-// split with its half-turn twiddles. Results are therefore identical bit
-// for bit to the library's; only the schedule differs: the butterflies of a
+// exactly as the libkissfft-float 131 build computes kiss_fftr and
+// kiss_fftri: the same mixed-radix factorisation of N/2 (fours first, then
+// twos, then odd primes), the same twiddles (evaluated in double, rounded to
+// float), that build's butterfly and real-spectrum arithmetic operand for
+// operand (dsp/fft_math.h) and the same half-turn twiddles. Results are
+// therefore identical bit for bit to the library's; only the schedule
+// differs: the butterflies of a
 // stage are independent, and the vector kernels run four or eight of them
 // at once from per-stage twiddle tables. Sizes whose half has a prime
 // factor other than 2 are handed to libkissfft itself.
