@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "dsp/simd.h"
 #include "effect_bench.h"
 #include "ondrel.h"
 
@@ -80,10 +81,17 @@ void RunWithFile(benchmark::State& state, ONDREL_EFFECT_TYPE type, const char* f
 void BM_StudioIr_TwoSecondStereo(benchmark::State& s) {
   RunWithFile(s, EFFECT_STUDIO_IR, "ir.wav");
 }
+// The same on the plain kernels, as on a processor without AVX2.
+void BM_StudioIr_TwoSecondStereo_Plain(benchmark::State& s) {
+  OndrelSimdOverride(0);
+  RunWithFile(s, EFFECT_STUDIO_IR, "ir.wav");
+  OndrelSimdOverride(-1);
+}
 void BM_Sampler_Defaults(benchmark::State& s) { RunWithFile(s, EFFECT_SAMPLER, nullptr); }
 void BM_Sampler_TwoSecondLoop(benchmark::State& s) { RunWithFile(s, EFFECT_SAMPLER, "loop.wav"); }
 
 BENCHMARK(BM_StudioIr_TwoSecondStereo);
+BENCHMARK(BM_StudioIr_TwoSecondStereo_Plain);
 BENCHMARK(BM_Sampler_Defaults);
 BENCHMARK(BM_Sampler_TwoSecondLoop);
 

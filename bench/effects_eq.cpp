@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "dsp/simd.h"
 #include "ondrel.h"
 
 namespace {
@@ -91,6 +92,13 @@ EQ_BENCH(Eq30_Defaults, ONDREL2::EFFECT_IIR_EQ30, {});
 EQ_BENCH(Eq30_Typical, ONDREL2::EFFECT_IIR_EQ30, Eq30Typical());
 EQ_BENCH(SuperEq_Defaults, ONDREL2::EFFECT_SUPEREQ, {});
 EQ_BENCH(SuperEq_Typical, ONDREL2::EFFECT_SUPEREQ, kSuperEqTypical);
+// The same on the plain kernels, as on a processor without AVX2.
+void SuperEq_Typical_Plain(benchmark::State& state) {
+  ONDREL2::OndrelSimdOverride(0);
+  RunEffect(state, ONDREL2::EFFECT_SUPEREQ, kSuperEqTypical);
+  ONDREL2::OndrelSimdOverride(-1);
+}
+BENCHMARK(SuperEq_Typical_Plain)->Unit(benchmark::kMicrosecond)->UseRealTime();
 EQ_BENCH(LowPass_Defaults, ONDREL2::EFFECT_LP_FILTER, {});
 EQ_BENCH(LowPass_Typical, ONDREL2::EFFECT_LP_FILTER,
          (Setting{{"Frequency", 4000.0f}, {"Q", 0.707f}}));

@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "dsp/fft.h"
+#include "dsp/fft_kernel.h"
 
 namespace ONDREL2 {
 
@@ -23,10 +23,11 @@ class IOndrelConvolution {
 //
 // The response is cut into P partitions of `blockSize` samples; each
 // partition is zero-padded by `padSize` to the transform size
-// fftSize = blockSize + padSize and kept as a packed spectrum. Each Process
-// call transforms one block, multiplies it with every partition into a ring
-// of P accumulating spectra (partition i lands i blocks later), and returns
-// the inverse of the accumulator that is due plus the tail of the previous
+// fftSize = blockSize + padSize and kept as a spectrum with split real and
+// imaginary parts (re[0] holds bin 0, im[0] bin fftSize/2). Each Process
+// call transforms one block into a ring of the last P block spectra and sums
+// block n-i times partition i, oldest block first, into the spectrum that is
+// due; it returns the inverse of that sum plus the tail of the previous
 // block. Linear convolution needs padSize >= blockSize - 1.
 //
 // Latency: the very first block after construction or Reset is returned
@@ -39,10 +40,11 @@ class IOndrelConvolution {
 // blockSize - blockSize/2 on the first block). It allocates nothing, takes no
 // locks and is real-time safe. Init and SetImpulseResponse allocate.
 //
-// Reset clears the overlap and all accumulators and re-arms the first-block
+// Reset clears the overlap and the pending sums and re-arms the first-block
 // advance; the transform and the partition spectra survive. A new response
 // with the same partition count takes effect on the running overlap and
-// accumulators without clearing them.
+// pending sums without clearing them: what earlier blocks contributed with
+// the old response is kept (as carried sums), later blocks meet the new one.
 class OndrelFastConvolution : public IOndrelConvolution {
  public:
   OndrelFastConvolution() = default;
@@ -69,13 +71,25 @@ class OndrelFastConvolution : public IOndrelConvolution {
   int blockSize = 0;
   int padSize = 0;
   int irLength = 0;
-  std::unique_ptr<IOndrelFFT> fft;
+  std::unique_ptr<RealFftPlan> fft;
+  bool vectorKernels = false;
+  void Accumulate(const float* h, const float* x, float* sum) const;
+  void Accumulate4(const float* const h[4], const float* const x[4], float* sum) const;
+
   int partitionCount = 0;
-  std::vector<float> partitions;    // partitionCount spectra of fftSize floats
-  std::vector<float> accumulators;  // ring of partitionCount spectra
+  std::vector<float> partitions;  // partitionCount spectra of fftSize floats
+  std::vector<float> history;     // ring of the last partitionCount block spectra
+  int head = 0;                   // history slot of the next block
+  int valid = 0;                  // blocks in history that still need summing
+  // Ring of partial sums from blocks that met an earlier response, one per
+  // upcoming block; `current` is the next block's slot. Zero except for the
+  // `carriedBlocks` slots from `current` on.
+  std::vector<float> carried;
   int current = 0;
+  int carriedBlocks = 0;
   std::vector<float> overlap;  // blockSize floats
-  std::vector<float> work;     // fftSize floats
+  std::vector<float> work;     // fftSize floats of time signal
+  std::vector<float> due;      // the spectrum being summed, fftSize floats
   bool firstBlock = true;
 };
 

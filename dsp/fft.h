@@ -1,6 +1,8 @@
 #pragma once
 
-#include <kissfft/kiss_fftr.h>
+#include <vector>
+
+#include "dsp/fft_kernel.h"
 
 namespace ONDREL2 {
 
@@ -28,7 +30,9 @@ class IOndrelFFT {
   virtual int InversePacked(float* data) = 0;
 };
 
-// IOndrelFFT over Kiss FFT in single precision.
+// IOndrelFFT with Kiss FFT's single-precision results (RealFftPlan, which
+// reproduces them bit for bit, with vector kernels where the processor has
+// them).
 //
 // The object transforms through a scratch spectrum of N/2+1 complex values of
 // its own, so it serves one thread at a time. The transforms allocate
@@ -55,9 +59,8 @@ class OndrelKissFFT : public IOndrelFFT {
   int InversePacked(float* data) override;
 
  private:
-  kiss_fftr_cfg forwardCfg = nullptr;
-  kiss_fftr_cfg inverseCfg = nullptr;
-  kiss_fft_cpx* scratch = nullptr;  // N/2 + 1 bins
+  RealFftPlan plan;
+  std::vector<float> scratch;  // N/2 + 1 interleaved bins
   int size = 0;
 };
 

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <vector>
-
-#include <kissfft/kiss_fftr.h>
+#include "dsp/fft_kernel.h"
 
 namespace ONDREL2 {
 
@@ -14,13 +12,13 @@ namespace ONDREL2 {
 // inverse multiplies by n/2. Filters that go through a transform pair carry
 // the factor 2/n in their stored taps.
 //
-// Kiss FFT computes the transform through a scratch spectrum held by the
-// object; the halving of the inverse is applied to that spectrum and is
-// exact. Allocation happens in Init only; the transforms are real-time safe.
+// The transform gives Kiss FFT's results (RealFftPlan); the halving of the
+// inverse is applied to the spectrum before it and is exact. Allocation
+// happens in Init only; the transforms are real-time safe.
 class ResamplerRealFft {
  public:
   ResamplerRealFft() = default;
-  ~ResamplerRealFft();
+  ~ResamplerRealFft() = default;
   ResamplerRealFft(const ResamplerRealFft&) = delete;
   ResamplerRealFft& operator=(const ResamplerRealFft&) = delete;
 
@@ -31,11 +29,7 @@ class ResamplerRealFft {
   void Inverse(float* data);
 
  private:
-  void Release();
-
-  kiss_fftr_cfg forwardCfg = nullptr;
-  kiss_fftr_cfg inverseCfg = nullptr;
-  std::vector<kiss_fft_cpx> bins;  // n/2 + 1
+  RealFftPlan plan;
   int size = 0;
 };
 
