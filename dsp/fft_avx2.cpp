@@ -33,8 +33,12 @@ bool Available() { return OndrelSimdEnabled(); }
 // stay separate roundings). Only code with internal linkage or behind
 // Available() may follow, so that no AVX2 instruction reaches a path that
 // runs on other processors.
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("avx2"))), apply_to = function)
+#else
 #pragma GCC push_options
 #pragma GCC target("avx2")
+#endif
 
 #include "dsp/fft_math.h"
 
@@ -299,7 +303,11 @@ void MultiplyAccumulate4(const float* const h[4], const float* const x[4], float
   }
 }
 
+#if defined(__clang__)
+#pragma clang attribute pop
+#else
 #pragma GCC pop_options
+#endif
 
 #endif  // ONDREL_HAVE_AVX2_KERNELS
 
