@@ -26,8 +26,16 @@ bool IsUtf8Text(const std::string& s) {
   return true;
 }
 
-// `s` with every byte that is not part of valid UTF-8 replaced by U+FFFD.
-std::string ReplacingInvalidUtf8(const std::string& s) {
+// `s` as a JSON string can hold it: a stream's texts (labels written by
+// older hosts may be in a local code page) get U+FFFD for every byte that is
+// not part of valid UTF-8, and the user is told.
+std::string TextForJson(const std::string& s, const std::string& what) {
+  try {
+    (void)json(s).dump();
+    return s;
+  } catch (const json::type_error&) {
+  }
+  Warn(what + " is not UTF-8; its other bytes are written as U+FFFD");
   return json::parse(json(s).dump(-1, ' ', false, json::error_handler_t::replace))
       .get<std::string>();
 }
@@ -213,13 +221,7 @@ LoadedPreset LoadPresetFile(const std::string& path) {
 
 json PresetToJson(const std::string& text, AEffect* const* effects, int count) {
   json root = json::object();
-  if (IsUtf8Text(text)) {
-    root["text"] = text;
-  } else {
-    // Labels written by older hosts may be in a local code page.
-    Warn("the preset's text is not UTF-8; its other bytes are written as U+FFFD");
-    root["text"] = ReplacingInvalidUtf8(text);
-  }
+  root["text"] = TextForJson(text, "the preset's text");
   json list = json::array();
   for (int i = 0; i < count; ++i) {
     AEffect* effect = effects[i];
@@ -241,7 +243,9 @@ json PresetToJson(const std::string& text, AEffect* const* effects, int count) {
         params[name] = FloatForJson(GetParamValue(effect, p));
       }
       std::string script = GetParamScript(effect, p);
-      if (!script.empty()) scripts[name] = script;
+      if (!script.empty())
+        scripts[name] =
+            TextForJson(script, EffectShortName(EffectType(effect)) + " script of '" + name + "'");
     }
     fx["params"] = params;
     if (!scripts.empty()) fx["scripts"] = scripts;
