@@ -1,13 +1,12 @@
 # End-to-end tests of the ondrel command-line tool: each runs the built tool
 # on generated files and checks the results against references computed in
-# plain Python (float32 arithmetic emulated exactly) and the scramble rule
-# from its key generator.
+# plain Python (float32 arithmetic emulated exactly).
 if(TARGET ondrel_tool AND Python3_Interpreter_FOUND)
   set(tool_test_cases
     effects_and_params process_float process_s16 process_layout
     process_speed
     preset_round_trip
-    error_exits response script scramble reverb_preset resources headphone
+    error_exits response script reverb_preset resources headphone
     batch eq_import pipewire)
   foreach(case ${tool_test_cases})
     add_test(NAME tool_${case}
