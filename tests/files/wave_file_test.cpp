@@ -48,19 +48,13 @@ int64_t WrapTrunc(double x, int bits) {
   return static_cast<int64_t>(low);
 }
 
-// Bitwise equality; NaN never occurs in these data.
+// Index of the first sample that differs (NaN never occurs in these data),
+// 0 for a length mismatch, -1 if none.
 template <typename T>
-::testing::AssertionResult SameSamples(const std::vector<T>& want, const std::vector<T>& got,
-                                       const std::string& what) {
-  if (want.size() != got.size())
-    return ::testing::AssertionFailure()
-           << what << ": " << got.size() << " samples, expected " << want.size();
-  for (size_t i = 0; i < want.size(); ++i) {
-    if (!(want[i] == got[i]))
-      return ::testing::AssertionFailure() << what << ": first difference at sample " << i
-                                           << ": got " << +got[i] << ", expected " << +want[i];
-  }
-  return ::testing::AssertionSuccess();
+long FirstDifference(const std::vector<T>& want, const std::vector<T>& got) {
+  if (want.size() != got.size()) return 0;
+  const auto at = std::mismatch(want.begin(), want.end(), got.begin()).first;
+  return at == want.end() ? -1 : static_cast<long>(at - want.begin());
 }
 
 // ---- Reading files written by libsndfile and sox -------------------------
@@ -160,17 +154,17 @@ TEST(WaveFileRead, EveryFormatFromLibsndfileMatchesClosedFormScaling) {
       ASSERT_LE(got, want);
       got16.insert(got16.end(), part.begin(), part.begin() + static_cast<size_t>(got) * c.channels);
     }
-    EXPECT_TRUE(SameSamples(want16, got16, "int16"));
+    EXPECT_EQ(FirstDifference(want16, got16), -1) << "int16";
 
     std::vector<float> gotF(n);
     w.Seek(0, SEEK_SET);
     EXPECT_EQ(w.ReadFrames(gotF.data(), frames + 50), frames);
-    EXPECT_TRUE(SameSamples(wantF, gotF, "float"));
+    EXPECT_EQ(FirstDifference(wantF, gotF), -1) << "float";
 
     std::vector<double> gotD(n);
     w.Seek(0, SEEK_SET);
     EXPECT_EQ(w.ReadFrames(gotD.data(), frames), frames);
-    EXPECT_TRUE(SameSamples(wantD, gotD, "double"));
+    EXPECT_EQ(FirstDifference(wantD, gotD), -1) << "double";
   }
 }
 
@@ -218,7 +212,7 @@ TEST(WaveFileRead, SoxFilesAgreeWithLibsndfileAndDurationIsWholeSeconds) {
     EXPECT_EQ(w.TimeToFrames(-1.0), 0u);
     std::vector<double> got(reference.size());
     EXPECT_EQ(w.ReadFrames(got.data(), static_cast<int32_t>(info.frames)), info.frames);
-    EXPECT_TRUE(SameSamples(reference, got, "double"));
+    EXPECT_EQ(FirstDifference(reference, got), -1) << "double";
   }
 }
 
@@ -321,7 +315,7 @@ TEST(WaveFileWrite, FloatAndDoubleInputReadBackByLibsndfile) {
         std::vector<double> want(n);
         for (size_t i = 0; i < n; ++i)
           want[i] = EncodedValue(format, format == SF_PCM24 ? x[n] : x[i]);
-        EXPECT_TRUE(SameSamples(want, got, "libsndfile read-back"));
+        EXPECT_EQ(FirstDifference(want, got), -1) << "libsndfile read-back";
         if (mask != 0) {
           SNDFILE* sf = sf_open(path.c_str(), SFM_READ, &info);
           ASSERT_NE(sf, nullptr);

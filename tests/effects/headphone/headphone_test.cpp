@@ -135,17 +135,12 @@ TEST_F(HeadphoneTest, MatchesDirectConvolution) {
   const std::vector<float> out = Render(NewHeadphone(), 6, in);
   ASSERT_GE(out.size(), static_cast<size_t>(2 * frames));
 
-  // Speaker signals in plane order from the 5.1 frame FL FR FC LFE BL BR.
+  // Speaker signals in plane order FL FC FR BL BR from the 5.1 frame FL FR
+  // FC LFE BL BR; the front pair carries the LFE at 0.1.
   auto speaker = [&](int s, int n) {
     const float* x = &in[static_cast<size_t>(n) * 6];
-    const double lfe = 0.1 * x[3];
-    switch (s) {
-      case 0: return x[0] + lfe;
-      case 1: return static_cast<double>(x[2]);
-      case 2: return x[1] + lfe;
-      case 3: return static_cast<double>(x[4]);
-      default: return static_cast<double>(x[5]);
-    }
+    const int channel[5] = {0, 2, 1, 4, 5};
+    return x[channel[s]] + (s == 0 || s == 2 ? 0.1 * x[3] : 0.0);
   };
   double worst = 0.0, peak = 0.0;
   for (int n = 0; n + kLimiterDelay < frames; ++n) {
