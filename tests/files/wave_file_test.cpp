@@ -1,6 +1,6 @@
-// WaveFile against independent references: libsndfile and sox write the
-// files that WaveFile reads, libsndfile reads the files that WaveFile writes,
-// and expected sample values come from closed-form scalings in double.
+// WaveFile against independent references: libsndfile writes the files
+// that WaveFile reads and reads the files that WaveFile writes, and expected
+// sample values come from closed-form scalings in double.
 #include <sndfile.h>
 
 #include <algorithm>
@@ -57,7 +57,7 @@ long FirstDifference(const std::vector<T>& want, const std::vector<T>& got) {
   return at == want.end() ? -1 : static_cast<long>(at - want.begin());
 }
 
-// ---- Reading files written by libsndfile and sox -------------------------
+// ---- Reading files written by libsndfile -----------------------------------
 
 TEST(WaveFileRead, EveryFormatFromLibsndfileMatchesClosedFormScaling) {
   ScratchDir dir;
@@ -113,7 +113,7 @@ TEST(WaveFileRead, EveryFormatFromLibsndfileMatchesClosedFormScaling) {
 
     const std::string path = dir.File(std::string(c.name) + ".wav");
     SF_INFO info{};
-    info.samplerate = 22050;
+    info.samplerate = 4000;
     info.channels = c.channels;
     info.format = c.sfFormat;
     SNDFILE* sf = sf_open(path.c_str(), SFM_WRITE, &info);
@@ -136,12 +136,15 @@ TEST(WaveFileRead, EveryFormatFromLibsndfileMatchesClosedFormScaling) {
     WaveFile w;
     ASSERT_TRUE(w.SetFilePathUTF8(path.c_str(), false, false));
     EXPECT_EQ(w.GetChannels(), c.channels);
-    EXPECT_EQ(w.GetSampleRate(), 22050);
+    EXPECT_EQ(w.GetSampleRate(), 4000);
     EXPECT_EQ(w.GetSampleFormat(), c.format);
     EXPECT_EQ(w.GetSampleSize(), c.bits);
     EXPECT_EQ(w.GetTotalFrames(), static_cast<uint32_t>(frames));
     EXPECT_EQ(w.GetChannelMask(), c.mask);
-    EXPECT_EQ(w.GetDuration(), 0.0);  // 9001 frames at 22050: under one second
+    EXPECT_EQ(w.GetDuration(), 2.0);  // 9001 frames at 4000 Hz: whole seconds only
+    EXPECT_EQ(w.TimeToFrames(1.5), 6000u);
+    EXPECT_EQ(w.TimeToFrames(-1.0), 0u);
+    EXPECT_EQ(w.TimeToFrames(1e12), 0xFFFFFFFFu);
 
     // int16 in chunks of random size, until the reader reports the end.
     std::vector<int16_t> got16;
@@ -165,54 +168,6 @@ TEST(WaveFileRead, EveryFormatFromLibsndfileMatchesClosedFormScaling) {
     w.Seek(0, SEEK_SET);
     EXPECT_EQ(w.ReadFrames(gotD.data(), frames), frames);
     EXPECT_EQ(FirstDifference(wantD, gotD), -1) << "double";
-  }
-}
-
-// sox writes extensible headers for 24-bit and float data; libsndfile's
-// reading of the same file is the reference.
-TEST(WaveFileRead, SoxFilesAgreeWithLibsndfileAndDurationIsWholeSeconds) {
-  if (std::system("sox --version > /dev/null 2>&1") != 0) GTEST_SKIP() << "sox not installed";
-  ScratchDir dir;
-  ASSERT_TRUE(dir.ok());
-  struct SoxCase {
-    const char* args;
-    int rate;
-    double seconds;
-    SAMPLE_FORMAT format;
-  } cases[] = {
-      {"-r 44100 -c 2 -b 24 -e signed-integer", 44100, 3.9, SF_PCM24},
-      {"-r 44100 -c 2 -b 16 -e signed-integer", 44100, 3.0, SF_PCM16},
-      {"-r 48000 -c 1 -b 32 -e floating-point", 48000, 2.5, SF_FLOAT32},
-      {"-r 8000 -c 1 -b 8 -e unsigned-integer", 8000, 1.99, SF_PCM8},
-  };
-  for (const SoxCase& c : cases) {
-    SCOPED_TRACE(c.args);
-    const std::string path = dir.File("sox.wav");
-    char command[512];
-    std::snprintf(command, sizeof command,
-                  "sox -n %s '%s' synth %g sine 440 sine 660 gain -1 2>/dev/null", c.args,
-                  path.c_str(), c.seconds);
-    ASSERT_EQ(std::system(command), 0);
-
-    SF_INFO info{};
-    SNDFILE* sf = sf_open(path.c_str(), SFM_READ, &info);
-    ASSERT_NE(sf, nullptr);
-    std::vector<double> reference(static_cast<size_t>(info.frames) * info.channels);
-    ASSERT_EQ(sf_readf_double(sf, reference.data(), info.frames), info.frames);
-    sf_close(sf);
-
-    WaveFile w;
-    ASSERT_TRUE(w.SetFilePathUTF8(path.c_str(), false, false));
-    EXPECT_EQ(w.GetSampleFormat(), c.format);
-    EXPECT_EQ(w.GetSampleRate(), c.rate);
-    EXPECT_EQ(w.GetChannels(), info.channels);
-    EXPECT_EQ(static_cast<sf_count_t>(w.GetTotalFrames()), info.frames);
-    EXPECT_EQ(w.GetDuration(), std::floor(c.seconds)) << "frames " << info.frames;
-    EXPECT_EQ(w.TimeToFrames(1.5), static_cast<uint32_t>(c.rate / 2 * 3));
-    EXPECT_EQ(w.TimeToFrames(-1.0), 0u);
-    std::vector<double> got(reference.size());
-    EXPECT_EQ(w.ReadFrames(got.data(), static_cast<int32_t>(info.frames)), info.frames);
-    EXPECT_EQ(FirstDifference(reference, got), -1) << "double";
   }
 }
 
