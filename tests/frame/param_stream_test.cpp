@@ -176,8 +176,6 @@ TEST_F(ParamStream, FlatcDecodesWrittenStreams) {
   EXPECT_EQ(FlatcJson(v3),
             "{\"version\":3,\"effects\":[{\"type\":4,\"params\":[{\"name\":\"Gain\",\"value\":[0,0,"
             "128,63],\"script\":\"#GV_SCRIPTVERSION=3\\nout=in\"}]}],\"text\":\"\",\"time\":T}");
-  Loaded l;
-  EXPECT_EQ(ondrel_stream2params(&l.list, &l.count, v3.data, v3.size, nullptr), 0);
 }
 
 // ---- Versions ----------------------------------------------------------------
