@@ -142,17 +142,48 @@ int32_t DfxHyperbassEffect::ProcessBlock(const ChannelVector& bufs, int32_t* fra
   if (!sections) return ONDREL_OK;
   const int32_t channels = std::min(cachedChannels, static_cast<int32_t>(bufs.size()));
   const int32_t n = *frames;
-  for (int32_t c = 0; c < channels; ++c) {
-    Section& s = sections[static_cast<size_t>(c)];
-    float* x = bufs[static_cast<size_t>(c)];
+  // The section's states in locals (the buffers are floats too, and would
+  // force a reload after every store), two channels per loop so that their
+  // recursions overlap.
+  const auto run = [n](Section& s, float* x) {
+    const Section k = s;
+    float s1 = s.s1, s2 = s.s2;
     for (int32_t i = 0; i < n; ++i) {
       const float in = x[i];
-      const float y = s.b0 * in + s.s1;
-      s.s1 = s.b1 * in - s.a1 * y + s.s2;
-      s.s2 = in * s.b2 - y * s.a2;
+      const float y = k.b0 * in + s1;
+      s1 = k.b1 * in - k.a1 * y + s2;
+      s2 = in * k.b2 - y * k.a2;
       x[i] = y;
     }
+    s.s1 = s1;
+    s.s2 = s2;
+  };
+  int32_t c = 0;
+  for (; c + 1 < channels; c += 2) {
+    Section& s = sections[static_cast<size_t>(c)];
+    Section& t = sections[static_cast<size_t>(c) + 1];
+    float* x = bufs[static_cast<size_t>(c)];
+    float* z = bufs[static_cast<size_t>(c) + 1];
+    const Section k = s, m = t;
+    float s1 = s.s1, s2 = s.s2, t1 = t.s1, t2 = t.s2;
+    for (int32_t i = 0; i < n; ++i) {
+      const float in = x[i];
+      const float jn = z[i];
+      const float y = k.b0 * in + s1;
+      const float w = m.b0 * jn + t1;
+      s1 = k.b1 * in - k.a1 * y + s2;
+      t1 = m.b1 * jn - m.a1 * w + t2;
+      s2 = in * k.b2 - y * k.a2;
+      t2 = jn * m.b2 - w * m.a2;
+      x[i] = y;
+      z[i] = w;
+    }
+    s.s1 = s1;
+    s.s2 = s2;
+    t.s1 = t1;
+    t.s2 = t2;
   }
+  for (; c < channels; ++c) run(sections[static_cast<size_t>(c)], bufs[static_cast<size_t>(c)]);
   return ONDREL_OK;
 }
 
