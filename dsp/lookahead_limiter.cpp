@@ -136,7 +136,19 @@ void LookaheadLimiter::ProcessInterleaved(const float* source, float* destinatio
 void LookaheadLimiter::Run(const float* const* src, float* const* dst, int32_t stride,
                            int32_t frames) {
   if (bufferSize < channels || channels < 1 || buffer == nullptr) return;
-  const int32_t chns = channels;
+  // The common counts get loops whose length the compiler knows.
+  if (channels == 2)
+    RunFor<2>(src, dst, stride, frames);
+  else if (channels == 1)
+    RunFor<1>(src, dst, stride, frames);
+  else
+    RunFor<0>(src, dst, stride, frames);
+}
+
+template <int32_t kChannels>
+void LookaheadLimiter::RunFor(const float* const* src, float* const* dst, int32_t stride,
+                              int32_t frames) {
+  const int32_t chns = kChannels > 0 ? kChannels : channels;
   const int32_t size = bufferSize;
   const float fChannels = static_cast<float>(chns);
   const float fSize = static_cast<float>(size);

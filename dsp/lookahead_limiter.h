@@ -107,6 +107,9 @@ class LookaheadLimiter {
   // The per-frame kernel over `frames` frames; channel c reads src[c] and
   // writes dst[c], both advancing by `stride` floats a frame.
   void Run(const float* const* src, float* const* dst, int32_t stride, int32_t frames);
+  // Run's loop for `kChannels` channels (0: the object's count).
+  template <int32_t kChannels>
+  void RunFor(const float* const* src, float* const* dst, int32_t stride, int32_t frames);
   void FreeArrays();
 };
 
