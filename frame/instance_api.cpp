@@ -84,8 +84,9 @@ int ondrel_set_samplerate(void* instance, float rate) {
   Log(kLogInfo, "[ON2L]:set_samplerate: %p, %g", instance, static_cast<double>(rate));
   ProcessingInstance* inst = Inst(instance);
   if (inst == nullptr) return ONDREL_E_INVALID;
-  // A rate that is not a positive number is refused, the format stays.
-  if (!(rate > 0.0f) || !std::isfinite(rate)) return ONDREL_E_INVALID;
+  // A rate that is not a positive number, or beyond any audio format, is
+  // refused; the format stays.
+  if (!ProcessingInstance::UsableRate(rate)) return ONDREL_E_INVALID;
   // The same rate again changes nothing, so the chain is left as it is.
   if (rate == inst->inRate) return ONDREL_OK;
   inst->inRate = rate;

@@ -80,7 +80,9 @@ int ProcessingInstance::ConfigureChain() {
         effects.erase(effects.begin() + static_cast<long>(i));
         continue;
       }
-      outRate = fx->GetSampleRate();
+      // An effect that reports a rate no stream can have (from raw
+      // parameter values outside their ranges) leaves the stream's rate.
+      if (UsableRate(fx->GetSampleRate())) outRate = fx->GetSampleRate();
       outChannels = fx->GetOutChannels();
       outLayout = fx->GetOutChannelMask();
       const int block = fx->GetBlockSize();

@@ -52,6 +52,12 @@ class ProcessingInstance {
   SampleFifo input;
   SampleFifo output;
   int inputBlockSize = 0;
+  // The highest rate a stream may have: 2^24 Hz, far above any audio format
+  // and still a whole number in a float, so that every effect can take a
+  // rate as an integer.
+  static constexpr float kMaxRate = 16777216.0f;
+  static bool UsableRate(float rate) { return rate > 0.0f && rate <= kMaxRate; }
+
   float inRate = 44100.0f;
   float outRate = 44100.0f;
   int inChannels = 2;

@@ -236,8 +236,8 @@ ONDREL_API void ondrel_destroy_inst(void* instance);
 /* Input channels (at least 1; above 64 the queues keep their old width)
  * and mask (0: the default for the count). Fewer than 1 gives 2000. */
 ONDREL_API int ondrel_setup_input(void* instance, int channels, uint64_t layout);
-/* Input rate; not a positive number gives 2000, the same rate again changes
- * nothing. */
+/* Input rate; not a positive number or above 16777216 Hz (2^24) gives 2000,
+ * the same rate again changes nothing. */
 ONDREL_API int ondrel_set_samplerate(void* instance, float rate);
 /* The output rate of the chain. */
 ONDREL_API int ondrel_get_samplerate(void* instance, float* rate);

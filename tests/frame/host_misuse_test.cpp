@@ -138,7 +138,7 @@ TEST(HostMisuse, ExportedFunctionsTakeNullsAndBadCounts) {
   for (int channels : {0, -1, INT_MIN})
     EXPECT_EQ(ondrel_setup_input(inst, channels, 0), ONDREL_E_INVALID) << channels;
   EXPECT_EQ(ondrel_setup_input(inst, 2, 0), ONDREL_OK);
-  for (float bad : {0.0f, -44100.0f, NAN, -INFINITY})
+  for (float bad : {0.0f, -44100.0f, NAN, -INFINITY, INFINITY, 1e30f, 16777218.0f})
     EXPECT_EQ(ondrel_set_samplerate(inst, bad), ONDREL_E_INVALID) << bad;
   EXPECT_EQ(ondrel_get_samplerate(inst, nullptr), ONDREL_OK);
   fx = Make(EFFECT_PK_FILTER);
