@@ -41,7 +41,7 @@ struct Exception {
   unsigned skip;
 };
 const Exception kExceptions[] = {
-    {3, kKeepsChannels},     // chaos: its rules set the output channel count
+    {3, kKeepsChannels},  // chaos: its rules set the output channel count
     // resampler: it only sets the rate; a block with frames stops the pass
     // with its frame count as the status.
     {10, kLengthIsLatency | kStatusOk},
@@ -203,15 +203,7 @@ TEST_P(Catalogue, ParameterTableIsWellFormed) {
   ondrel_destroy_effect(fx);
 }
 
-std::vector<int> BuiltTypes() {
-  size_t count = 0;
-  const EffectTypeRow* rows = EffectTypeRows(&count);
-  std::vector<int> types;
-  for (size_t i = 0; i < count; ++i) types.push_back(rows[i].type);
-  return types;
-}
-
-INSTANTIATE_TEST_SUITE_P(AllTypes, Catalogue, testing::ValuesIn(BuiltTypes()),
+INSTANTIATE_TEST_SUITE_P(AllTypes, Catalogue, testing::ValuesIn(ondrel_test::BuiltTypes()),
                          [](const testing::TestParamInfo<int>& info) {
                            return "type" + std::to_string(info.param);
                          });

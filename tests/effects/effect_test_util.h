@@ -14,9 +14,19 @@
 #include <vector>
 
 #include "framework/audio_effect.h"
+#include "framework/effect_types.h"
 #include "ondrel.h"
 
 namespace ondrel_test {
+
+// Every type in the effect list, for suites that run over the catalogue.
+inline std::vector<int> BuiltTypes() {
+  size_t count = 0;
+  const ONDREL2::EffectTypeRow* rows = ONDREL2::EffectTypeRows(&count);
+  std::vector<int> types;
+  for (size_t i = 0; i < count; ++i) types.push_back(rows[i].type);
+  return types;
+}
 
 using Settings = std::vector<std::pair<const char*, float>>;
 

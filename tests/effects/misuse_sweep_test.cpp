@@ -41,14 +41,6 @@ bool DeliversEveryFrame(int type) {
   return type != EFFECT_RESAMPLER && type != EFFECT_PITCH_SHIFTER;
 }
 
-std::vector<int> BuiltTypes() {
-  size_t count = 0;
-  const EffectTypeRow* rows = EffectTypeRows(&count);
-  std::vector<int> types;
-  for (size_t i = 0; i < count; ++i) types.push_back(rows[i].type);
-  return types;
-}
-
 AEffect* Busy(int type) {
   AEffect* fx = ondrel_test::NewEffect(static_cast<ONDREL_EFFECT_TYPE>(type));
   if (fx != nullptr)
@@ -166,7 +158,8 @@ std::string TypeName(const testing::TestParamInfo<int>& info) {
   return "type" + std::to_string(info.param);
 }
 
-INSTANTIATE_TEST_SUITE_P(Catalogue, MisuseSweep, testing::ValuesIn(BuiltTypes()), TypeName);
+INSTANTIATE_TEST_SUITE_P(Catalogue, MisuseSweep, testing::ValuesIn(ondrel_test::BuiltTypes()),
+                         TypeName);
 
 // A router whose input count grows on a running chain that is wider than it
 // (the upmixer behind it makes the chain six channels wide): the frames of
