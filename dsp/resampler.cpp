@@ -68,15 +68,19 @@ int PolyphaseFilter::Setup(int newChannels, int outRate, int inRate,
   }
 
   // With an even count the first coefficient stays 0 so that the
-  // remaining odd number of taps is symmetric about its centre.
+  // remaining odd number of taps is symmetric about its centre. Tap n and
+  // tap -n hold the same value bit for bit (the float pi product, the sine
+  // and the window are all odd or even in n), so each pair is computed once.
   const long long start = (N % 2 == 0) ? 1 : 0;
   const long long counted = N - start;
   const long long H = counted / 2;
   const double i0Beta = ResamplerBesselI0(beta);
   const double edge = static_cast<double>(H + 1) * static_cast<double>(H + 1);
   const double Ld = static_cast<double>(L);
-  for (long long i = start; i < N; ++i) {
-    const long long n = i - start - H;
+  const auto place = [&](long long i, float stored) {
+    coef[static_cast<size_t>((i % L) * t + i / L)] = stored;
+  };
+  for (long long n = 0; n <= H; ++n) {
     double value;
     if (n == 0) {
       value = cutoff;
@@ -88,7 +92,8 @@ int PolyphaseFilter::Setup(int newChannels, int outRate, int inRate,
     const double nd = static_cast<double>(n);
     const double window = ResamplerBesselI0(beta * std::sqrt(1.0 - nd * nd / edge)) / i0Beta;
     stored *= static_cast<float>(window);
-    coef[static_cast<size_t>((i % L) * t + i / L)] = stored;
+    place(start + H + n, stored);
+    if (n != 0) place(start + H - n, stored);
   }
 
   channels = newChannels;

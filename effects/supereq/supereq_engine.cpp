@@ -46,15 +46,16 @@ int IdealLowpass::Design(float newCutoff, int newLength) {
     dirty = 1;
   }
   if (dirty == 0) return ONDREL_OK;
+  // The sinc is even about the centre tap, bit for bit (its sine is odd in
+  // n), so each mirrored pair is computed once.
   const int m = (length - 1) / 2;
-  for (int i = 0; i < length; ++i) {
-    if (i == m) {
-      taps[static_cast<size_t>(i)] = 2.0f * cutoff;
-      continue;
-    }
-    const double n = static_cast<double>(i - m);
-    taps[static_cast<size_t>(i)] =
+  taps[static_cast<size_t>(m)] = 2.0f * cutoff;
+  for (int k = 1; k <= m; ++k) {
+    const double n = static_cast<double>(k);
+    const float tap =
         static_cast<float>(std::sin(n * kTwoPi * static_cast<double>(cutoff)) / (n * kPi));
+    taps[static_cast<size_t>(m + k)] = tap;
+    taps[static_cast<size_t>(m - k)] = tap;
   }
   dirty = 0;
   return ONDREL_OK;

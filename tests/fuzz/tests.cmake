@@ -22,15 +22,16 @@ if(ONDREL_BUILD_FUZZ)
   if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     message(WARNING "ONDREL_BUILD_FUZZ needs clang; the fuzz targets are not built")
   else()
-    # The signal processing (dsp/ and effects/) keeps edge coverage but not
-    # the comparison tracing: its sample loops compare on every sample, which
-    # made the chain targets spend half their time in the tracing hooks, and
-    # what the fuzzer needs to solve there are parameter branches, not sample
-    # values. The parsers and the frame keep full tracing.
+    # The signal processing (dsp/, effects/ and the frame's sample queues)
+    # keeps edge coverage but not the comparison tracing: its sample loops
+    # compare on every sample, which made the chain targets spend half their
+    # time in the tracing hooks, and what the fuzzer needs to solve there are
+    # parameter branches, not sample values. The parsers and the rest of the
+    # frame keep full tracing.
     set(fuzz_dsp_sources ${ONDREL_SOURCES})
-    list(FILTER fuzz_dsp_sources INCLUDE REGEX "/(dsp|effects)/")
+    list(FILTER fuzz_dsp_sources INCLUDE REGEX "/(dsp|effects)/|/frame/sample_fifo")
     set(fuzz_parser_sources ${ONDREL_SOURCES})
-    list(FILTER fuzz_parser_sources EXCLUDE REGEX "/(dsp|effects)/")
+    list(FILTER fuzz_parser_sources EXCLUDE REGEX "/(dsp|effects)/|/frame/sample_fifo")
     add_library(ondrel_fuzz_objects OBJECT ${fuzz_parser_sources} ${fuzz_dsp_sources})
     set_source_files_properties(${fuzz_dsp_sources} TARGET_DIRECTORY ondrel_fuzz_objects
       PROPERTIES COMPILE_OPTIONS "-fno-sanitize-coverage=trace-cmp")
