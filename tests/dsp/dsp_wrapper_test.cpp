@@ -110,7 +110,9 @@ TEST(DspWrapperRunner, InterleavedOnlyWrapperIsProbedGroupByGroupAndRun) {
   EXPECT_EQ(wideLog.bits, (std::vector<uint64_t>{0x3, 0x0}));
 }
 
-TEST(DspWrapperRunner, FrameCountsTravelFromGroupToGroup) {
+// Each group is handed what the one before reported; a wrapper whose update
+// fails leaves the audio dry.
+TEST(DspWrapperRunner, FrameCountsTravelFromGroupToGroupAndFailuresStayDry) {
   Log log;
   TestRunner runner(new InterleavedOnly(&log, 100), 4, 0x33);  // quad: two pairs
   runner.UpdateParams();
@@ -119,23 +121,17 @@ TEST(DspWrapperRunner, FrameCountsTravelFromGroupToGroup) {
   const Block b(runner, 4, &frames);
   EXPECT_EQ(log.frames, (std::vector<int32_t>{512, 412}));
   EXPECT_EQ(frames, 312);
-  // The second group was handed 412 frames; the 312 it reports come back.
   EXPECT_EQ(b.At(2, 311), 3.0f * 2);
   EXPECT_EQ(b.At(2, 312), 3.0f);
-}
 
-// A wrapper whose update fails leaves the audio dry.
-TEST(DspWrapperRunner, FailedUpdatesPassAudioUnchanged) {
-  Log log;
   TestRunner failing(new InterleavedOnly(&log, 0, ONDREL_E_INVALID), 2, 0);
   EXPECT_EQ(failing.UpdateParams(), ONDREL_E_INVALID);
   EXPECT_EQ(failing.units.UnitAt(0), nullptr);
   EXPECT_EQ(failing.GetLatency(), 0);
-  int32_t frames = 0;
-  const Block b(failing, 2, &frames);
+  const Block dry(failing, 2, &frames);
   EXPECT_EQ(frames, 512);
   for (int c = 0; c < 2; ++c)
-    for (int f = 0; f < 512; ++f) ASSERT_EQ(b.At(c, f), static_cast<float>(c + 1));
+    for (int f = 0; f < 512; ++f) ASSERT_EQ(dry.At(c, f), static_cast<float>(c + 1));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <numeric>
 #include <random>
 #include <tuple>
 #include <vector>
@@ -38,12 +39,7 @@ struct DirectSinc {
   DirectSinc(int inRate, int outRate) {
     const double ratio = double(inRate) / outRate;
     T = (ratio >= 0.5 && ratio <= 2) ? 35 : (ratio >= 0.25 && ratio <= 4) ? 40 : 45;
-    long a = inRate, b = outRate;
-    while (b) {
-      long t = a % b;
-      a = b;
-      b = t;
-    }
+    const long a = std::gcd(inRate, outRate);
     L = outRate / a;
     M = inRate / a;
     cutoff = 1.0;

@@ -52,11 +52,6 @@ inline bool WriteBytes(const std::string& path, const std::vector<uint8_t>& byte
 
 inline bool FileExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 
-inline uint32_t U32At(const std::vector<uint8_t>& b, size_t at) {
-  return static_cast<uint32_t>(b[at]) | static_cast<uint32_t>(b[at + 1]) << 8 |
-         static_cast<uint32_t>(b[at + 2]) << 16 | static_cast<uint32_t>(b[at + 3]) << 24;
-}
-
 // Little-endian byte sink for hand-made files.
 struct Bytes {
   std::vector<uint8_t> data;

@@ -1,8 +1,7 @@
 // Resource files that cannot serve, through the two effects that load wave
-// resources (studio IR convolution and the sampler), over the public
-// interface. Each gives the dry signal or, for a header that overstates a
-// readable file, what the file holds; never a crash or a read outside the
-// file's samples (the sanitizer build sees to that), and never a clear
+// resources (studio IR convolution and the sampler): the dry signal or, for
+// a header that overstates a readable file, what the file holds; never a
+// read outside the file (the sanitizer build sees to that), never a clear
 // "-dec" copy left behind.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -52,11 +51,9 @@ struct HostileResource : EffectTest {
 
 // Files that are missing, empty, truncated, not wave data, scrambled
 // garbage, a directory; and channel counts beyond what a loader uses (the
-// convolver takes one, two or four; the sampler mixes stereo files only,
-// and would read a mono file at a stride of two). Each gives the dry signal
-// (the convolver, which may use some of those counts, at least finite
-// output), and no
-// clear copy stays behind.
+// sampler mixes stereo files only; the convolver takes one, two or four and
+// must at least stay finite). Each gives the dry signal, and no clear copy
+// stays behind.
 TEST_F(HostileResource, BrokenFilesAndUnusableChannelCountsGiveTheDrySignal) {
   std::vector<float> stereo(2 * 400, 0.0f);
   stereo[0] = stereo[1] = 0.5f;
@@ -100,7 +97,7 @@ TEST_F(HostileResource, HeadersClaimingGigabytesReserveNothing) {
   root.WriteWave("claims.wav", 44100, 2, stereo);
   std::vector<uint8_t> bytes = ReadBytes(root.File("claims.wav"));
   const size_t dataSizeAt = bytes.size() - 2400 - 4;
-  ASSERT_EQ(U32At(bytes, dataSizeAt - 4), 0x61746164u);  // "data"
+  ASSERT_EQ(std::memcmp(&bytes[dataSizeAt - 4], "data", 4), 0);
   rusage before{}, after{};
   getrusage(RUSAGE_SELF, &before);
   for (uint32_t claim : {0x7FFFFFF8u, 0xFFFFFFF8u, 0x80000000u}) {

@@ -6,9 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <functional>
-#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -56,8 +54,6 @@ long FirstDifference(const std::vector<T>& want, const std::vector<T>& got) {
   const auto at = std::mismatch(want.begin(), want.end(), got.begin()).first;
   return at == want.end() ? -1 : static_cast<long>(at - want.begin());
 }
-
-// ---- Reading files written by libsndfile -----------------------------------
 
 TEST(WaveFileRead, EveryFormatFromLibsndfileMatchesClosedFormScaling) {
   ScratchDir dir;
@@ -171,8 +167,6 @@ TEST(WaveFileRead, EveryFormatFromLibsndfileMatchesClosedFormScaling) {
   }
 }
 
-// ---- Writing files that libsndfile reads ---------------------------------
-
 // The samples of a file as libsndfile decodes them: native integers for PCM
 // (unsigned for 8 bits), values for float formats.
 std::vector<double> ReadWithLibsndfile(const std::string& path, SF_INFO* info) {
@@ -284,8 +278,6 @@ TEST(WaveFileWrite, FloatAndDoubleInputReadBackByLibsndfile) {
     }
   }
 }
-
-// ---- Headers: accepted forms and refusals ----------------------------------
 
 TEST(WaveFileOpen, HeaderChecksAcceptAndRefuseAsDocumented) {
   ScratchDir dir;

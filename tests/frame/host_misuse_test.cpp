@@ -1,6 +1,7 @@
 // What a careless or hostile host can hand the library: counts beyond any
-// stream, values that are not numbers, samples that are not finite. Each is
-// answered by a status or a safe result.
+// stream, missing pointers, values that are not numbers. Each is answered
+// by a status or a safe result. (Samples that are not finite enter as
+// silence: the queue tests; every type under them: the misuse sweep.)
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -39,42 +40,6 @@ TEST(HostMisuse, HugeChannelCountsAllocateNothing) {
   EXPECT_EQ(ondrel_processf_output(inst, out.data(), available, &written), ONDREL_OK);
   EXPECT_GT(written, 0);
   ondrel_destroy_inst(inst);
-}
-
-// One burst of NaN and infinity from the host: recursive filters would
-// carry it for ever; the samples enter as silence instead, and the output
-// is finite from the start. Finite input is untouched: the same stream
-// without the burst gives the same samples outside it.
-TEST(HostMisuse, NonFiniteSamplesEnterAsSilence) {
-  ondrel_test::SilenceLog();
-  std::vector<float> clean(2 * 8192);
-  for (size_t i = 0; i < clean.size(); ++i)
-    clean[i] = 0.3f * static_cast<float>(std::sin(static_cast<double>(i / 2) * 0.05));
-  std::vector<float> dirty = clean;
-  for (size_t i = 2000; i < 2128; ++i) {
-    dirty[i] = i % 2 ? (i % 4 == 1 ? INFINITY : -INFINITY) : NAN;
-    clean[i] = 0.0f;  // what the burst becomes
-  }
-  auto run = [&](std::vector<float> in) {
-    void* inst = ondrel_create_inst();
-    AEffect* fx = Make(EFFECT_PK_FILTER);
-    ondrel_set_params(inst, &fx, 1);
-    std::vector<float> out(in.size() + 4096);
-    int available = 0, written = 0;
-    EXPECT_EQ(ondrel_processf_input(inst, in.data(), static_cast<int>(in.size()), &available),
-              ONDREL_OK);
-    ondrel_processf_output(inst, out.data(), available, &written);
-    out.resize(static_cast<size_t>(written));
-    ondrel_destroy_inst(inst);
-    return out;
-  };
-  const std::vector<float> a = run(dirty), b = run(clean);
-  ASSERT_EQ(a.size(), b.size());
-  ASSERT_GT(a.size(), 4096u);
-  for (size_t i = 0; i < a.size(); ++i) {
-    ASSERT_TRUE(std::isfinite(a[i])) << "sample " << i;
-    ASSERT_EQ(a[i], b[i]) << "sample " << i;
-  }
 }
 
 bool IsStatus(int rc) { return rc == ONDREL_OK || rc == ONDREL_E_INVALID || rc == ONDREL_E_NOMEM; }
@@ -250,16 +215,20 @@ TEST(HostMisuse, MissingPointersAndIndicesOutsideTheTable) {
   for (int op = ONDREL_OP_OPEN; op <= ONDREL_OP_GET_SCRIPT_VERSION; ++op)
     if (op != ONDREL_OP_CLOSE) limiter->dispatcher(limiter, op, 0, 0, nullptr, 0.0f);
   char text[256];
-  for (int index : {-1, 999, INT_MIN})
+  for (int index : {-1, 999, INT_MIN, limiter->numParams})
     for (int op = ONDREL_OP_GET_PARAM_LABEL; op <= ONDREL_OP_PARAM_NEEDS_REBUILD; ++op) {
-      if (op == ONDREL_OP_SET_CHANNELS || op == ONDREL_OP_SET_OUT_CHANNELS ||
-          op == ONDREL_OP_SET_SAMPLE_RATE || op == ONDREL_OP_SUSPEND_RESUME ||
-          op == ONDREL_OP_GET_EFFECT_TYPE || op == ONDREL_OP_GET_EFFECT_NAME ||
-          op == ONDREL_OP_GET_PARAM_INDEX)
+      // Skipped: the opcodes without a parameter index.
+      if (op == ONDREL_OP_GET_PARAM_INDEX ||
+          (op >= ONDREL_OP_SET_CHANNELS && op <= ONDREL_OP_SUSPEND_RESUME && op != ONDREL_OP_NONE))
         continue;
       void* ptr = op == ONDREL_OP_GET_PARAM_DATA ? static_cast<void*>(&value) : text;
-      limiter->dispatcher(limiter, op, index, 4, ptr, 0.5f);
+      const int32_t r = limiter->dispatcher(limiter, op, index, 4, ptr, 0.5f);
+      if (op == ONDREL_OP_GET_PARAM_DATA || op == ONDREL_OP_SET_PARAM_DATA ||
+          op == ONDREL_OP_IS_PARAM_BINARY || op == ONDREL_OP_GET_PARAM_HINTS) {
+        EXPECT_EQ(r, 0) << "opcode " << op << " index " << index;
+      }
     }
+  EXPECT_EQ(value, -6.0f);  // nothing written through the data pointer
   // Binary data of negative or huge claimed size without a buffer.
   AEffect* ir = Make(EFFECT_STUDIO_IR);
   EXPECT_TRUE(IsStatus(ir->dispatcher(ir, ONDREL_OP_SET_PARAM_DATA, 0, -5, text, 0.0f)));

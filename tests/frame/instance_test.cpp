@@ -1,6 +1,6 @@
 // The processing instance through the exported interface: chain decisions
-// and format negotiation. Sample-exact paths are checked where the
-// conversions live (the queue tests) and end to end by the tool tests.
+// and renegotiation. Sample-exact paths are checked where the conversions
+// live (the queue tests) and end to end by the tool tests.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -99,27 +99,19 @@ TEST_F(Instance, SetParamsChoosesBetweenNothingOnTheFlyAndRebuild) {
   EXPECT_EQ(count, 0);
 }
 
-TEST_F(Instance, FormatNegotiation) {
+// A null instance still takes ownership of the list (the sanitizer build
+// sees a leak otherwise). The same rate again does not reconfigure the
+// chain; another does.
+TEST_F(Instance, NullInstanceOwnsTheListAndTheSameRateChangesNothing) {
   ASSERT_EQ(ondrel_setup_input(inst, 6, 0x3F), 0);
   ASSERT_EQ(ondrel_set_samplerate(inst, 48000.0f), 0);
   AEffect* fx = Amp(0.0f);
   ASSERT_EQ(ondrel_set_params(inst, &fx, 1), 0);
-  int ch = 0;
-  uint64_t layout = 0;
-  float rate = 0;
-  ASSERT_EQ(ondrel_get_out_chns(inst, &ch, &layout), 0);
-  ASSERT_EQ(ondrel_get_samplerate(inst, &rate), 0);
-  EXPECT_EQ(ch, 6);
-  EXPECT_EQ(layout, 0x3Fu);
-  EXPECT_EQ(rate, 48000.0f);
-  EXPECT_EQ(fx->numInputs, 6);
-  // A null instance still takes ownership of the list.
   AEffect* orphan = Amp(1.0f);
   EXPECT_EQ(ondrel_set_params(nullptr, &orphan, 1), 2000);
-  // The same rate again does not reconfigure the chain; another does.
   LogCapture log(4);
   EXPECT_EQ(ondrel_set_samplerate(inst, 48000.0f), 0);
-  EXPECT_TRUE(log.Has("[ON2L]:set_samplerate: " + std::string(Ptr(inst)) + ", 48000"));
+  EXPECT_TRUE(log.Has("[ON2L]:set_samplerate: " + Ptr(inst) + ", 48000"));
   EXPECT_FALSE(log.Has("[ON2L]:in/sr:48000, ch:6, layout:3f"));
   EXPECT_EQ(ondrel_set_samplerate(inst, 44100.0f), 0);
   EXPECT_TRUE(log.Has("[ON2L]:in/sr:44100, ch:6, layout:3f"));

@@ -1,17 +1,17 @@
-// Parameter stream: the exact byte layout (hand-derived from
-// the FlatBuffers builder rules, and decoded by the real flatc tool), older
-// and newer versions, and the failure paths with their clean-up.
+// Parameter stream: the written layout as the real flatc tool decodes it,
+// older and newer versions, and the failure paths with their clean-up.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -67,8 +67,6 @@ float ParamOf(AEffect* e, int index) {
   return v;
 }
 
-// ---- Hand-built streams (through the generated builder, not the writer) ----
-
 struct RecordSpec {
   const char* name;
   std::vector<uint8_t> value;
@@ -87,6 +85,7 @@ RecordSpec Gain(float v, const char* script = nullptr) {
   return {"Gain", std::vector<uint8_t>(b, b + 4), script};
 }
 
+// A stream built through the generated builder, not the writer.
 std::vector<uint8_t> Build(int32_t version, const std::vector<EffectSpec>& effects,
                            bool hasEffects = true, const char* text = nullptr) {
   fb::FlatBufferBuilder fbb;
@@ -118,33 +117,26 @@ int Read(const std::vector<uint8_t>& s, Loaded* out, char* text = nullptr) {
   return rc;
 }
 
-// ---- Round trip ------------------------------------------------------------
-
 // Decodes `stream` with flatc against the schema, without whitespace (the
 // strings written here hold none) and with the time value replaced by "T",
 // which goes to `time`; "" on failure.
 std::string FlatcJson(const Written& stream, int64_t* time = nullptr) {
-  std::string base = std::string(ONDREL_TEST_BINARY_DIR) + "/param_stream_flatc_XXXXXX";
-  if (mkdtemp(&base[0]) == nullptr) return "";
-  std::ofstream(base + "/stream.bin", std::ios::binary)
-      .write(static_cast<const char*>(stream.data), stream.size);
+  const std::string dir = std::string(ONDREL_TEST_BINARY_DIR) + "/param_stream_flatc";
   const std::string schema = std::string(ONDREL_TEST_SOURCE_DIR) + "/../frame/param_stream.fbs";
-  const std::string cmd = "cd '" + base + "' && flatc --json --strict-json --raw-binary '" +
-                          schema + "' -- stream.bin > /dev/null 2>&1";
+  std::remove((dir + "/stream.json").c_str());
+  if (std::system(("mkdir -p '" + dir + "'").c_str()) != 0) return "";
+  std::ofstream(dir + "/stream.bin", std::ios::binary)
+      .write(static_cast<const char*>(stream.data), stream.size);
+  const std::string cmd = "cd '" + dir + "' && flatc --json --strict-json --raw-binary '" + schema +
+                          "' -- stream.bin > /dev/null 2>&1";
   std::stringstream json;
-  if (std::system(cmd.c_str()) == 0) json << std::ifstream(base + "/stream.json").rdbuf();
-  if (std::system(("rm -rf '" + base + "'").c_str()) != 0)
-    ADD_FAILURE() << "cannot remove " << base;
+  if (std::system(cmd.c_str()) == 0) json << std::ifstream(dir + "/stream.json").rdbuf();
   std::string text = json.str();
   text.erase(std::remove_if(text.begin(), text.end(), ::isspace), text.end());
-  const std::string key = "\"time\":";
-  const size_t found = text.find(key);
-  if (found == std::string::npos) return text;
-  const size_t at = found + key.size();
-  size_t end = at;
-  while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end]))) ++end;
-  if (time != nullptr) *time = std::strtoll(text.c_str() + at, nullptr, 10);
-  return text.replace(at, end - at, "T");
+  const std::regex timeField("\"time\":(\\d+)");
+  std::smatch m;
+  if (time != nullptr && std::regex_search(text, m, timeField)) *time = std::stoll(m[1]);
+  return std::regex_replace(text, timeField, "\"time\":T");
 }
 
 TEST_F(ParamStream, FlatcDecodesWrittenStreams) {
@@ -177,8 +169,6 @@ TEST_F(ParamStream, FlatcDecodesWrittenStreams) {
             "{\"version\":3,\"effects\":[{\"type\":4,\"params\":[{\"name\":\"Gain\",\"value\":[0,0,"
             "128,63],\"script\":\"#GV_SCRIPTVERSION=3\\nout=in\"}]}],\"text\":\"\",\"time\":T}");
 }
-
-// ---- Versions ----------------------------------------------------------------
 
 TEST_F(ParamStream, OldVersionsSetNormalisedValuesAndTooNewIsRefused) {
   // Versions 0 and 1 hold a normalised float for a non-binary first
@@ -219,8 +209,6 @@ TEST_F(ParamStream, OldVersionsSetNormalisedValuesAndTooNewIsRefused) {
   EXPECT_STREQ(text, "new");
   l.count = 0;
 }
-
-// ---- Failures ----------------------------------------------------------------
 
 TEST_F(ParamStream, UnloadableListsGive1000AndDestroyWhatWasBuilt) {
   // Unknown types after a built effect (types outside the catalogue of this

@@ -22,18 +22,23 @@ struct Result {
   long position;  // parser's stop position in the text
 };
 
+// Parses `text` against `table`, and folds it when all was read.
+te_node* Parse(const char* text, te_state* state, const xvariable* table = nullptr, int n = 0) {
+  *state = te_state{};
+  state->start = text;
+  state->lookup = table;
+  state->lookup_len = n;
+  te_node* root = te_parse(state);
+  if (state->type == TE_TOK_END) te_fold(root);
+  return root;
+}
+
 Result Evaluate(const std::string& text, const xvariable* lookup = nullptr, int count = 0) {
-  te_state state{};
-  state.start = text.c_str();
-  state.lookup = lookup;
-  state.lookup_len = count;
-  te_node* root = te_parse(&state);
+  te_state state;
+  te_node* root = Parse(text.c_str(), &state, lookup, count);
   EXPECT_NE(root, nullptr) << text;
-  Result r{std::nan(""), state.type, static_cast<long>(state.next - text.c_str())};
-  if (state.type == TE_TOK_END) {
-    te_fold(root);
-    r.value = te_eval(root);
-  }
+  const Result r{state.type == TE_TOK_END ? te_eval(root) : std::nan(""), state.type,
+                 static_cast<long>(state.next - text.c_str())};
   te_free(root);
   return r;
 }
@@ -144,8 +149,6 @@ TEST_F(ExpressionTest, NestingIsBoundedWithoutExhaustingTheStack) {
     EXPECT_NE(Evaluate(deep).kind, TE_TOK_END);
 }
 
-// ---- Caller tables -------------------------------------------------------
-
 int g_calls = 0;
 std::vector<double> g_trace;
 
@@ -166,18 +169,6 @@ void* Fn(F* f) {
   return reinterpret_cast<void*>(f);
 }
 
-// Parses and folds `text` against `table`.
-te_node* Compile(const char* text, const xvariable* table, int n) {
-  te_state state{};
-  state.start = text;
-  state.lookup = table;
-  state.lookup_len = n;
-  te_node* root = te_parse(&state);
-  EXPECT_EQ(state.type, TE_TOK_END) << text;
-  te_fold(root);
-  return root;
-}
-
 TEST_F(ExpressionTest, CallerNamesComeFirstAndAreReadAtEvaluation) {
   double x = 3.0, first = 1.0, second = 2.0, myE = 5.0;
   const xvariable table[] = {
@@ -189,7 +180,8 @@ TEST_F(ExpressionTest, CallerNamesComeFirstAndAreReadAtEvaluation) {
   EXPECT_EQ(Evaluate("e", table, 5).value, 5.0);  // hides the built-in
   EXPECT_EQ(Evaluate("x_2*x", table, 5).value, 6.0);
   EXPECT_EQ(Evaluate("x2", table, 5).value, 0.0);  // exact match only
-  te_node* root = Compile("x*x+1", table, 5);
+  te_state state;
+  te_node* root = Parse("x*x+1", &state, table, 5);
   EXPECT_EQ(te_eval(root), 10.0);
   x = 4.0;
   EXPECT_EQ(te_eval(root), 17.0);
@@ -232,7 +224,9 @@ TEST_F(ExpressionTest, PureFunctionsWithConstantArgumentsFoldOnce) {
     g_calls = 0;
     g_trace.clear();
     x = 0.0;
-    te_node* root = Compile(c.text, table, n);
+    te_state state;
+    te_node* root = Parse(c.text, &state, table, n);
+    ASSERT_EQ(state.type, TE_TOK_END);
     x = 4.0;
     EXPECT_EQ(g_calls, c.foldCalls);
     EXPECT_EQ(g_trace, c.foldTrace);
@@ -249,8 +243,6 @@ TEST_F(ExpressionTest, PureFunctionsWithConstantArgumentsFoldOnce) {
   EXPECT_EQ(Evaluate("sum7(1,2,3,4,5,6,7)", table, n).value, 7654321.0);
   EXPECT_NE(Evaluate("sum7(1,2,3,4,5,6)", table, n).kind, TE_TOK_END);
 }
-
-// ---- Number parsing and its locale ---------------------------------------
 
 // Makes a decimal-comma locale current: an installed German one, or one
 // compiled from the system's locale sources into the build directory.
