@@ -11,7 +11,6 @@
 #include <cstring>
 #include <ctime>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -133,10 +132,11 @@ std::string FlatcJson(const Written& stream, int64_t* time = nullptr) {
   if (std::system(cmd.c_str()) == 0) json << std::ifstream(dir + "/stream.json").rdbuf();
   std::string text = json.str();
   text.erase(std::remove_if(text.begin(), text.end(), ::isspace), text.end());
-  const std::regex timeField("\"time\":(\\d+)");
-  std::smatch m;
-  if (time != nullptr && std::regex_search(text, m, timeField)) *time = std::stoll(m[1]);
-  return std::regex_replace(text, timeField, "\"time\":T");
+  const size_t found = text.find("\"time\":");
+  if (found == std::string::npos) return text;
+  const size_t at = found + 7, end = text.find_first_not_of("0123456789", at);
+  if (time != nullptr) *time = std::atoll(text.c_str() + at);
+  return text.replace(at, end - at, "T");
 }
 
 TEST_F(ParamStream, FlatcDecodesWrittenStreams) {
