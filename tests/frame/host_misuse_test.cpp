@@ -214,21 +214,25 @@ TEST(HostMisuse, MissingPointersAndIndicesOutsideTheTable) {
   AEffect* limiter = Make(EFFECT_LIMITER);
   for (int op = ONDREL_OP_OPEN; op <= ONDREL_OP_GET_SCRIPT_VERSION; ++op)
     if (op != ONDREL_OP_CLOSE) limiter->dispatcher(limiter, op, 0, 0, nullptr, 0.0f);
-  char text[256];
+  char text[256] = "in";
   for (int index : {-1, 999, INT_MIN, limiter->numParams})
     for (int op = ONDREL_OP_GET_PARAM_LABEL; op <= ONDREL_OP_PARAM_NEEDS_REBUILD; ++op) {
       // Skipped: the opcodes without a parameter index.
       if (op == ONDREL_OP_GET_PARAM_INDEX ||
           (op >= ONDREL_OP_SET_CHANNELS && op <= ONDREL_OP_SUSPEND_RESUME && op != ONDREL_OP_NONE))
         continue;
-      void* ptr = op == ONDREL_OP_GET_PARAM_DATA ? static_cast<void*>(&value) : text;
+      // Value and data results aim at `value`, which must stay as it is.
+      const bool number = op == ONDREL_OP_GET_PARAM_DATA || op == ONDREL_OP_GET_PARAM ||
+                          op == ONDREL_OP_GET_PARAM_DEFAULT || op == ONDREL_OP_GET_PARAM_HINTS ||
+                          op == ONDREL_OP_GET_PARAM_NORMALIZED;
+      void* ptr = number ? static_cast<void*>(&value) : text;
       const int32_t r = limiter->dispatcher(limiter, op, index, 4, ptr, 0.5f);
       if (op == ONDREL_OP_GET_PARAM_DATA || op == ONDREL_OP_SET_PARAM_DATA ||
           op == ONDREL_OP_IS_PARAM_BINARY || op == ONDREL_OP_GET_PARAM_HINTS) {
         EXPECT_EQ(r, 0) << "opcode " << op << " index " << index;
       }
     }
-  EXPECT_EQ(value, -6.0f);  // nothing written through the data pointer
+  EXPECT_EQ(value, -6.0f);
   // Binary data of negative or huge claimed size without a buffer.
   AEffect* ir = Make(EFFECT_STUDIO_IR);
   EXPECT_TRUE(IsStatus(ir->dispatcher(ir, ONDREL_OP_SET_PARAM_DATA, 0, -5, text, 0.0f)));
