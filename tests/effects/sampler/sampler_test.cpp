@@ -1,5 +1,6 @@
 // The sampler through the public interface: a looped file added to each
-// stereo pair for ever, gain, scrambled files, refused and missing files.
+// stereo pair for ever, gain, scrambled files, the log of a missing file
+// (files that cannot serve are the hostile-resource tests' matter).
 #include <gtest/gtest.h>
 
 #include <string>
@@ -56,22 +57,13 @@ TEST_F(Sampler, LoopsTheFileForEverOverThePairs) {
   EXPECT_TRUE(root.ClearCopies().empty());
 }
 
-// A mono file (its frames would be read two samples at a time) and a
-// missing file leave the signal as it is, and nothing leaks a clear copy.
-TEST_F(Sampler, RefusedOrMissingFilesPassTheSignal) {
-  root.WriteWave("mono.wav", 44100, 1, {0.5f, 0.5f, 0.5f});
-  const std::vector<float> x = TestSignal(2000, 2, 44100.0f);
-  StreamResult r = RunStream(NewSampler("mono.wav"), 44100.0f, 2, x);
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(FirstDifference(r.output, x), x.size());
-
+// A missing file is named in the log with its full path, then reported failed.
+TEST_F(Sampler, MissingFileIsLogged) {
   AEffect* fx = NewSampler("nowhere.wav");
   LogCapture log(4);
-  r = RunStream(fx, 44100.0f, 2, x);
-  EXPECT_EQ(FirstDifference(r.output, x), x.size());
+  RunStream(fx, 44100.0f, 2, TestSignal(2000, 2, 44100.0f));
   EXPECT_TRUE(log.Has("[ON2L]:SetFilePathUTF8(0): " + root.File("nowhere.wav")));
   EXPECT_TRUE(log.Has("[ON2L]:SetFilePathUTF8 Failed!"));
-  EXPECT_TRUE(root.ClearCopies().empty());
 }
 
 }  // namespace
