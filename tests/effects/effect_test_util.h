@@ -1,6 +1,5 @@
 // Helpers for the effect tests: effects set up by parameter name, streams
-// through a processing instance, deterministic test signals and bit-exact
-// comparison.
+// through a processing instance, test signals and comparisons.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -65,7 +64,7 @@ struct StreamResult {
 
 using OnChunk = std::function<void(int chunk, ONDREL2::AEffect* fx)>;
 
-// Odd host call sizes around the usual block sizes: what catches adapter faults.
+// Odd host call sizes around the usual block sizes.
 inline const std::vector<int>& OddChunks() {
   static const std::vector<int> chunks = {1, 1023, 1024, 1025, 4096, 31, 4099, 2, 511, 513, 7};
   return chunks;

@@ -24,20 +24,18 @@ TEST_F(ResamplerEffectTest, TargetRateAndConverter) {
   fx.UpdateParams();
   EXPECT_EQ(fx.GetSampleRate(), 96000.0f);
 
-  fx.SetParam(0, 1.0f);  // Multiplier
-  fx.SetParam(1, -1.0f);
-  fx.UpdateParams();
-  EXPECT_EQ(fx.GetSampleRate(), 22050.0f);
-  fx.SetParam(1, 3.0f);
-  fx.UpdateParams();
-  EXPECT_EQ(fx.GetSampleRate(), 176400.0f);
-  fx.SetParam(3, 96000.0f);  // Max
-  fx.UpdateParams();
-  EXPECT_EQ(fx.GetSampleRate(), 96000.0f);
-  fx.SetParam(0, 0.0f);
-  fx.SetParam(2, 192000.0f);
-  fx.UpdateParams();
-  EXPECT_EQ(fx.GetSampleRate(), 96000.0f);
+  // Parameters 0 Method (1: by multiplier), 1 Multiplier (a power of two),
+  // 2 SampleRate, 3 Max, changed in turn, and the rate each update gives.
+  const struct {
+    int param;
+    float value, rate;
+  } steps[] = {{1, -1, 96000},    {0, 1, 22050}, {1, 3, 176400},
+               {3, 96000, 96000}, {0, 0, 96000}, {2, 192000, 96000}};
+  for (const auto& s : steps) {
+    fx.SetParam(s.param, s.value);
+    fx.UpdateParams();
+    EXPECT_EQ(fx.GetSampleRate(), s.rate) << s.param << " at " << s.value;
+  }
 
   // "Linear": the polyphase converter for the pair.
   fx.SetParam(3, 192000.0f);
