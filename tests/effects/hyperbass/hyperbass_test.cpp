@@ -24,20 +24,11 @@ double ModelMagnitude(double hz, double rate, double designRate, double selectiv
                       double ratio) {
   const double bandHz[10] = {31.25, 62.5, 125, 250, 500, 1000, 2000, 4000, 8000, 16000};
   const double bandDb[10] = {0, 0, -1, -2, -2, -3, -3, -3, -3, -3};
-  const double width = 1.22474492;
   const Complex z1 = std::polar(1.0, -kTwoPi * hz / rate);  // z^-1
   const Complex low = (1.0 / (selectivity + 1.0)) / (1.0 - selectivity / (selectivity + 1.0) * z1);
   Complex h = gain * (1.0 + ratio * low);
-  for (int b = 0; b < 10; ++b) {
-    if (bandDb[b] == 0.0 || 2.0 * bandHz[b] >= designRate) continue;
-    const double w = bandHz[b] * kTwoPi / designRate;
-    const double t = std::tan(w * width * 0.5);
-    const double k = (1.0 - t) / (1.0 + t);
-    const double g = std::pow(10.0, bandDb[b] / 20.0) - 1.0;
-    const Complex band = (1.0 - k) * 0.5 * (1.0 - 1.005 * z1 * z1) /
-                         (1.0 - std::cos(w) * (1.0 + k) * z1 + k * z1 * z1);
-    h *= 1.0 + g * band;
-  }
+  for (int b = 0; b < 10; ++b)
+    if (bandDb[b] != 0.0) h *= PeakBand(bandHz[b], 1.22474492, bandDb[b], designRate, hz, rate);
   return std::abs(h);
 }
 

@@ -19,23 +19,14 @@ using namespace ONDREL2;
 using namespace ondrel_test;
 using Complex = std::complex<double>;
 
-// |H(e^jw)| of the effect: the emphasis, then y += g * BP(y) per band,
-// where BP is the band pass with alpha = tan(w0 Q / 2) and its zero pair at
-// +-1.005^(1/2) instead of the unit circle.
+// |H(e^jw)| of the effect: the emphasis (1 + a - a z^-1), then the three
+// equaliser bands.
 double Closed(double f, double rate, double vocal) {
   const double freqs[] = {2000.0, 4000.0, 8000.0};
   const double gains[] = {2.0, 3.0, 2.0};
-  const Complex z1 = std::polar(1.0, -2 * M_PI * f / rate), z2 = z1 * z1;
   const double a = vocal / 127.0;
-  Complex h = (1.0 + a) - a * z1;
-  for (int b = 0; b < 3; ++b) {
-    if (2 * freqs[b] >= rate) continue;
-    const double w0 = 2 * M_PI * freqs[b] / rate;
-    const double t = std::tan(w0 * 1.22474492 / 2);
-    const Complex bp =
-        t * (1.0 - 1.005 * z2) / ((1.0 + t) - 2 * std::cos(w0) * z1 + (1.0 - t) * z2);
-    h *= 1.0 + (std::pow(10.0, gains[b] / 20) - 1.0) * bp;
-  }
+  Complex h = (1.0 + a) - a * std::polar(1.0, -2 * M_PI * f / rate);
+  for (int b = 0; b < 3; ++b) h *= PeakBand(freqs[b], 1.22474492, gains[b], rate, f, rate);
   return std::abs(h);
 }
 
