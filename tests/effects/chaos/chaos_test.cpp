@@ -37,8 +37,6 @@ TEST(Chaos, RoutesByMultiplierWrapAndShift) {
     Settings settings;
     std::vector<float> frame;  // its width is the output channel count
   } cases[] = {
-      // Both multipliers 0: each channel on itself.
-      {{}, {1, 2}},
       // Twice the outputs: without wrap channels 2 and 3 have no route and
       // keep what they carried (nothing); with wrap they repeat 0 and 1.
       {{{"Output Multiplier", 1.0f}}, {1, 2, 0, 0}},

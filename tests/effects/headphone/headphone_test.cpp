@@ -170,8 +170,6 @@ TEST_F(HeadphoneTest, RemixMatrices) {
     HeadphoneRoomEngine engine;
     ASSERT_TRUE(engine.Init(44100, channels)) << channels;
     ASSERT_NE(engine.remixer, nullptr);
-    ASSERT_EQ(engine.remixer->outputChannels, 6);
-    ASSERT_EQ(engine.remixer->inputChannels, channels);
     for (int o = 0; o < 6; ++o)
       for (int i = 0; i < channels; ++i)
         EXPECT_NEAR(engine.remixer->At(o, i), weight.at(rows[o * (channels + 1) + i]), 1e-7)

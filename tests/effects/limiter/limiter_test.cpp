@@ -26,7 +26,6 @@ TEST_F(LimiterTest, StreamStaysUnderTheCeiling) {
     float limitDb, outDb;
     bool autoLevel;
   } cases[] = {
-      {2, {}, -0.2f, -0.1f, true},
       {2,
        {{"In", -3},
         {"Limit", -12},
