@@ -1,6 +1,4 @@
-// The delay's timing and feedback through the public interface: repeats at
-// the feedback's level, one sample for 0 ms, the left settings for a lone
-// channel, and an empty ring after a change.
+// The delay's repeats, timing and ring reset through the public interface.
 #include <gtest/gtest.h>
 
 #include <vector>

@@ -1,8 +1,5 @@
-// Dfx enhancers through the public interface: the 3D surround's mid
-// pass-through, line delays and side high pass (against the cookbook closed
-// form), the headphone's first cross-feed arrival, the ambience's
-// pass-through point and phase flip, and the dynamic boost's delay, ceiling
-// and left-driven level.
+// Dfx enhancers through the public interface: worked delays and levels,
+// pass-through points, and the 3D surround's side against the cookbook.
 #include "effects/dfx/dfx_effects.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,5 @@
-// DfxHyperbass: the bell design at the worked settings (gain and width),
-// its shape as a bell (unity at DC and Nyquist, G at 90 Hz, level B at
-// edges f0 / W apart), and a parameter move that keeps the state (no
-// click).
+// DfxHyperbass: the bell design at worked settings and its shape as a
+// bell, and a parameter move that keeps the state (no click).
 #include "effects/dfx_hyperbass/dfx_hyperbass.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,5 @@
-// Fixed-band equaliser: each band's magnitude, from a naive DFT of its
-// impulse response, against the closed-form peaking response in double;
-// nearly flat bands pass bit for bit and bands at half the rate fall silent; the
-// band pipeline gives the bits of the frame-by-frame loop.
+// Fixed-band equaliser: band magnitudes from a naive DFT against the closed
+// form, bypassed bands, and the band pipeline against its scalar loop.
 #include "effects/eq/eqfb.h"
 
 #include <gtest/gtest.h>

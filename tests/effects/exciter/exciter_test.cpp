@@ -1,7 +1,5 @@
-// Exciter: below clipping and with no harmonics it is the linear system
-// 1 + mix * drive * (1 - LP)^2 with LP the one-pole low pass, checked on
-// the unit circle with gains from exp(dB / 8.65617); and the saturator's
-// bounded excess.
+// Exciter: the small-signal response without harmonics against its linear
+// model on the unit circle, and the saturator's bounded excess.
 #include <gtest/gtest.h>
 
 #include <cmath>

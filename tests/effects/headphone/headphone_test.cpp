@@ -1,6 +1,5 @@
-// Headphone room simulation: rooms served by a test stream reader, checked
-// against a direct convolution in double precision, the remix matrices of
-// every supported channel count, and the room rules.
+// Headphone room simulation with rooms served by a test stream reader:
+// direct convolution in double, remix matrices and the room rules.
 #include "effects/headphone/headphone.h"
 
 #include <gtest/gtest.h>

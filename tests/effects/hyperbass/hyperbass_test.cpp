@@ -1,7 +1,5 @@
-// HyperBass against its transfer function evaluated on the unit circle: the
-// one-pole low band mixed onto the signal, times the ten tilt bands, each
-// band 1 + gain * inputScale (1 + zero2 z^-2) / (1 - f1 z^-1 - f2 z^-2)
-// from the band design in double. Measured with sines through an instance.
+// HyperBass against its transfer function on the unit circle: the one-pole
+// low band mixed onto the signal, times the tilt bands.
 #include <gtest/gtest.h>
 
 #include <cmath>

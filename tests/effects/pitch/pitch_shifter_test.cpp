@@ -1,6 +1,5 @@
-// Pitch shifter: the stream through an instance against a SoundTouch engine
-// driven directly in blocks of 512, including the restart of the engine at a
-// parameter change.
+// Pitch shifter against a SoundTouch engine driven directly, including its
+// restart at a parameter change.
 #include "effects/pitch/pitch_shifter.h"
 
 #include <gtest/gtest.h>

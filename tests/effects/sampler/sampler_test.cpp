@@ -1,5 +1,4 @@
-// The sampler through the public interface: a looped file added to each
-// stereo pair for ever, gain, scrambled files.
+// The sampler: a looped file added to each stereo pair, gain, scrambled files.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -1,6 +1,5 @@
-// Stereo tools: the panner's pan law and the enhancer's mid/side identities
-// on test signals (pairs only, singles untouched), and the rotator's
-// constant-power gains and rotation rate.
+// Stereo tools: the panner's pan law, the enhancer's mid/side identities and
+// the rotator's constant power and rate.
 #include "effects/stereo_tools/stereo_tools.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,5 @@
-// Studio IR convolution through the public interface: the output against a
-// direct convolution in double of the file's samples, the path matrix of
-// mono, stereo and four-channel files, trimming and fading against their
-// rules, and the channels and names it refuses.
+// Studio IR convolution: direct convolution in double for each file width,
+// trimming and fading, and the channels and names it refuses.
 #include <gtest/gtest.h>
 
 #include <cmath>

@@ -1,6 +1,5 @@
-// Two-to-six upmixer: six channels out through the chain, fronts at half
-// level, the centre and LFE crossovers against the fourth-order
-// Linkwitz-Riley closed form, and mirrored backs for centred input.
+// Two-to-six upmixer: crossovers against the Linkwitz-Riley closed form and
+// mirrored backs for centred input.
 #include "effects/two2six/two2six.h"
 
 #include <gtest/gtest.h>

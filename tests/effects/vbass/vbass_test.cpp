@@ -1,6 +1,5 @@
-// Virtual bass through an instance: the crossover acts in whole Hz, and the
-// low band is replaced by its harmonics above the
-// crossover while the top passes.
+// Virtual bass: the crossover in whole Hz, and the low band replaced by its
+// harmonics while the top passes.
 #include <gtest/gtest.h>
 
 #include <cmath>

@@ -1,7 +1,5 @@
-// Vocal effect: steady-state magnitude against the closed form of the
-// emphasis (1 + a - a z^-1) times the band curve, each band the cookbook
-// constant-peak band pass added to the signal; bands at or above half the
-// rate left out. At 16 kHz that drops the 8 kHz band.
+// Vocal effect: steady-state magnitude against the closed form, bands at or
+// above half the rate left out.
 #include "effects/vocal/vocal.h"
 
 #include <gtest/gtest.h>
