@@ -55,4 +55,20 @@ inline std::complex<double> CookbookHighPass(double f0, double q, double hz, dou
                          (1.0 - alpha) / a0, hz, rate);
 }
 
+// The constant-peak equaliser band added to the signal, designed at
+// `designRate` and heard at `rate`: 1 + (10^(dB/20) - 1) H with H = (1 - k)/2
+// (1 - 1.005 z^-2) / (1 - cos w0 (1 + k) z^-1 + k z^-2), k = (1 - t)/(1 + t),
+// t = tan(w0 width / 2); the zero pair sits just off the unit circle. A band
+// at or above half the design rate is left out.
+inline std::complex<double> PeakBand(double f0, double width, double gainDb, double designRate,
+                                     double hz, double rate) {
+  if (2.0 * f0 >= designRate) return 1.0;
+  const double w0 = 2.0 * kTestPi * f0 / designRate, t = std::tan(w0 * width * 0.5);
+  const double k = (1.0 - t) / (1.0 + t);
+  const std::complex<double> z1 = std::polar(1.0, -2.0 * kTestPi * hz / rate), zz = z1 * z1;
+  const std::complex<double> h = (1.0 - k) * 0.5 * (1.0 - static_cast<double>(1.005f) * zz) /
+                                 (1.0 - std::cos(w0) * (1.0 + k) * z1 + k * zz);
+  return 1.0 + (std::pow(10.0, gainDb / 20.0) - 1.0) * h;
+}
+
 }  // namespace ondrel_test

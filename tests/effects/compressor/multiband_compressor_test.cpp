@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -17,7 +16,7 @@ using MultiBandCompressorTest = ondrel_test::EffectTest;
 TEST_F(MultiBandCompressorTest, SideSignalSwapAndPassThrough) {
   COMPRESSOR::MultiBandCompressorEffect fx;
   const int n = 512;
-  std::vector<float> l0(n), l, r;
+  std::vector<float> l0(n);
   for (int i = 0; i < n; ++i)
     l0[static_cast<size_t>(i)] = 0.9f * std::sin(0.37f * static_cast<float>(i));
   int32_t frames = n;
@@ -26,15 +25,13 @@ TEST_F(MultiBandCompressorTest, SideSignalSwapAndPassThrough) {
   // in-phase pair is treated as pure side.
   for (int swap = 0; swap < 2; ++swap) {
     fx.msSwap = swap;
-    l = l0;
-    r = l0;
-    if (!swap)
-      for (float& v : r) v = -v;
+    std::vector<float> l = l0, r = l0;
+    for (float& v : r) v = swap ? v : -v;
     ASSERT_EQ(fx.ProcessBlock({l.data(), r.data()}, &frames), 0);
-    for (int i = 0; i < n; ++i) {
-      const float side = (l0[static_cast<size_t>(i)] - (-l0[static_cast<size_t>(i)])) * 0.55f;
-      ASSERT_EQ(l[static_cast<size_t>(i)], side) << i;
-      ASSERT_EQ(r[static_cast<size_t>(i)], swap ? side : -side) << i;
+    for (size_t i = 0; i < l0.size(); ++i) {
+      const float side = (l0[i] - (-l0[i])) * 0.55f;
+      ASSERT_EQ(l[i], side) << i;
+      ASSERT_EQ(r[i], swap ? side : -side) << i;
     }
     EXPECT_EQ(fx.envMid, 0.0f);
     EXPECT_EQ(fx.split, 0.0f);

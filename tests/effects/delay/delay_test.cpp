@@ -1,6 +1,4 @@
-// The delay's timing and feedback through the public interface: repeats at
-// the feedback's level, one sample for 0 ms, the left settings for a lone
-// channel, and an empty ring after a change.
+// The delay's repeats, timing and ring reset through the public interface.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -27,22 +25,23 @@ std::vector<int> Hits(const std::vector<float>& y, int channels, int c) {
   return at;
 }
 
+// 100% feedback repeats for ever at constant level; 0 ms is one sample of
+// delay; a lone channel takes the left settings.
 TEST(Delay, DelaysWithoutDryPath) {
-  // 100% feedback repeats for ever at constant level.
-  StreamResult r = RunStream(NewEffect(EFFECT_DELAY, {{"Left Time", 10}, {"Left Feedback", 100}}),
-                             44100.0f, 2, Impulse(4410 * 4, 2));
-  std::vector<int> want;
-  for (int k = 1; k < 40; ++k) want.push_back(441 * k);
-  EXPECT_EQ(Hits(r.output, 2, 0), want);
-  for (int k : want) EXPECT_EQ(r.output[2 * k], 1.0f);
-
-  // 0 ms: one sample of delay; a lone channel takes the left settings.
-  r = RunStream(NewEffect(EFFECT_DELAY, {{"Left Time", 0}, {"Left Feedback", 0}}), 44100.0f, 2,
-                Impulse(600, 2));
-  EXPECT_EQ(Hits(r.output, 2, 0), std::vector<int>{1});
-  r = RunStream(NewEffect(EFFECT_DELAY, {{"Left Time", 5}, {"Left Feedback", 0}}), 44100.0f, 1,
-                Impulse(600, 1));
-  EXPECT_EQ(Hits(r.output, 1, 0), std::vector<int>{220});
+  std::vector<int> every441;
+  for (int k = 1; k < 40; ++k) every441.push_back(441 * k);
+  const struct {
+    float time, feedback;
+    int channels, frames;
+    std::vector<int> hits;
+  } cases[] = {{10, 100, 2, 4410 * 4, every441}, {0, 0, 2, 600, {1}}, {5, 0, 1, 600, {220}}};
+  for (const auto& c : cases) {
+    const StreamResult r =
+        RunStream(NewEffect(EFFECT_DELAY, {{"Left Time", c.time}, {"Left Feedback", c.feedback}}),
+                  44100.0f, c.channels, Impulse(c.frames, c.channels));
+    EXPECT_EQ(Hits(r.output, c.channels, 0), c.hits) << c.time << " ms";
+    for (int k : c.hits) EXPECT_EQ(r.output[static_cast<size_t>(c.channels * k)], 1.0f) << k;
+  }
 }
 
 TEST(Delay, ChangeEmptiesTheRing) {

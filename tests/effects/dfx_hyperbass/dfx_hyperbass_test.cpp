@@ -1,7 +1,5 @@
-// DfxHyperbass: the bell design at the worked settings (gain and width),
-// its shape as a bell (unity at DC and Nyquist, G at 90 Hz, level B at
-// edges f0 / W apart), and a parameter move that keeps the state (no
-// click).
+// DfxHyperbass: the bell design at worked settings and its shape as a
+// bell, and a parameter move that keeps the state (no click).
 #include "effects/dfx_hyperbass/dfx_hyperbass.h"
 
 #include <gtest/gtest.h>
@@ -17,18 +15,17 @@ using namespace ONDREL2;
 using namespace ondrel_test;
 
 TEST(DfxHyperbassDesign, WorkedSettingsAndBellShape) {
-  const DFXHYPERBASS::BellDesign at3 = DFXHYPERBASS::DesignBell(3, 90.0, 44100, 2.5f, 0.0f, 15.0f);
+  using DFXHYPERBASS::DesignBell;
+  const DFXHYPERBASS::BellDesign at3 = DesignBell(3, 90.0, 44100, 2.5f, 0.0f, 15.0f);
   EXPECT_NEAR(at3.gainDb, 0.354, 5e-4);
   EXPECT_NEAR(at3.width, 1.37, 2e-3);
-  const DFXHYPERBASS::BellDesign at10 =
-      DFXHYPERBASS::DesignBell(10, 90.0, 44100, 2.5f, 0.0f, 15.0f);
+  const DFXHYPERBASS::BellDesign at10 = DesignBell(10, 90.0, 44100, 2.5f, 0.0f, 15.0f);
   EXPECT_NEAR(at10.gainDb, 1.18, 2e-3);
   EXPECT_EQ(at10.width, 2.5f);
 
   for (int amount : {3, 10, 60, 127}) {
     for (int rate : {44100, 48000}) {
-      const DFXHYPERBASS::BellDesign d =
-          DFXHYPERBASS::DesignBell(amount, 90.0, rate, 2.5f, 0.0f, 15.0f);
+      const DFXHYPERBASS::BellDesign d = DesignBell(amount, 90.0, rate, 2.5f, 0.0f, 15.0f);
       auto mag = [&](double hz) {
         return std::abs(SectionResponse(d.b0, d.b1, d.b2, d.a1, d.a2, hz, rate));
       };

@@ -1,7 +1,5 @@
-// Exciter: below clipping and with no harmonics it is the linear system
-// 1 + mix * drive * (1 - LP)^2 with LP the one-pole low pass, checked on
-// the unit circle with gains from exp(dB / 8.65617); then the properties of
-// the saturator: bounded excess, silence kept.
+// Exciter: the small-signal response without harmonics against its linear
+// model on the unit circle, and the saturator's bounded excess.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -36,7 +34,7 @@ TEST(Exciter, SmallSignalWithoutHarmonicsMatchesTheLinearModel) {
   }
 }
 
-TEST(Exciter, SaturatedOutputStaysBoundedAndSilenceStaysSilent) {
+TEST(Exciter, SaturatedOutputStaysBounded) {
   const float rate = 44100.0f;
   // At the top of every range the excess over the dry signal is at most
   // mix * 2 * (shape + 1): |w| <= shape + 1 and the low pass of w no more.
@@ -48,10 +46,6 @@ TEST(Exciter, SaturatedOutputStaysBoundedAndSilenceStaysSilent) {
   ASSERT_EQ(r.output.size(), in.size());
   const double bound = std::exp(-3.0 / 8.65617) * 2.0 * (18.0 + 1.0) * 1.0001;
   for (size_t i = 0; i < in.size(); ++i) ASSERT_LE(std::fabs(r.output[i] - in[i]), bound) << i;
-
-  const std::vector<float> silence(8192, 0.0f);
-  const StreamResult quiet = RunStream(NewEffect(EFFECT_EXCITER), rate, 2, silence);
-  for (float v : quiet.output) ASSERT_LT(std::fabs(v), 1e-20f);
 }
 
 }  // namespace

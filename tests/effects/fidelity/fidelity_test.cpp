@@ -1,7 +1,5 @@
-// Fidelity through the public interface: at small levels (where the sine
-// shaper is linear) the response
-// 1 + 0.566929 * drive * H(f) against the cookbook high pass in double;
-// a sample-rate change follows the corner.
+// Fidelity: the small-signal response against the cookbook high pass at
+// two rates.
 #include "effects/fidelity/fidelity.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,5 @@
-// Growl: what its formulas imply with the wet path closed (threshold at full
-// scale, mix 0), and the channel detector that lets the right side
-// copy the left one after a window of equal blocks.
+// Growl: the scaled dry signal with the wet path closed, and the detector
+// that lets the right side copy the left after a window of equal blocks.
 #include <gtest/gtest.h>
 
 #include <cmath>

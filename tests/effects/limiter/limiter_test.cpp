@@ -13,7 +13,6 @@
 namespace ONDREL2 {
 namespace {
 
-using ondrel_test::Db;
 using ondrel_test::Settings;
 using LimiterTest = ondrel_test::EffectTest;
 
@@ -27,7 +26,6 @@ TEST_F(LimiterTest, StreamStaysUnderTheCeiling) {
     float limitDb, outDb;
     bool autoLevel;
   } cases[] = {
-      {2, {}, -0.2f, -0.1f, true},
       {2,
        {{"In", -3},
         {"Limit", -12},
@@ -48,8 +46,9 @@ TEST_F(LimiterTest, StreamStaysUnderTheCeiling) {
         ondrel_test::RunStream(ondrel_test::NewEffect(EFFECT_LIMITER, k.settings), 44100.0f, ch, in,
                                ondrel_test::OddChunks(), nullptr, true, ch == 6 ? 0x3F : 0);
     ASSERT_EQ(r.status, 0);
-    const float limit = Db(k.limitDb);
-    const float bound = limit * (k.autoLevel ? 1.0f / limit : 1.0f) * Db(k.outDb);
+    auto db = [](float v) { return static_cast<float>(std::pow(10.0, double{v / 20.0f})); };
+    const float limit = db(k.limitDb);
+    const float bound = limit * (k.autoLevel ? 1.0f / limit : 1.0f) * db(k.outDb);
     for (int c = 0; c < ch; ++c) {
       float worst = 0.0f;
       for (size_t i = static_cast<size_t>(c); i < r.output.size(); i += static_cast<size_t>(ch))

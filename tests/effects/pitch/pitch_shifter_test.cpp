@@ -1,6 +1,5 @@
-// Pitch shifter: the stream through an instance against a SoundTouch engine
-// driven directly in blocks of 512, including the restart of the engine at a
-// parameter change.
+// Pitch shifter against a SoundTouch engine driven directly, including its
+// restart at a parameter change.
 #include "effects/pitch/pitch_shifter.h"
 
 #include <gtest/gtest.h>
@@ -43,21 +42,12 @@ TEST_F(PitchShifterTest, MatchesSoundTouchBlockByBlockAndRestartsOnChange) {
 
   std::vector<float> want, buf(static_cast<size_t>(kBlock) * channels);
   auto st = Engine(channels, 44100, 3.0);
-  size_t firstAfterChange = 0;
   for (int b = 0; b < blocks; ++b) {
-    if (b == changeAt) {
-      st = Engine(channels, 44100, -4.5);
-      firstAfterChange = want.size();
-    }
+    if (b == changeAt) st = Engine(channels, 44100, -4.5);
     st->putSamples(in.data() + static_cast<size_t>(b) * kBlock * channels, kBlock);
     const unsigned got = st->receiveSamples(buf.data(), kBlock);
     want.insert(want.end(), buf.begin(), buf.begin() + got * channels);
   }
-  // The engine's pipeline holds frames back, from the start and again after
-  // the change.
-  EXPECT_LT(want.size(), in.size());
-  EXPECT_GT(want.size(), in.size() / 2);
-  EXPECT_GT(firstAfterChange, 0u);
   ASSERT_EQ(result.output.size(), want.size());
   EXPECT_EQ(ondrel_test::FirstDifference(result.output, want), want.size());
 }

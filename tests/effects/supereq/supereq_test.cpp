@@ -1,7 +1,5 @@
-// SuperEQ: the stream through an instance against direct convolution with a
-// double-precision design written from the band, window and low-pass
-// formulas (a single band, more bands than gain parameters), a bad start
-// frequency and a window change while running.
+// SuperEQ against direct convolution with a double-precision design, a bad
+// start frequency and a window change while running.
 #include "effects/supereq/supereq.h"
 
 #include <gtest/gtest.h>
