@@ -1,6 +1,7 @@
 #include "effects/biquad/biquad_effects.h"
 #include "framework/alloc.h"
 
+#include <cstring>
 #include <new>
 
 namespace ONDREL2 {
@@ -83,8 +84,6 @@ bool AtOrAboveNyquist(float hertz, float rate) {
 
 }  // namespace
 
-BiquadEffectBase::BiquadEffectBase(bool isGuarded) : guarded(isGuarded) {}
-
 BiquadEffectBase::~BiquadEffectBase() = default;
 
 namespace {
@@ -128,7 +127,7 @@ void RunPair(BiquadFilter::Filter& l, BiquadFilter::Filter& r, float* a, float* 
 }  // namespace
 
 int32_t BiquadEffectBase::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
-  if (guarded && passThrough) return ONDREL_OK;
+  if (passThrough) return ONDREL_OK;
   // Frame by frame, channel by channel: the channels' recursions overlap in
   // the processor. Filter::Process adds and subtracts term by term in its
   // fixed order.
@@ -143,205 +142,116 @@ int32_t BiquadEffectBase::ProcessBlock(const ChannelVector& bufs, int32_t* frame
   return ONDREL_OK;
 }
 
-// ---- Low pass ------------------------------------------------------------
+// ---- The eight shapes ------------------------------------------------------
 
-LPFilterEffect::LPFilterEffect() : BiquadEffectBase(true) {
-  SetEffectName("zh", "高切（低通）滤波器");
-  SetEffectName("en", "HighCutFilter");
-  SetParamTable(kLowPassParams);
-  SetParamLabels("Frequency", "zh", "频率", "en", "", nullptr);
-  effectType = EFFECT_LP_FILTER;
-  LPFilterEffect::UpdateParams();
+namespace {
+
+template <typename Shape>
+std::unique_ptr<BiquadFilter::Filter> MakeTwo(double a, double b, double) {
+  return std::make_unique<Shape>(a, b);
 }
 
-AudioEffect* LPFilterEffect::CreateInstance() { return NewObject<LPFilterEffect>(); }
+template <typename Shape>
+std::unique_ptr<BiquadFilter::Filter> MakeThree(double a, double b, double gainDb) {
+  return std::make_unique<Shape>(a, b, gainDb);
+}
 
-int32_t LPFilterEffect::UpdateParams() {
+// Labels of the parameters that have one; Q has none.
+struct Label {
+  const char* name;
+  const char* zh;
+};
+const Label kLabels[] = {
+    {"Frequency", "频率"}, {"LowEdge", "低边"}, {"HighEdge", "高边"}, {"Gain", "增益"}};
+
+}  // namespace
+
+// Which parameters a shape's filter takes.
+enum class Inputs { kFrequencyQ, kFrequencyQGain, kEdges, kEdgesGain };
+
+// When a shape leaves the audio untouched: never, at or above half the
+// rate, or also when its two edges are equal.
+enum class Guard { kNone, kNyquist, kNyquistOrEqualEdges };
+
+// What sets one effect of the family apart; `make` gets frequencies in
+// cycles per sample.
+struct BiquadShape {
+  ONDREL_EFFECT_TYPE type;
+  const char* zhName;
+  const char* enName;
+  const ParamDesc* params;
+  Inputs inputs;
+  Guard guard;
+  std::unique_ptr<BiquadFilter::Filter> (*make)(double, double, double);
+};
+
+namespace {
+
+using namespace BiquadFilter;
+
+const BiquadShape kShapes[] = {
+    {EFFECT_LP_FILTER, "高切（低通）滤波器", "HighCutFilter", kLowPassParams, Inputs::kFrequencyQ,
+     Guard::kNyquist, &MakeTwo<LPFilter>},
+    {EFFECT_HP_FILTER, "低切（高通）滤波器", "LowCutFilter", kHighPassParams, Inputs::kFrequencyQ,
+     Guard::kNyquist, &MakeTwo<HPFilter>},
+    {EFFECT_BP_FILTER, "带通滤波器", "BandPassFilter", kBandPassParams, Inputs::kEdges,
+     Guard::kNyquistOrEqualEdges, &MakeTwo<BPFilter>},
+    {EFFECT_NT_FILTER, "Notch带通滤波器", "NotchFilter", kNotchParams, Inputs::kEdges,
+     Guard::kNyquist, &MakeTwo<NTFilter>},
+    {EFFECT_LS_FILTER, "LowShelf滤波器", "LowShelfFilter", kShelfParams, Inputs::kFrequencyQGain,
+     Guard::kNone, &MakeThree<LSFilter>},
+    {EFFECT_HS_FILTER, "HighShelf滤波器", "HighShelfFilter", kShelfParams, Inputs::kFrequencyQGain,
+     Guard::kNone, &MakeThree<HSFilter>},
+    {EFFECT_PK_FILTER, "Bell滤波器", "BellFilter", kBellParams, Inputs::kEdgesGain, Guard::kNyquist,
+     &MakeThree<PKFilter>},
+    {EFFECT_AP_FILTER, "AllPass滤波器", "AllPassFilter", kAllPassParams, Inputs::kFrequencyQ,
+     Guard::kNone, &MakeTwo<APFilter>},
+};
+
+const BiquadShape& ShapeOf(ONDREL_EFFECT_TYPE type) {
+  for (const BiquadShape& shape : kShapes)
+    if (shape.type == type) return shape;
+  return kShapes[0];  // not reached: every instantiation names a row
+}
+
+}  // namespace
+
+BiquadEffectBase::BiquadEffectBase(ONDREL_EFFECT_TYPE type) : shape(ShapeOf(type)) {
+  SetEffectName("zh", shape.zhName);
+  SetEffectName("en", shape.enName);
+  SetParamTable(shape.params);
+  for (const Label& label : kLabels)
+    for (const ParamDesc* p = shape.params; p->name[0] != '\0'; ++p)
+      if (std::strcmp(p->name, label.name) == 0)
+        SetParamLabels(label.name, "zh", label.zh, "en", "", nullptr);
+  effectType = shape.type;
+  BiquadEffectBase::UpdateParams();
+}
+
+int32_t BiquadEffectBase::UpdateParams() {
   filters.clear();
-  const float frequency = GetScriptedParamByName("Frequency");
-  const float q = GetScriptedParamByName("Q");
   const float rate = GetSampleRate();
-  passThrough = AtOrAboveNyquist(frequency, rate);
-  BuildFilters(
-      [&] { return std::make_unique<BiquadFilter::LPFilter>(Normalised(frequency, rate), q); });
-  return ONDREL_OK;
-}
-
-// ---- High pass -----------------------------------------------------------
-
-HPFilterEffect::HPFilterEffect() : BiquadEffectBase(true) {
-  SetEffectName("zh", "低切（高通）滤波器");
-  SetEffectName("en", "LowCutFilter");
-  SetParamTable(kHighPassParams);
-  SetParamLabels("Frequency", "zh", "频率", "en", "", nullptr);
-  effectType = EFFECT_HP_FILTER;
-  HPFilterEffect::UpdateParams();
-}
-
-AudioEffect* HPFilterEffect::CreateInstance() { return NewObject<HPFilterEffect>(); }
-
-int32_t HPFilterEffect::UpdateParams() {
-  filters.clear();
-  const float frequency = GetScriptedParamByName("Frequency");
-  const float q = GetScriptedParamByName("Q");
-  const float rate = GetSampleRate();
-  passThrough = AtOrAboveNyquist(frequency, rate);
-  BuildFilters(
-      [&] { return std::make_unique<BiquadFilter::HPFilter>(Normalised(frequency, rate), q); });
-  return ONDREL_OK;
-}
-
-// ---- Band pass -----------------------------------------------------------
-
-BPFilterEffect::BPFilterEffect() : BiquadEffectBase(true) {
-  SetEffectName("zh", "带通滤波器");
-  SetEffectName("en", "BandPassFilter");
-  SetParamTable(kBandPassParams);
-  SetParamLabels("LowEdge", "zh", "低边", "en", "", nullptr);
-  SetParamLabels("HighEdge", "zh", "高边", "en", "", nullptr);
-  effectType = EFFECT_BP_FILTER;
-  BPFilterEffect::UpdateParams();
-}
-
-AudioEffect* BPFilterEffect::CreateInstance() { return NewObject<BPFilterEffect>(); }
-
-int32_t BPFilterEffect::UpdateParams() {
-  filters.clear();
+  const bool withGain =
+      shape.inputs == Inputs::kFrequencyQGain || shape.inputs == Inputs::kEdgesGain;
+  const float gain = withGain ? GetScriptedParamByName("Gain") : 0.0f;
+  if (shape.inputs == Inputs::kFrequencyQ || shape.inputs == Inputs::kFrequencyQGain) {
+    const float frequency = GetScriptedParamByName("Frequency");
+    const float q = GetScriptedParamByName("Q");
+    passThrough = shape.guard != Guard::kNone && AtOrAboveNyquist(frequency, rate);
+    BuildFilters([&] { return shape.make(Normalised(frequency, rate), q, gain); });
+    return ONDREL_OK;
+  }
   float lowEdge = GetScriptedParamByName("LowEdge");
   float highEdge = GetScriptedParamByName("HighEdge");
-  const float rate = GetSampleRate();
-  // Equal edges pass the audio; they are not exchanged.
-  if (lowEdge == highEdge) {
+  // Equal edges that pass the audio are not exchanged.
+  if (shape.guard == Guard::kNyquistOrEqualEdges && lowEdge == highEdge) {
     passThrough = true;
   } else {
     OrderEdges(lowEdge, highEdge);
-    passThrough = AtOrAboveNyquist(highEdge, rate);
+    passThrough = shape.guard != Guard::kNone && AtOrAboveNyquist(highEdge, rate);
   }
-  BuildFilters([&] {
-    return std::make_unique<BiquadFilter::BPFilter>(Normalised(lowEdge, rate),
-                                                    Normalised(highEdge, rate));
-  });
-  return ONDREL_OK;
-}
-
-// ---- Notch ---------------------------------------------------------------
-
-NTFilterEffect::NTFilterEffect() : BiquadEffectBase(true) {
-  SetEffectName("zh", "Notch带通滤波器");
-  SetEffectName("en", "NotchFilter");
-  SetParamTable(kNotchParams);
-  SetParamLabels("LowEdge", "zh", "低边", "en", "", nullptr);
-  SetParamLabels("HighEdge", "zh", "高边", "en", "", nullptr);
-  effectType = EFFECT_NT_FILTER;
-  NTFilterEffect::UpdateParams();
-}
-
-AudioEffect* NTFilterEffect::CreateInstance() { return NewObject<NTFilterEffect>(); }
-
-int32_t NTFilterEffect::UpdateParams() {
-  filters.clear();
-  float lowEdge = GetScriptedParamByName("LowEdge");
-  float highEdge = GetScriptedParamByName("HighEdge");
-  const float rate = GetSampleRate();
-  OrderEdges(lowEdge, highEdge);
-  passThrough = AtOrAboveNyquist(highEdge, rate);
-  BuildFilters([&] {
-    return std::make_unique<BiquadFilter::NTFilter>(Normalised(lowEdge, rate),
-                                                    Normalised(highEdge, rate));
-  });
-  return ONDREL_OK;
-}
-
-// ---- Shelves -------------------------------------------------------------
-
-void BiquadEffectBase::SetUpShelf(const char* zhName, const char* enName, int32_t type) {
-  SetEffectName("zh", zhName);
-  SetEffectName("en", enName);
-  SetParamTable(kShelfParams);
-  SetParamLabels("Frequency", "zh", "频率", "en", "", nullptr);
-  SetParamLabels("Gain", "zh", "增益", "en", "", nullptr);
-  effectType = type;
-}
-
-template <typename Shelf>
-int32_t BiquadEffectBase::UpdateShelf() {
-  filters.clear();
-  const float frequency = GetScriptedParamByName("Frequency");
-  const float q = GetScriptedParamByName("Q");
-  const float gain = GetScriptedParamByName("Gain");
-  const float rate = GetSampleRate();
-  BuildFilters([&] { return std::make_unique<Shelf>(Normalised(frequency, rate), q, gain); });
-  return ONDREL_OK;
-}
-
-LSFilterEffect::LSFilterEffect() : BiquadEffectBase(false) {
-  SetUpShelf("LowShelf滤波器", "LowShelfFilter", EFFECT_LS_FILTER);
-  LSFilterEffect::UpdateParams();
-}
-
-AudioEffect* LSFilterEffect::CreateInstance() { return NewObject<LSFilterEffect>(); }
-
-int32_t LSFilterEffect::UpdateParams() { return UpdateShelf<BiquadFilter::LSFilter>(); }
-
-HSFilterEffect::HSFilterEffect() : BiquadEffectBase(false) {
-  SetUpShelf("HighShelf滤波器", "HighShelfFilter", EFFECT_HS_FILTER);
-  HSFilterEffect::UpdateParams();
-}
-
-AudioEffect* HSFilterEffect::CreateInstance() { return NewObject<HSFilterEffect>(); }
-
-int32_t HSFilterEffect::UpdateParams() { return UpdateShelf<BiquadFilter::HSFilter>(); }
-
-// ---- Bell ----------------------------------------------------------------
-
-PKFilterEffect::PKFilterEffect() : BiquadEffectBase(true) {
-  SetEffectName("zh", "Bell滤波器");
-  SetEffectName("en", "BellFilter");
-  SetParamTable(kBellParams);
-  SetParamLabels("LowEdge", "zh", "低边", "en", "", nullptr);
-  SetParamLabels("HighEdge", "zh", "高边", "en", "", nullptr);
-  SetParamLabels("Gain", "zh", "增益", "en", "", nullptr);
-  effectType = EFFECT_PK_FILTER;
-  PKFilterEffect::UpdateParams();
-}
-
-AudioEffect* PKFilterEffect::CreateInstance() { return NewObject<PKFilterEffect>(); }
-
-int32_t PKFilterEffect::UpdateParams() {
-  filters.clear();
-  float lowEdge = GetScriptedParamByName("LowEdge");
-  float highEdge = GetScriptedParamByName("HighEdge");
-  const float gain = GetScriptedParamByName("Gain");
-  const float rate = GetSampleRate();
-  OrderEdges(lowEdge, highEdge);
-  passThrough = AtOrAboveNyquist(highEdge, rate);
-  BuildFilters([&] {
-    return std::make_unique<BiquadFilter::PKFilter>(Normalised(lowEdge, rate),
-                                                    Normalised(highEdge, rate), gain);
-  });
-  return ONDREL_OK;
-}
-
-// ---- All pass ------------------------------------------------------------
-
-APFilterEffect::APFilterEffect() : BiquadEffectBase(false) {
-  SetEffectName("zh", "AllPass滤波器");
-  SetEffectName("en", "AllPassFilter");
-  SetParamTable(kAllPassParams);
-  SetParamLabels("Frequency", "zh", "频率", "en", "", nullptr);
-  effectType = EFFECT_AP_FILTER;
-  APFilterEffect::UpdateParams();
-}
-
-AudioEffect* APFilterEffect::CreateInstance() { return NewObject<APFilterEffect>(); }
-
-int32_t APFilterEffect::UpdateParams() {
-  filters.clear();
-  const float frequency = GetScriptedParamByName("Frequency");
-  const float q = GetScriptedParamByName("Q");
-  const float rate = GetSampleRate();
   BuildFilters(
-      [&] { return std::make_unique<BiquadFilter::APFilter>(Normalised(frequency, rate), q); });
+      [&] { return shape.make(Normalised(lowEdge, rate), Normalised(highEdge, rate), gain); });
   return ONDREL_OK;
 }
 

@@ -30,16 +30,21 @@
 #include <vector>
 
 #include "dsp/biquad.h"
+#include "framework/alloc.h"
 #include "framework/ondrel2.h"
 
 namespace ONDREL2 {
 namespace BIQUADFILTER {
 
-// What the eight effects share: the filter per channel, the guard and the
-// per-sample recursion.
+struct BiquadShape;
+
+// What the eight effects share: the filter per channel, the guard, the
+// update from the parameters and the per-sample recursion. A row of the
+// shape table tells them apart.
 class BiquadEffectBase : public IOndrel2 {
  public:
   ~BiquadEffectBase() override;
+  int32_t UpdateParams() override;
   int32_t ProcessBlock(const ChannelVector& bufs, int32_t* frames) override;
 
   // One filter per channel, index = channel.
@@ -48,7 +53,9 @@ class BiquadEffectBase : public IOndrel2 {
   bool passThrough = false;
 
  protected:
-  explicit BiquadEffectBase(bool guarded);
+  explicit BiquadEffectBase(ONDREL_EFFECT_TYPE type);
+
+ private:
   // Drops the old filters and builds one per channel with `make`.
   template <typename Make>
   void BuildFilters(Make make) {
@@ -56,69 +63,25 @@ class BiquadEffectBase : public IOndrel2 {
     const int32_t channels = GetChannels();
     for (int32_t c = 0; c < channels; ++c) filters.push_back(make());
   }
-  // The two shelf effects share their table, labels and update.
-  void SetUpShelf(const char* zhName, const char* enName, int32_t type);
-  template <typename Shelf>
-  int32_t UpdateShelf();
 
-  const bool guarded;
+  const BiquadShape& shape;
 };
 
-class LPFilterEffect : public BiquadEffectBase {
+template <ONDREL_EFFECT_TYPE Type>
+class BiquadShapeEffect final : public BiquadEffectBase {
  public:
-  LPFilterEffect();
-  AudioEffect* CreateInstance() override;
-  int32_t UpdateParams() override;
+  BiquadShapeEffect() : BiquadEffectBase(Type) {}
+  AudioEffect* CreateInstance() override { return NewObject<BiquadShapeEffect>(); }
 };
 
-class HPFilterEffect : public BiquadEffectBase {
- public:
-  HPFilterEffect();
-  AudioEffect* CreateInstance() override;
-  int32_t UpdateParams() override;
-};
-
-class BPFilterEffect : public BiquadEffectBase {
- public:
-  BPFilterEffect();
-  AudioEffect* CreateInstance() override;
-  int32_t UpdateParams() override;
-};
-
-class NTFilterEffect : public BiquadEffectBase {
- public:
-  NTFilterEffect();
-  AudioEffect* CreateInstance() override;
-  int32_t UpdateParams() override;
-};
-
-class LSFilterEffect : public BiquadEffectBase {
- public:
-  LSFilterEffect();
-  AudioEffect* CreateInstance() override;
-  int32_t UpdateParams() override;
-};
-
-class HSFilterEffect : public BiquadEffectBase {
- public:
-  HSFilterEffect();
-  AudioEffect* CreateInstance() override;
-  int32_t UpdateParams() override;
-};
-
-class PKFilterEffect : public BiquadEffectBase {
- public:
-  PKFilterEffect();
-  AudioEffect* CreateInstance() override;
-  int32_t UpdateParams() override;
-};
-
-class APFilterEffect : public BiquadEffectBase {
- public:
-  APFilterEffect();
-  AudioEffect* CreateInstance() override;
-  int32_t UpdateParams() override;
-};
+using LPFilterEffect = BiquadShapeEffect<EFFECT_LP_FILTER>;
+using HPFilterEffect = BiquadShapeEffect<EFFECT_HP_FILTER>;
+using BPFilterEffect = BiquadShapeEffect<EFFECT_BP_FILTER>;
+using NTFilterEffect = BiquadShapeEffect<EFFECT_NT_FILTER>;
+using LSFilterEffect = BiquadShapeEffect<EFFECT_LS_FILTER>;
+using HSFilterEffect = BiquadShapeEffect<EFFECT_HS_FILTER>;
+using PKFilterEffect = BiquadShapeEffect<EFFECT_PK_FILTER>;
+using APFilterEffect = BiquadShapeEffect<EFFECT_AP_FILTER>;
 
 }  // namespace BIQUADFILTER
 }  // namespace ONDREL2
