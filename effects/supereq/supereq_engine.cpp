@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <new>
 
 namespace ONDREL2 {
@@ -23,8 +24,25 @@ constexpr int kFactorials = 16;
 
 int BetaKey(float beta) { return static_cast<int>(beta * 10.0f + 0.5f); }
 
-// Rounds a gain to tenths of a dB for the change test.
-int GainKey(float db) { return static_cast<int>(static_cast<double>(db * 10.0f) + 0.5); }
+// Rounds a gain to tenths of a dB for the change test. A gain whose key
+// would not fit an int (NaN, infinity, a script's 1e30) has none.
+bool GainKey(float db, int* key) {
+  const double tenths = static_cast<double>(db * 10.0f) + 0.5;
+  if (!(tenths > -2147483648.0 && tenths < 2147483648.0)) return false;
+  *key = static_cast<int>(tenths);
+  return true;
+}
+
+// Whether a gain moved by the change test; gains without a key moved unless
+// they are the same bits.
+bool GainMoved(float was, float now) {
+  int a = 0;
+  int b = 0;
+  const bool keyed = GainKey(was, &a);
+  if (keyed != GainKey(now, &b)) return true;
+  if (keyed) return a != b;
+  return std::memcmp(&was, &now, sizeof was) != 0;
+}
 
 }  // namespace
 
@@ -146,7 +164,7 @@ void SuperEqEngine::SetGains(const float* db, int count) {
     gainsChanged = 1;
   } else {
     for (int i = 0; i < count; ++i) {
-      if (GainKey(gainsDb[static_cast<size_t>(i)]) != GainKey(db[i])) {
+      if (GainMoved(gainsDb[static_cast<size_t>(i)], db[i])) {
         rebuild = 1;
         gainsChanged = 1;
         break;
@@ -205,14 +223,30 @@ int SuperEqEngine::Rebuild() {
         }
 
         if (startChanged || octaveChanged || windowChanged || rateChanged || bandsChanged) {
+          held.assign(lowpasses.size(), 0);
           for (int i = 0; i + 1 < bandCount; ++i) {
-            float cutoff = edges[static_cast<size_t>(i)] / static_cast<float>(sampleRate);
+            const float cutoff = edges[static_cast<size_t>(i)] / static_cast<float>(sampleRate);
+            IdealLowpass& lowpass = lowpasses[static_cast<size_t>(i)];
             // A ladder of many bands runs past the sample rate and on to
             // infinity; a corner at or beyond the rate is held at Nyquist, where
             // the low pass is the whole band and its band above adds nothing.
-            // Corners below the rate keep their design exactly.
-            if (cutoff >= 1.0f) cutoff = 0.5f;
-            if (int rc = lowpasses[static_cast<size_t>(i)].Design(cutoff, filterLength)) {
+            // Such corners share the one Nyquist design; corners below the
+            // rate keep their design exactly.
+            if (cutoff >= 1.0f) {
+              if (int rc = nyquist.Design(0.5f, filterLength)) {
+                status = rc;
+                return;
+              }
+              // The band's own low pass gives up its taps; should its corner
+              // come back below the rate, it is designed afresh.
+              std::vector<float>().swap(lowpass.taps);
+              lowpass.length = 0;
+              lowpass.cutoff = 0.5f;
+              lowpass.dirty = 1;
+              held[static_cast<size_t>(i)] = 1;
+              continue;
+            }
+            if (int rc = lowpass.Design(cutoff, filterLength)) {
               status = rc;
               return;
             }
@@ -221,14 +255,27 @@ int SuperEqEngine::Rebuild() {
 
         // Compose: band 0 is the lowest low pass, each middle band the
         // difference of two neighbours, the top band what remains of the delta.
+        // A held band after another held band has the same low pass as its
+        // neighbour, so its term is (x - x) * gain: +0 for a finite gain,
+        // which leaves the sum as it is (the sum starts at +0 and so is never
+        // -0). Such bands are left out of the loop.
+        std::vector<const float*> sources;
+        std::vector<float> weights;
+        for (int i = 0; i + 1 < bandCount; ++i) {
+          const size_t b = static_cast<size_t>(i);
+          const float gain = gainsLinear[b];
+          if (held[b] != 0 && i > 0 && held[b - 1] != 0 && std::isfinite(gain)) continue;
+          sources.push_back(held[b] != 0 ? nyquist.taps.data() : lowpasses[b].taps.data());
+          weights.push_back(gain);
+        }
         response.assign(static_cast<size_t>(filterLength), 0.0f);
         const int half = filterLength / 2;
         for (int k = 0; k < filterLength; ++k) {
           float sum = 0.0f;
           float last = 0.0f;
-          for (int i = 0; i + 1 < bandCount; ++i) {
-            const float value = lowpasses[static_cast<size_t>(i)].taps[static_cast<size_t>(k)];
-            sum += (value - last) * gainsLinear[static_cast<size_t>(i)];
+          for (size_t j = 0; j < sources.size(); ++j) {
+            const float value = sources[j][k];
+            sum += (value - last) * weights[j];
             last = value;
           }
           const float delta = k == half ? 1.0f : 0.0f;
@@ -267,8 +314,13 @@ int SuperEqEngine::Rebuild() {
           }
         }
       }))
-    return ONDREL_E_NOMEM;
-  if (status != ONDREL_OK) return status;
+    status = ONDREL_E_NOMEM;
+  if (status != ONDREL_OK) {
+    // A failed rebuild may have taken on a new band count without designing
+    // its low passes; a rate of 0 makes the next rebuild design them all.
+    built.sampleRate = 0;
+    return status;
+  }
 
   gainsChanged = 0;
   built = {sampleRate, channels, startFrequency, octave, windowBits, filterLength};

@@ -114,6 +114,10 @@ class SuperEqEngine {
   std::vector<float> response;
   KaiserWindow window;
   std::vector<IdealLowpass> lowpasses;  // bandCount - 1
+  // Corners at or past the sample rate are all held at Nyquist and share
+  // one design: `held[i]` marks them, and their own low pass keeps no taps.
+  IdealLowpass nyquist;
+  std::vector<uint8_t> held;  // bandCount - 1
   std::vector<std::unique_ptr<OndrelFastConvolution>> convolvers;
   // Block size the convolvers were initialised with.
   int convolverBlock = 0;

@@ -1,6 +1,7 @@
 // SuperEQ against direct convolution with a double-precision design, a bad
-// start frequency and a window change while running.
+// start frequency, a failed band count and a window change while running.
 #include "effects/supereq/supereq.h"
+#include "effects/supereq/supereq_engine.h"
 
 #include <gtest/gtest.h>
 
@@ -32,7 +33,8 @@ std::vector<double> ReferenceResponse(const Design& d) {
     const int n = k - half;
     double sum = 0.0, last = 0.0;
     for (int i = 0; i + 1 < bands; ++i) {
-      const double fc = d.start * std::pow(2.0, d.octave * i) / d.rate;
+      double fc = d.start * std::pow(2.0, d.octave * i) / d.rate;
+      if (fc >= 1.0) fc = 0.5;  // corners at or past the rate sit at Nyquist
       const double value = n == 0 ? 2.0 * fc : std::sin(2.0 * pi * fc * n) / (pi * n);
       sum += (value - last) * std::pow(10.0, d.gainsDb[static_cast<size_t>(i)] / 20.0);
       last = value;
@@ -84,6 +86,8 @@ TEST(SuperEqStream, StereoStreamMatchesDirectConvolution) {
       {11, 48000, 100.0, 0.7, {-18, 18, -6, 6, 0, 0, 12, -12, 3, -3}},
       // Two bands beyond the ten gain parameters: they stay flat.
       {9, 44100, start, 1.0, {3, 3, -3, -3, 6, 6, -6, -6, 9, -9, 0, 0}},
+      // Corners from the twelfth on lie past the sample rate.
+      {9, 44100, start, 1.0, {4, -4, 2, -2, 6, -6, 0, 3, -3, 5, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
       // One band: no low pass, the delta times the gain times the window's centre.
       {12, 44100, start, 1.0, {6}},
   };
@@ -98,6 +102,34 @@ TEST(SuperEqStream, StereoStreamMatchesDirectConvolution) {
     EXPECT_LT(ondrel_test::MaxError(r.output, CentredConvolution(ReferenceResponse(d), x, 2)),
               5e-5);
   }
+}
+
+// A band count whose ladder underflows to a corner of 0 fails; the settings
+// after it must be designed in full, as a fresh engine designs them.
+TEST(SuperEqEngine, RecoversFromFailedBandCount) {
+  ONDREL2::SUPEREQ::SuperEqEngine engine;
+  engine.SetFormat(44100, 1);
+  engine.SetWindowBits(9);
+  engine.SetBands(38.89f, -10.0f);
+  std::vector<float> gains(10, 0.0f);
+  engine.SetGains(gains.data(), 10);
+  ASSERT_EQ(engine.Rebuild(), ONDREL2::ONDREL_OK);
+  gains.assign(20, 0.0f);
+  engine.SetGains(gains.data(), 20);
+  EXPECT_EQ(engine.Rebuild(), ONDREL2::ONDREL_E_INVALID);
+  gains[3] = 6.0f;
+  engine.SetGains(gains.data(), 20);
+  EXPECT_EQ(engine.Rebuild(), ONDREL2::ONDREL_E_INVALID);
+  engine.SetBands(38.89f, 1.0f);
+  ASSERT_EQ(engine.Rebuild(), ONDREL2::ONDREL_OK);
+
+  ONDREL2::SUPEREQ::SuperEqEngine fresh;
+  fresh.SetFormat(44100, 1);
+  fresh.SetWindowBits(9);
+  fresh.SetBands(38.89f, 1.0f);
+  fresh.SetGains(gains.data(), 20);
+  ASSERT_EQ(fresh.Rebuild(), ONDREL2::ONDREL_OK);
+  EXPECT_EQ(engine.response, fresh.response);
 }
 
 TEST(SuperEqStream, BadStartFrequencyAndWindowChangeWhileRunning) {
