@@ -3,8 +3,10 @@
 // the range, random points, raw float bits including NaN and infinity) and
 // scripts; the chain is written with ondrel_params2stream, the stream is
 // damaged by the rest of the input, read back with ondrel_stream2params and
-// run for a few blocks. Only the library's statuses may come back; memory
-// errors are left to the sanitizers.
+// run for a few blocks. What input is left then changes parameters of the
+// running chain (and now and then the sample rate) between further blocks,
+// as a player's controls do. Only the library's statuses may come back;
+// memory errors are left to the sanitizers.
 //
 // The corpus replay test includes this file with
 // ONDREL_FUZZ_PARAMS_NO_ENTRY defined and calls RunOnce.
@@ -91,6 +93,21 @@ inline void SetValue(ONDREL2::AEffect* fx, int p, Bytes& in) {
                    0.0f);
 }
 
+// Delay lines follow their times as given, up to 2^29 samples: a finite
+// value far outside the range asks for gigabytes, which is bounded but makes
+// a fuzzer crawl. Such values are drawn back to four spans around the range;
+// NaN and infinity stay as they are.
+inline void DrawBack(ONDREL2::AEffect* fx, int p) {
+  if (fx->dispatcher(fx, ONDREL2::ONDREL_OP_IS_PARAM_BINARY, p, 0, nullptr, 0.0f)) return;
+  const ONDREL2::ParamDesc& d = fx->object->params[p];
+  const float span = 4.0f * (d.maxValue - d.minValue);
+  float v = fx->object->GetParam(p);
+  if (std::isfinite(v) && (v < d.minValue - span || v > d.maxValue + span)) {
+    v = v < d.minValue ? d.minValue - span : d.maxValue + span;
+    fx->dispatcher(fx, ONDREL2::ONDREL_OP_SET_PARAM_DATA, p, 4, &v, 0.0f);
+  }
+}
+
 // Runs one input; false when a status outside the library's set came back.
 inline bool RunOnce(const uint8_t* data, size_t size) {
   Bytes in(data, size);
@@ -142,19 +159,7 @@ inline bool RunOnce(const uint8_t* data, size_t size) {
         ONDREL2::ondrel_destroy_params(list, count, true);
         return true;
       }
-      // Delay lines follow their times as given, up to 2^29 samples: a
-      // finite value far outside the range asks for gigabytes, which is
-      // bounded but makes a fuzzer crawl. Such values are drawn back to four
-      // spans around the range; NaN and infinity stay as they are.
-      if (list[i]->dispatcher(list[i], ONDREL2::ONDREL_OP_IS_PARAM_BINARY, p, 0, nullptr, 0.0f))
-        continue;
-      const ONDREL2::ParamDesc& d = list[i]->object->params[p];
-      const float span = 4.0f * (d.maxValue - d.minValue);
-      float v = list[i]->object->GetParam(p);
-      if (std::isfinite(v) && (v < d.minValue - span || v > d.maxValue + span)) {
-        v = v < d.minValue ? d.minValue - span : d.maxValue + span;
-        list[i]->dispatcher(list[i], ONDREL2::ONDREL_OP_SET_PARAM_DATA, p, 4, &v, 0.0f);
-      }
+      DrawBack(list[i], p);
     }
 
   // Scripts write the process-wide stores; each input starts from the same.
@@ -169,6 +174,29 @@ inline bool RunOnce(const uint8_t* data, size_t size) {
   std::vector<float> pcm(static_cast<size_t>(channels) * 1200), out(pcm.size() * 16);
   for (size_t i = 0; i < pcm.size(); ++i) pcm[i] = static_cast<float>(i % 97) / 97.0f - 0.5f;
   for (int call = 0; call < 3; ++call) {
+    int available = 0, written = 0;
+    ok &= LibraryStatus(
+        ONDREL2::ondrel_processf_input(inst, pcm.data(), static_cast<int>(pcm.size()), &available));
+    ok &= LibraryStatus(
+        ONDREL2::ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &written));
+  }
+  // Changes to the running chain, each followed by one more call.
+  ONDREL2::AEffect* running[16] = {};
+  int runningCount = 0;
+  if (ONDREL2::ondrel_get_params(inst, running, 16, &runningCount) != 0) runningCount = 0;
+  for (int change = 0; change < 4 && !in.empty() && runningCount > 0; ++change) {
+    const uint8_t what = in.Byte();
+    if (what >= 240) {
+      const float rates[] = {8000.0f, 22050.0f, 44100.0f, 48000.0f, 96000.0f, 44101.0f};
+      ONDREL2::ondrel_set_samplerate(inst, rates[in.Byte() % 6]);
+    } else {
+      ONDREL2::AEffect* fx = running[what % runningCount];
+      if (fx->numParams > 0) {
+        const int p = in.Byte() % fx->numParams;
+        SetValue(fx, p, in);
+        DrawBack(fx, p);
+      }
+    }
     int available = 0, written = 0;
     ok &= LibraryStatus(
         ONDREL2::ondrel_processf_input(inst, pcm.data(), static_cast<int>(pcm.size()), &available));
