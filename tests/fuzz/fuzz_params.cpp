@@ -4,8 +4,8 @@
 // scripts; the chain is written with ondrel_params2stream, the stream is
 // damaged by the rest of the input, read back with ondrel_stream2params and
 // run for a few blocks. What input is left then changes parameters of the
-// running chain (and now and then the sample rate) between further blocks,
-// as a player's controls do. Only the library's statuses may come back;
+// running chain, its sample rate or input width, or seeks, between further
+// blocks, as a player does. Only the library's statuses may come back;
 // memory errors are left to the sanitizers.
 //
 // The corpus replay test includes this file with
@@ -166,17 +166,18 @@ inline bool RunOnce(const uint8_t* data, size_t size) {
   const ONDREL2::ModulatorMap savedUser = ONDREL2::UserModulators();
   const ONDREL2::ModulatorMap savedSystem = ONDREL2::SystemModulators();
   void* inst = ONDREL2::ondrel_create_inst();
-  const int channels = (size > 0 && (data[0] & 0x80)) ? 6 : 2;
+  int channels = (size > 0 && (data[0] & 0x80)) ? 6 : 2;
   ONDREL2::ondrel_setup_input(inst, channels, 0);
   ONDREL2::ondrel_set_samplerate(inst, 44100.0f);
   bool ok = LibraryStatus(ONDREL2::ondrel_set_params(inst, list, count));
   ONDREL2::ondrel_destroy_params(list, count, false);
-  std::vector<float> pcm(static_cast<size_t>(channels) * 1200), out(pcm.size() * 16);
+  // Room for the widest input a change below can ask for.
+  std::vector<float> pcm(static_cast<size_t>(8) * 1200), out(pcm.size() * 16);
   for (size_t i = 0; i < pcm.size(); ++i) pcm[i] = static_cast<float>(i % 97) / 97.0f - 0.5f;
   for (int call = 0; call < 3; ++call) {
     int available = 0, written = 0;
     ok &= LibraryStatus(
-        ONDREL2::ondrel_processf_input(inst, pcm.data(), static_cast<int>(pcm.size()), &available));
+        ONDREL2::ondrel_processf_input(inst, pcm.data(), channels * 1200, &available));
     ok &= LibraryStatus(
         ONDREL2::ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &written));
   }
@@ -189,6 +190,13 @@ inline bool RunOnce(const uint8_t* data, size_t size) {
     if (what >= 240) {
       const float rates[] = {8000.0f, 22050.0f, 44100.0f, 48000.0f, 96000.0f, 44101.0f};
       ONDREL2::ondrel_set_samplerate(inst, rates[in.Byte() % 6]);
+    } else if (what >= 232) {
+      // A new track of another width.
+      const int widths[] = {1, 2, 6, 8};
+      channels = widths[in.Byte() % 4];
+      ok &= LibraryStatus(ONDREL2::ondrel_setup_input(inst, channels, 0));
+    } else if (what >= 228) {
+      ONDREL2::ondrel_flush_out(inst);  // a seek
     } else {
       ONDREL2::AEffect* fx = running[what % runningCount];
       if (fx->numParams > 0) {
@@ -199,7 +207,7 @@ inline bool RunOnce(const uint8_t* data, size_t size) {
     }
     int available = 0, written = 0;
     ok &= LibraryStatus(
-        ONDREL2::ondrel_processf_input(inst, pcm.data(), static_cast<int>(pcm.size()), &available));
+        ONDREL2::ondrel_processf_input(inst, pcm.data(), channels * 1200, &available));
     ok &= LibraryStatus(
         ONDREL2::ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &written));
   }
