@@ -182,10 +182,13 @@ inline bool RunOnce(const uint8_t* data, size_t size) {
         ONDREL2::ondrel_processf_output(inst, out.data(), static_cast<int>(out.size()), &written));
   }
   // Changes to the running chain, each followed by one more call.
-  ONDREL2::AEffect* running[16] = {};
-  int runningCount = 0;
-  if (ONDREL2::ondrel_get_params(inst, running, 16, &runningCount) != 0) runningCount = 0;
-  for (int change = 0; change < 4 && !in.empty() && runningCount > 0; ++change) {
+  for (int change = 0; change < 4 && !in.empty(); ++change) {
+    // The chain is asked afresh each time: a new rate or width sets the
+    // chain up again, which drops effects whose scripts bypass them.
+    ONDREL2::AEffect* running[16] = {};
+    int runningCount = 0;
+    if (ONDREL2::ondrel_get_params(inst, running, 16, &runningCount) != 0 || runningCount == 0)
+      break;
     const uint8_t what = in.Byte();
     if (what >= 240) {
       const float rates[] = {8000.0f, 22050.0f, 44100.0f, 48000.0f, 96000.0f, 44101.0f};
