@@ -248,7 +248,11 @@ ONDREL_API int ondrel_get_out_chns(void* instance, int* channels, uint64_t* layo
  * the running chain, a repeated handle or a registry object gives 2000: the
  * chain is untouched and the other handed-in effects are destroyed. */
 ONDREL_API int ondrel_set_params(void* instance, AEffect** effects, int count);
-/* *count receives the chain length; a null or short array gives 2001. */
+/* *count receives the chain length; a null or short array gives 2001. The
+ * handles are the running chain's: a host may change their parameters, and
+ * must ask again after the chain is set up anew (ondrel_set_params,
+ * ondrel_setup_input, a new rate), which drops effects whose scripts bypass
+ * them. */
 ONDREL_API int ondrel_get_params(void* instance, AEffect** out, int capacity, int* count);
 /* Counts are interleaved samples. With an empty chain the host's buffer is
  * the output: nothing is queued and *available = count. */
