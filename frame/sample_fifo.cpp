@@ -158,6 +158,9 @@ int SampleFifo::SetChannelCount(int n) {
   if (n > kMaxChannels) return ONDREL_E_INVALID;
   if (n == channels) return ONDREL_OK;
   FreeBuffers();
+  // Without memory for every channel the queue is left with none, never
+  // with a width whose buffers are gone.
+  channels = 0;
   if (capacity == 0) capacity = 1024;
   for (int c = 0; c < n; ++c) {
     buffers[c] = AllocZeroed(capacity);

@@ -42,6 +42,11 @@ void IOndrel2::ResetDsp() {}
 int32_t IOndrel2::ProcessBlock(const ChannelVector&, int32_t*) { return ONDREL_OK; }
 
 int32_t IOndrel2::SetupBuffers() {
+  // Both widths are checked before either queue changes: a queue that took
+  // its new width while the other refused would no longer match the block
+  // buffers, and no block could be taken from it.
+  if (handle.numInputs > kMaxChannels || handle.numOutputs > kMaxChannels)
+    return ONDREL_E_INVALID;
   if (int32_t rc = inFifo.SetChannelCount(handle.numInputs)) return rc;
   if (int32_t rc = outFifo.SetChannelCount(handle.numOutputs)) return rc;
   const int32_t maxChannels = std::max(handle.numInputs, handle.numOutputs);
@@ -118,7 +123,8 @@ int32_t IOndrel2::ProcessInput(const ChannelVector& in, int32_t frames, int32_t*
   // frame and grow without end.
   while (inFifo.Count() >= block) {
     int32_t got = 0;
-    inFifo.GetPlanar(blockBufs, block, &got, 0);
+    // A queue the block buffers cannot take from would never shrink.
+    if (int32_t rc = inFifo.GetPlanar(blockBufs, block, &got, 0)) return rc;
     const bool surplusInput = inChannels > inFifo.channels;
     const bool surplusRides = surplusInput && dryFifo.channels + inFifo.channels <=
                                                   static_cast<int32_t>(blockBufs.size());

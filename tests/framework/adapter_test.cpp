@@ -121,5 +121,23 @@ TEST(Adapter, BlockSizeGrowthLaysTheChannelsOutAgain) {
   EXPECT_EQ(out.data[1][4095], -3.0f);
 }
 
+// A width above the queues' 64 on one side is refused before either queue
+// changes: blocks are still taken from the input queue afterwards.
+TEST(Adapter, RefusedWidthLeavesQueuesMatchingTheBlocks) {
+  ondrel_test::SilenceLog();
+  struct Idle : Negate {
+    int32_t ProcessBlock(const ChannelVector&, int32_t*) override { return 0; }
+  } fx;
+  ASSERT_EQ(fx.Resume(), 0);
+  fx.handle.numInputs = 6;
+  fx.handle.numOutputs = 65;
+  EXPECT_EQ(fx.SetupBuffers(), ONDREL_E_INVALID);
+  EXPECT_EQ(fx.inFifo.channels, static_cast<int32_t>(fx.blockBufs.size()));
+  Planar in(6, 1024);
+  int32_t avail = 0;
+  ASSERT_EQ(fx.ProcessInput(in.ptrs, 1024, &avail), 0);
+  EXPECT_EQ(avail, 1024);
+}
+
 }  // namespace
 }  // namespace ONDREL2
