@@ -111,15 +111,27 @@ int32_t ResamplerEffect::UpdateParams() {
   sampleRate = outRate;
   algorithm = AlgorithmOf(this);
 
+  // The converter only ever sees empty blocks, so one built for the same
+  // kind, rates and width is as good as a new one: keeping it spares a
+  // table of up to millions of coefficients (44100 to 44101 Hz) on every
+  // parameter pass and seek.
+  const Built wanted{algorithm == 1 || algorithm == 2, RateOf(inputRate), RateOf(outRate),
+                     GetChannels()};
+  if (resampler != nullptr && built.ready && wanted.Same(built)) return ONDREL_OK;
+  built.ready = false;
   resampler.reset();
-  if (algorithm == 1 || algorithm == 2)
+  if (wanted.twoStage)
     resampler.reset(NewObject<CResampler_SSRC>());
   else
     resampler.reset(NewObject<CResampler_SRC>());
   // A refused pair leaves a converter that produces nothing; nothing here
-  // depends on it, since blocks with frames never reach it.
-  if (resampler != nullptr)
-    resampler->Init(RateOf(inputRate), RateOf(outRate), GetChannels(), true);
+  // depends on it, since blocks with frames never reach it. Only a converter
+  // that took its rates is kept for the next pass.
+  if (resampler != nullptr &&
+      resampler->Init(wanted.inRate, wanted.outRate, wanted.channels, true)) {
+    built = wanted;
+    built.ready = true;
+  }
   return ONDREL_OK;
 }
 

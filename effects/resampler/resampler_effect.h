@@ -5,8 +5,8 @@
 // given (`Method` 0, "Specified") or the input rate times or divided by the
 // `Multiplier` ratio (`Method` 1), at most `Max`. `Algorithm` 0 ("Linear")
 // picks the polyphase converter, 1 ("Sinc") the two-stage one, always with
-// its fast settings. Every parameter pass and every new input rate rebuilds
-// the converter.
+// its fast settings. A parameter pass builds the converter anew when its
+// kind, rates or width changed and keeps the one it has otherwise.
 //
 // The block hook is deliberately no converter: a block with frames is
 // returned unchanged with its frame count as the status, which stops the
@@ -37,6 +37,22 @@ class ResamplerEffect : public IOndrel2 {
   float inputRate = 44100.0f;
   int32_t method = 0;
   int32_t algorithm = 0;
+
+ private:
+  // What the converter in `resampler` was built for; `ready` once its Init
+  // succeeded.
+  struct Built {
+    bool twoStage = false;
+    int32_t inRate = 0;
+    int32_t outRate = 0;
+    int32_t channels = 0;
+    bool ready = false;
+    bool Same(const Built& o) const {
+      return twoStage == o.twoStage && inRate == o.inRate && outRate == o.outRate &&
+             channels == o.channels;
+    }
+  };
+  Built built;
 };
 
 }  // namespace RESAMPLER

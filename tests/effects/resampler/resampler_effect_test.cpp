@@ -45,6 +45,17 @@ TEST_F(ResamplerEffectTest, TargetRateAndConverter) {
   ASSERT_NE(src, nullptr);
   EXPECT_EQ(src->Filter().Up(), 160);
   EXPECT_EQ(src->Filter().Down(), 147);
+  // A pass that leaves the pair as it was keeps that converter; a new
+  // input rate builds one for the new pair.
+  fx.SetParam(3, 100000.0f);
+  fx.UpdateParams();
+  EXPECT_EQ(fx.resampler.get(), src);
+  fx.SetSampleRate(32000.0f);
+  fx.UpdateParams();
+  src = dynamic_cast<CResampler_SRC*>(fx.resampler.get());
+  ASSERT_NE(src, nullptr);
+  EXPECT_EQ(src->Filter().Up(), 3);
+  EXPECT_EQ(src->Filter().Down(), 2);
 
   // "Sinc": the two-stage converter, ready for a pair it serves.
   SetAlgorithm(fx, 1);
