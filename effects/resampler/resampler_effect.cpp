@@ -111,33 +111,33 @@ int32_t ResamplerEffect::UpdateParams() {
   sampleRate = outRate;
   algorithm = AlgorithmOf(this);
 
-  // The converter only ever sees empty blocks, so one built for the same
-  // kind, rates and width is as good as a new one: keeping it spares a
-  // table of up to millions of coefficients (44100 to 44101 Hz) on every
-  // parameter pass and seek.
-  const Built wanted{algorithm == 1 || algorithm == 2, RateOf(inputRate), RateOf(outRate),
-                     GetChannels()};
-  if (resampler != nullptr && built.ready && wanted.Same(built)) return ONDREL_OK;
-  built.ready = false;
+  // The converter only ever sees empty blocks, so one made for the same
+  // kind, rates and width is as good as a new one, and its tables (up to
+  // millions of coefficients, 44100 to 44101 Hz) are built only when an
+  // empty block first reaches it: a parameter pass or a seek builds nothing
+  // that no block reads.
+  const Target wanted{algorithm == 1 || algorithm == 2, RateOf(inputRate), RateOf(outRate),
+                      GetChannels()};
+  if (resampler != nullptr && wanted.Same(target)) return ONDREL_OK;
   resampler.reset();
   if (wanted.twoStage)
     resampler.reset(NewObject<CResampler_SSRC>());
   else
     resampler.reset(NewObject<CResampler_SRC>());
-  // A refused pair leaves a converter that produces nothing; nothing here
-  // depends on it, since blocks with frames never reach it. Only a converter
-  // that took its rates is kept for the next pass.
-  if (resampler != nullptr &&
-      resampler->Init(wanted.inRate, wanted.outRate, wanted.channels, true)) {
-    built = wanted;
-    built.ready = true;
-  }
+  target = wanted;
+  initPending = true;
   return ONDREL_OK;
 }
 
 int32_t ResamplerEffect::ProcessBlock(const ChannelVector& bufs, int32_t* frames) {
   if (resampler == nullptr) return ONDREL_OK;
   if (*frames != 0) return *frames;
+  // A refused pair leaves a converter that produces nothing; nothing here
+  // depends on it.
+  if (initPending) {
+    initPending = false;
+    resampler->Init(target.inRate, target.outRate, target.channels, true);
+  }
   std::vector<float> input;
   std::vector<float> output(static_cast<size_t>(GetChannels()) * bufs.size());
   resampler->Process(input.data(), 0, output.data(), static_cast<int32_t>(output.size()));

@@ -5,8 +5,9 @@
 // given (`Method` 0, "Specified") or the input rate times or divided by the
 // `Multiplier` ratio (`Method` 1), at most `Max`. `Algorithm` 0 ("Linear")
 // picks the polyphase converter, 1 ("Sinc") the two-stage one, always with
-// its fast settings. A parameter pass builds the converter anew when its
-// kind, rates or width changed and keeps the one it has otherwise.
+// its fast settings. A parameter pass makes a new converter when its kind,
+// rates or width changed and keeps the one it has otherwise; a new converter
+// builds its tables when the first empty block reaches it.
 //
 // The block hook is deliberately no converter: a block with frames is
 // returned unchanged with its frame count as the status, which stops the
@@ -39,20 +40,19 @@ class ResamplerEffect : public IOndrel2 {
   int32_t algorithm = 0;
 
  private:
-  // What the converter in `resampler` was built for; `ready` once its Init
-  // succeeded.
-  struct Built {
+  // What the converter in `resampler` is for.
+  struct Target {
     bool twoStage = false;
     int32_t inRate = 0;
     int32_t outRate = 0;
     int32_t channels = 0;
-    bool ready = false;
-    bool Same(const Built& o) const {
+    bool Same(const Target& o) const {
       return twoStage == o.twoStage && inRate == o.inRate && outRate == o.outRate &&
              channels == o.channels;
     }
   };
-  Built built;
+  Target target;
+  bool initPending = false;  // `resampler` has not been given its rates yet
 };
 
 }  // namespace RESAMPLER

@@ -17,6 +17,17 @@ using ResamplerEffectTest = ondrel_test::EffectTest;
 
 void SetAlgorithm(ResamplerEffect& fx, int32_t value) { fx.SetParamData(4, &value, sizeof(value)); }
 
+// A parameter pass, then the empty block that makes the converter take its
+// rates; blocks with frames come back with their count as the status.
+void UpdateAndRunEmpty(ResamplerEffect& fx) {
+  fx.UpdateParams();
+  std::vector<float> left(64), right(64);
+  int32_t frames = 64;
+  EXPECT_EQ(fx.ProcessBlock({left.data(), right.data()}, &frames), 64);
+  frames = 0;
+  EXPECT_EQ(fx.ProcessBlock({left.data(), right.data()}, &frames), 0);
+}
+
 TEST_F(ResamplerEffectTest, TargetRateAndConverter) {
   ResamplerEffect fx;
   fx.SetSampleRate(44100.0f);
@@ -40,7 +51,7 @@ TEST_F(ResamplerEffectTest, TargetRateAndConverter) {
   // "Linear": the polyphase converter for the pair.
   fx.SetParam(3, 192000.0f);
   fx.SetParam(2, 48000.0f);
-  fx.UpdateParams();
+  UpdateAndRunEmpty(fx);
   auto* src = dynamic_cast<CResampler_SRC*>(fx.resampler.get());
   ASSERT_NE(src, nullptr);
   EXPECT_EQ(src->Filter().Up(), 160);
@@ -54,12 +65,15 @@ TEST_F(ResamplerEffectTest, TargetRateAndConverter) {
   fx.UpdateParams();
   src = dynamic_cast<CResampler_SRC*>(fx.resampler.get());
   ASSERT_NE(src, nullptr);
+  EXPECT_FALSE(src->Filter().Ready());  // nothing built before a block needs it
+  UpdateAndRunEmpty(fx);
+  EXPECT_EQ(fx.resampler.get(), src);
   EXPECT_EQ(src->Filter().Up(), 3);
   EXPECT_EQ(src->Filter().Down(), 2);
 
   // "Sinc": the two-stage converter, ready for a pair it serves.
   SetAlgorithm(fx, 1);
-  fx.UpdateParams();
+  UpdateAndRunEmpty(fx);
   auto* ssrc = dynamic_cast<CResampler_SSRC*>(fx.resampler.get());
   ASSERT_NE(ssrc, nullptr);
   EXPECT_NE(ssrc->Converter(), nullptr);
